@@ -1,0 +1,81 @@
+#include "platform/fs.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace pictavo::platform {
+
+std::string IncludeTrailingDelim(std::string_view path) {
+  std::string out(path);
+  if (!out.empty() && out.back() != kPathDelim) out += kPathDelim;
+  return out;
+}
+
+std::optional<std::string> ReadFileBytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return std::nullopt;
+  std::ostringstream buf;
+  buf << in.rdbuf();
+  if (in.bad()) return std::nullopt;
+  return std::move(buf).str();
+}
+
+Status WriteFileAtomic(const std::string& path, std::string_view bytes) {
+  static std::atomic<unsigned> sequence{0};
+  std::string scratch = path + ".rcp" + std::to_string(getpid()) + "_" +
+                        std::to_string(sequence.fetch_add(1)) + ".part";
+  int fd = ::open(scratch.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+  if (fd < 0) return Status::Error("cannot create " + scratch + ": " + std::strerror(errno));
+  const char* p = bytes.data();
+  size_t left = bytes.size();
+  while (left > 0) {
+    ssize_t n = ::write(fd, p, left);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      int err = errno;
+      ::close(fd);
+      ::unlink(scratch.c_str());
+      return Status::Error("cannot write " + scratch + ": " + std::strerror(err));
+    }
+    p += n;
+    left -= static_cast<size_t>(n);
+  }
+  if (::fsync(fd) != 0 || ::close(fd) != 0) {
+    int err = errno;
+    ::unlink(scratch.c_str());
+    return Status::Error("cannot flush " + scratch + ": " + std::strerror(err));
+  }
+  if (::rename(scratch.c_str(), path.c_str()) != 0) {
+    int err = errno;
+    ::unlink(scratch.c_str());
+    return Status::Error("cannot rename " + scratch + " to " + path + ": " + std::strerror(err));
+  }
+  return Status::OK();
+}
+
+bool FileExists(const std::string& path) {
+  struct stat st;
+  return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+}
+
+bool DirectoryExists(const std::string& path) {
+  struct stat st;
+  return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+std::string ExecutableFolder() {
+  std::error_code ec;
+  auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
+  if (ec) return IncludeTrailingDelim(std::filesystem::current_path().string());
+  return IncludeTrailingDelim(exe.parent_path().string());
+}
+
+}  // namespace pictavo::platform

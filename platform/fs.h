@@ -1,0 +1,30 @@
+// File-system helpers that the engine's data-safety rules rest on.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/status.h"
+
+namespace pictavo::platform {
+
+// The path delimiter of this platform. Code joins paths with it, never with a literal.
+inline constexpr char kPathDelim = '/';
+
+// Ensures a trailing delimiter (an empty path stays empty).
+std::string IncludeTrailingDelim(std::string_view path);
+
+std::optional<std::string> ReadFileBytes(const std::string& path);
+
+// Writes bytes under a scratch name in the same folder, flushes them, then renames the
+// scratch file over `path`. On any failure the scratch file is removed and `path` is untouched.
+Status WriteFileAtomic(const std::string& path, std::string_view bytes);
+
+bool FileExists(const std::string& path);
+bool DirectoryExists(const std::string& path);
+
+// The folder that holds the running executable, with a trailing delimiter.
+std::string ExecutableFolder();
+
+}  // namespace pictavo::platform

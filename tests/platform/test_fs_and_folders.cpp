@@ -1,0 +1,111 @@
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+
+#include <gtest/gtest.h>
+
+#include "platform/fs.h"
+#include "platform/special_folders.h"
+#include "tests/support/test_paths.h"
+
+namespace pictavo::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+class ScopedEnv {
+ public:
+  ScopedEnv(const char* name, const std::string& value) : name_(name) {
+    if (const char* old = std::getenv(name)) old_ = old;
+    ::setenv(name, value.c_str(), 1);
+  }
+  ~ScopedEnv() {
+    if (old_) {
+      ::setenv(name_, old_->c_str(), 1);
+    } else {
+      ::unsetenv(name_);
+    }
+  }
+
+ private:
+  const char* name_;
+  std::optional<std::string> old_;
+};
+
+TEST(Fs, AtomicWriteReplacesWholeAndLeavesNoScratch) {
+  testing::TempDir dir;
+  std::string path = dir.file("result.txt");
+  ASSERT_TRUE(WriteFileAtomic(path, "first").ok());
+  ASSERT_TRUE(WriteFileAtomic(path, "second, longer").ok());
+  EXPECT_EQ(*ReadFileBytes(path), "second, longer");
+  int entries = 0;
+  for ([[maybe_unused]] auto& e : fs::directory_iterator(dir.path())) ++entries;
+  EXPECT_EQ(entries, 1);
+}
+
+TEST(Fs, FailedAtomicWriteKeepsTheOldFile) {
+  if (::geteuid() == 0) GTEST_SKIP() << "root ignores folder permissions";
+  testing::TempDir dir;
+  std::string path = dir.file("keep.txt");
+  ASSERT_TRUE(WriteFileAtomic(path, "original").ok());
+  ::chmod(dir.path().c_str(), 0555);
+  Status st = WriteFileAtomic(path, "new");
+  ::chmod(dir.path().c_str(), 0755);
+  EXPECT_FALSE(st.ok());
+  EXPECT_EQ(*ReadFileBytes(path), "original");
+}
+
+TEST(Fs, FailedRenameLeavesNoScratchBehind) {
+  testing::TempDir dir;
+  fs::create_directories(dir.file("taken/inside"));  // a non-empty folder cannot be replaced
+  EXPECT_FALSE(WriteFileAtomic(dir.file("taken"), "data").ok());
+  EXPECT_TRUE(fs::exists(dir.file("taken/inside")));
+  int entries = 0;
+  for ([[maybe_unused]] auto& e : fs::directory_iterator(dir.path())) ++entries;
+  EXPECT_EQ(entries, 1);
+}
+
+TEST(Fs, FailedAtomicWriteIntoMissingFolderReportsWhy) {
+  testing::TempDir dir;
+  Status st = WriteFileAtomic(dir.file("no/such/folder/x"), "data");
+  EXPECT_FALSE(st.ok());
+  EXPECT_NE(st.message().find("no/such/folder"), std::string::npos);
+}
+
+TEST(Fs, TrailingDelimiterAndExistence) {
+  EXPECT_EQ(IncludeTrailingDelim(""), "");
+  EXPECT_EQ(IncludeTrailingDelim("/a"), "/a/");
+  EXPECT_EQ(IncludeTrailingDelim("/a/"), "/a/");
+  testing::TempDir dir;
+  EXPECT_TRUE(DirectoryExists(dir.path().string()));
+  EXPECT_FALSE(FileExists(dir.path().string()));
+  std::string exe = ExecutableFolder();
+  EXPECT_EQ(exe.back(), kPathDelim);
+  EXPECT_TRUE(DirectoryExists(exe));
+}
+
+TEST(SpecialFolders, FollowXdgVariablesAndUserDirs) {
+  testing::TempDir dir;
+  ScopedEnv home("HOME", dir.path().string());
+  {
+    ScopedEnv cache("XDG_CACHE_HOME", "");
+    ScopedEnv config("XDG_CONFIG_HOME", "");
+    EXPECT_EQ(AppDataFolder(), dir.path().string() + "/.cache/");
+    EXPECT_EQ(ConfigFolder(), dir.path().string() + "/.config/");
+    EXPECT_EQ(PicturesFolder(), dir.path().string() + "/Pictures");
+  }
+  ScopedEnv cache("XDG_CACHE_HOME", dir.file("c"));
+  ScopedEnv config("XDG_CONFIG_HOME", dir.file("conf"));
+  EXPECT_EQ(AppDataFolder(), dir.file("c") + "/");
+  fs::create_directories(dir.file("conf"));
+  std::ofstream(dir.file("conf/user-dirs.dirs"))
+      << "# written by xdg-user-dirs-update\nXDG_DESKTOP_DIR=\"$HOME/Desktop\"\n"
+         "XDG_PICTURES_DIR=\"$HOME/Bilder/\"\n";
+  EXPECT_EQ(PicturesFolder(), dir.path().string() + "/Bilder");
+}
+
+}  // namespace
+}  // namespace pictavo::platform
