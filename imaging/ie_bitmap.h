@@ -108,6 +108,10 @@ class TIEBitmap {
 
   void Assign(const TIEBitmap& other) { *this = other; }
 
+  // Keeps only the rectangle (clipped to the bitmap); layout, palette and alpha are kept.
+  // An empty intersection is refused and leaves the bitmap unchanged.
+  pictavo::Status Crop(int x, int y, int width, int height);
+
  private:
   int width_ = 0;
   int height_ = 0;
