@@ -1,0 +1,183 @@
+#include "engine/tools/pdf_tools.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include "engine/tools/runner.h"
+#include "engine/tools/temp_names.h"
+#include "engine/tools/tool_manifest.h"
+#include "engine/tools/tool_paths.h"
+#include "platform/fs.h"
+
+namespace pictavo::tools {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool NonEmptyFile(const std::string& path) {
+  std::error_code ec;
+  return fs::is_regular_file(path, ec) && fs::file_size(path, ec) > 0 && !ec;
+}
+
+Status NeedTool(const char* name) {
+  if (platform::FileExists(ToolPath(name))) return Status::OK();
+  return Status::Error(MissingToolMessage(name));
+}
+
+std::string MergeCommand(const std::vector<std::string>& inputs, const std::string& output) {
+  std::string cmd = Quoted(ToolPath("pdfmerge.bin"));
+  for (const std::string& in : inputs) cmd += " " + Quoted(in);
+  return cmd + " cat output " + Quoted(output);
+}
+
+// A scratch folder of its own, so that "merged.pdf" of two workers never meet.
+std::string MakeScratchFolder(const std::string& temp_folder) {
+  std::string folder = NewTempName(temp_folder) + "_pdf";
+  std::error_code ec;
+  fs::create_directories(folder, ec);
+  return ec ? std::string() : platform::IncludeTrailingDelim(folder);
+}
+
+}  // namespace
+
+Status MergePdfFiles(const std::vector<std::string>& inputs, const std::string& output,
+                     const std::string& temp_folder) {
+  if (inputs.empty()) return Status::Error("no PDF files to merge");
+  if (Status s = NeedTool("pdfmerge.bin"); !s.ok()) return s;
+
+  // Cut the list into parts whose command lines stay short enough; each later part starts with
+  // the result of the part before.
+  std::vector<std::vector<std::string>> parts(1);
+  const size_t fixed = MergeCommand({}, output).size() + 16 + 256;  // room for "merged2.pdf"
+  size_t length = fixed;
+  for (const std::string& in : inputs) {
+    size_t add = in.size() + 3;
+    if (length + add > kMaxCommandLine && !parts.back().empty()) {
+      parts.emplace_back();
+      length = fixed;
+    }
+    parts.back().push_back(in);
+    length += add;
+  }
+
+  std::string scratch;
+  if (parts.size() > 1) {
+    scratch = MakeScratchFolder(temp_folder);
+    if (scratch.empty()) return Status::Error("cannot make a scratch folder in " + temp_folder);
+  }
+  std::string previous;
+  for (size_t k = 0; k < parts.size(); ++k) {
+    std::vector<std::string> list = parts[k];
+    if (!previous.empty()) list.insert(list.begin(), previous);
+    const bool last = k + 1 == parts.size();
+    const std::string out = last ? output : scratch + (k % 2 == 0 ? "merged.pdf" : "merged2.pdf");
+    fs::remove(out);
+    RunAndWait(MergeCommand(list, out), kHidden);
+    if (!NonEmptyFile(out)) break;
+    previous = out;
+  }
+  if (!scratch.empty()) {
+    std::error_code ec;
+    fs::remove_all(scratch, ec);
+  }
+  return NonEmptyFile(output) ? Status::OK()
+                              : Status::Error("could not merge the PDF files into " + output);
+}
+
+Status MergePdfFolder(const std::string& folder, const std::string& output) {
+  if (Status s = NeedTool("pdfmerge.bin"); !s.ok()) return s;
+  const std::string pattern = platform::IncludeTrailingDelim(folder) + "file*.pdf";
+  RunAndWait(
+      Quoted(ToolPath("pdfmerge.bin")) + " " + Quoted(pattern) + " cat output " + Quoted(output),
+      kHidden);
+  return NonEmptyFile(output) ? Status::OK()
+                              : Status::Error("could not merge the PDF files into " + output);
+}
+
+double PgmInkShare(const std::string& pgm_path) {
+  std::optional<std::string> bytes = platform::ReadFileBytes(pgm_path);
+  if (!bytes || bytes->compare(0, 2, "P5") != 0) return -1;
+  const std::string& d = *bytes;
+  size_t i = 2;
+  long fields[3] = {0, 0, 0};
+  for (long& field : fields) {
+    for (;;) {  // blanks and comments between header fields
+      while (i < d.size() && std::isspace(static_cast<unsigned char>(d[i]))) ++i;
+      if (i < d.size() && d[i] == '#') {
+        while (i < d.size() && d[i] != '\n') ++i;
+        continue;
+      }
+      break;
+    }
+    if (i >= d.size() || !std::isdigit(static_cast<unsigned char>(d[i]))) return -1;
+    while (i < d.size() && std::isdigit(static_cast<unsigned char>(d[i])) && field < 1000000)
+      field = field * 10 + (d[i++] - '0');
+  }
+  ++i;  // the single blank after the maximum value
+  const long width = fields[0], height = fields[1], maxval = fields[2];
+  if (width <= 0 || height <= 0 || maxval != 255) return -1;
+  const size_t pixels = static_cast<size_t>(width) * static_cast<size_t>(height);
+  if (d.size() < i + pixels) return -1;
+  size_t ink = 0;
+  for (size_t p = 0; p < pixels; ++p)
+    if (static_cast<unsigned char>(d[i + p]) < 240) ++ink;
+  return static_cast<double>(ink) / static_cast<double>(pixels);
+}
+
+Status RemoveBlankPages(const std::string& pdf, int accuracy, const std::string& temp_folder,
+                        int* removed) {
+  if (removed) *removed = 0;
+  if (Status s = NeedTool("pdfpsai.bin"); !s.ok()) return s;
+  if (Status s = NeedTool("pdfmerge.bin"); !s.ok()) return s;
+  const std::string scratch = MakeScratchFolder(temp_folder);
+  if (scratch.empty()) return Status::Error("cannot make a scratch folder in " + temp_folder);
+  struct Cleanup {
+    std::string folder;
+    ~Cleanup() {
+      std::error_code ec;
+      fs::remove_all(folder, ec);
+    }
+  } cleanup{scratch};
+
+  RunAndWait(Quoted(ToolPath("pdfpsai.bin")) +
+                 " -dNOSAFER -dBATCH -dNOPAUSE -sDEVICE=pgmraw -r20 -sOutputFile=" +
+                 Quoted(scratch + "p%05d.pgm") + " " + Quoted(pdf),
+             kHidden);
+  std::vector<std::string> pages;
+  for (const auto& entry : fs::directory_iterator(scratch))
+    if (entry.path().extension() == ".pgm") pages.push_back(entry.path().string());
+  std::sort(pages.begin(), pages.end());
+  if (pages.empty()) return Status::Error("could not render the pages of " + pdf);
+
+  const double limit = std::clamp(100 - accuracy, 0, 100) / 20.0 / 100.0;
+  std::string keep;
+  int kept = 0;
+  for (size_t p = 0; p < pages.size(); ++p) {
+    double share = PgmInkShare(pages[p]);
+    if (share >= 0 && share <= limit) continue;
+    keep += " " + std::to_string(p + 1);
+    ++kept;
+  }
+  const int blank = static_cast<int>(pages.size()) - kept;
+  if (blank == 0 || kept == 0) return Status::OK();
+
+  const std::string result = scratch + "kept.pdf";
+  RunAndWait(Quoted(ToolPath("pdfmerge.bin")) + " " + Quoted(pdf) + " cat" + keep + " output " +
+                 Quoted(result),
+             kHidden);
+  if (!NonEmptyFile(result)) return Status::Error("could not write the kept pages of " + pdf);
+  std::error_code ec;
+  fs::rename(result, pdf, ec);
+  if (ec) {  // another file system: copy, then replace atomically
+    std::optional<std::string> bytes = platform::ReadFileBytes(result);
+    if (!bytes) return Status::Error("could not replace " + pdf);
+    if (Status s = platform::WriteFileAtomic(pdf, *bytes); !s.ok()) return s;
+  }
+  if (removed) *removed = blank;
+  return Status::OK();
+}
+
+}  // namespace pictavo::tools
