@@ -1,0 +1,29 @@
+// TZubEdit: applies the job's editing actions (the .act file, plus the transparency line from the
+// settings) to one working image, page by page, and logs one line per action.
+//
+// One object per file and worker. The working file is always a scratch copy made by the pipeline;
+// a source file is never written.
+#pragma once
+
+#include <string>
+
+#include "settings/main_settings.h"
+
+namespace pictavo::editing {
+
+class TZubEdit {
+ public:
+  // Set by the caller before Edit().
+  std::string work_file;    // the scratch raster file to edit in place
+  std::string source_file;  // the source's name, for parameters and metadata
+  settings::TMainSettings* settings = nullptr;
+  std::string act_file;     // the editing-actions file; empty when the job has none
+  std::string temp_folder;  // the job's temporary folder
+
+  // 0 processed (single actions may have failed), 3 the image has no width or height,
+  // 33 nothing to do (transparency-only mode on an image without alpha).
+  int Edit(std::string& log, const std::string& done_text, const std::string& page_label,
+           const std::string& skipped_text, const std::string& failed_text);
+};
+
+}  // namespace pictavo::editing
