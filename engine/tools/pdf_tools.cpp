@@ -1,6 +1,7 @@
 #include "engine/tools/pdf_tools.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -143,7 +144,7 @@ Status RemoveBlankPages(const std::string& pdf, int accuracy, const std::string&
   } cleanup{scratch};
 
   RunAndWait(Quoted(ToolPath("pdfpsai.bin")) +
-                 " -dNOSAFER -dBATCH -dNOPAUSE -sDEVICE=pgmraw -r20 -sOutputFile=" +
+                 " -dNOSAFER -dBATCH -dNOPAUSE -sDEVICE=pgmraw -r40 -sOutputFile=" +
                  Quoted(scratch + "p%05d.pgm") + " " + Quoted(pdf),
              kHidden);
   std::vector<std::string> pages;
@@ -152,7 +153,7 @@ Status RemoveBlankPages(const std::string& pdf, int accuracy, const std::string&
   std::sort(pages.begin(), pages.end());
   if (pages.empty()) return Status::Error("could not render the pages of " + pdf);
 
-  const double limit = std::clamp(100 - accuracy, 0, 100) / 20.0 / 100.0;
+  const double limit = std::clamp(100 - accuracy, 0, 100) / 100.0 * 0.001;
   std::string keep;
   int kept = 0;
   for (size_t p = 0; p < pages.size(); ++p) {

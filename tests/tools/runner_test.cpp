@@ -1,0 +1,206 @@
+#include "engine/tools/runner.h"
+
+#include <signal.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "engine/tools/tool_paths.h"
+#include "tests/support/test_paths.h"
+
+namespace pictavo::tools {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using pictavo::testing::TempDir;
+
+const std::string kFake = PICTAVO_FAKE_TOOL;
+
+double SecondsSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+std::vector<std::string> ReadArgs(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::vector<std::string> args;
+  std::string arg;
+  while (std::getline(in, arg, '\0')) args.push_back(arg);
+  return args;
+}
+
+std::string ReadText(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+// A process that has ended is gone or, until its new parent reaps it, a zombie.
+bool ProcessEnded(pid_t pid) {
+  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+  std::string line;
+  if (!std::getline(stat, line)) return true;
+  size_t paren = line.rfind(')');
+  return paren != std::string::npos && paren + 2 < line.size() &&
+         (line[paren + 2] == 'Z' || line[paren + 2] == 'X');
+}
+
+bool EndsSoon(pid_t pid) {
+  for (int i = 0; i < 100 && !ProcessEnded(pid); ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  return ProcessEnded(pid);
+}
+
+void ReadPids(const std::string& path, pid_t& tool, pid_t& child) {
+  std::ifstream in(path);
+  in >> tool >> child;
+}
+
+TEST(Runner, TimeOutEndsTheToolAndItsChildren) {
+  TempDir dir;
+  const std::string pids = dir.file("pids.txt");
+  auto start = Clock::now();
+  RunAndWaitTimeout(Quoted(kFake) + " sleep 30 " + Quoted(pids), kHidden, "", 1);
+  double took = SecondsSince(start);
+  // Ended between 1 and 1.5 s after the start, the 100 ms pause before returning included.
+  EXPECT_GE(took, 1.0);
+  EXPECT_LT(took, 1.5);
+  pid_t tool = 0, child = 0;
+  ReadPids(pids, tool, child);
+  ASSERT_GT(tool, 0);
+  ASSERT_GT(child, 0);
+  EXPECT_TRUE(EndsSoon(tool));
+  EXPECT_TRUE(EndsSoon(child)) << "the tool's own child outlived the time-out";
+}
+
+TEST(Runner, StopFlagEndsARunningTool) {
+  TempDir dir;
+  const std::string pids = dir.file("pids.txt");
+  std::thread stopper([] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    StopFlag() = true;
+  });
+  auto start = Clock::now();
+  int rc = RunAndWait(Quoted(kFake) + " sleep 30 " + Quoted(pids), kHidden);
+  double took = SecondsSince(start);
+  stopper.join();
+  // A tool started while the flag is set does not run at all.
+  auto second = Clock::now();
+  EXPECT_EQ(RunAndWait(Quoted(kFake) + " exit 0", kHidden), kTerminated);
+  EXPECT_LT(SecondsSince(second), 0.3);
+  StopFlag() = false;
+
+  EXPECT_EQ(rc, kTerminated);
+  EXPECT_LT(took, 1.0);  // noticed within one 500 ms slice
+  pid_t tool = 0, child = 0;
+  ReadPids(pids, tool, child);
+  EXPECT_TRUE(EndsSoon(tool));
+  EXPECT_TRUE(EndsSoon(child));
+}
+
+TEST(Runner, ExitCodesAndStartFailures) {
+  EXPECT_EQ(RunAndWait(Quoted(kFake) + " exit 7", kHidden), 7);
+  EXPECT_EQ(RunAndWait(Quoted(kFake) + " exit 0", kHidden), 0);
+  EXPECT_EQ(RunAndWait("\"/nonexistent/utl/tool.exe\" a b", kHidden), kNotStarted);
+  EXPECT_EQ(RunAndWait("no-such-program-pictavo-xyz", kHidden), kNotStarted);
+  EXPECT_EQ(RunAndWait("", kHidden), kNotStarted);
+  EXPECT_EQ(RunAndWaitTimeout(Quoted(kFake) + " exit 0", kHidden, "/nonexistent/folder", 0),
+            kNotStarted);
+  // Not started is not slow: only the pause before returning.
+  auto start = Clock::now();
+  RunAndWait("\"/nonexistent/tool\"", kHidden);
+  EXPECT_LT(SecondsSince(start), 0.4);
+  // A tool that ends at once is not held for a whole 500 ms slice.
+  start = Clock::now();
+  RunAndWait(Quoted(kFake) + " exit 0", kHidden);
+  EXPECT_LT(SecondsSince(start), 0.45);
+}
+
+TEST(Runner, WorkingFolderAndUnquotedBlanks) {
+  TempDir dir;
+  const std::string out = dir.file("cwd.txt");
+  RunAndWaitTimeout(Quoted(kFake) + " cwd " + Quoted(out), kHidden, dir.path().string(), 5);
+  EXPECT_EQ(std::filesystem::path(ReadText(out)), std::filesystem::canonical(dir.path()));
+
+  // The runner adds no quotes: an unquoted path with a blank reaches the tool as two words.
+  const std::string args = dir.file("args.txt");
+  RunAndWait(Quoted(kFake) + " args " + Quoted(args) + " /tmp/my file.png \"/tmp/my file.png\"",
+             kHidden);
+  EXPECT_EQ(ReadArgs(args), (std::vector<std::string>{"/tmp/my", "file.png", "/tmp/my file.png"}));
+}
+
+// File names that a shell would run: they must arrive as they are and run nothing.
+const char* const kHostileNames[] = {
+    "$(touch PWNED)",         "`touch PWNED`",   "a; touch PWNED", "a | touch PWNED",
+    "a && touch PWNED",       "a & touch PWNED", "it's 'quoted'",  "-rf --help",
+    "new\nline; touch PWNED", "%PATH% ^& *",     "a > PWNED",      "$HOME ${IFS}",
+    "back\\slash\\",
+};
+
+TEST(Runner, HostileNamesReachTheToolAsData) {
+  TempDir dir;
+  const std::string args = dir.file("args.txt");
+  std::string cmd = Quoted(kFake) + " args " + Quoted(args);
+  std::vector<std::string> want;
+  for (const char* name : kHostileNames) {
+    std::string n = name;
+    // A trailing backslash before the closing quote needs doubling under the Windows rules.
+    cmd += " " + Quoted(n.back() == '\\' ? n + "\\" : n);
+    want.push_back(n);
+  }
+  RunAndWaitTimeout(cmd, kHidden, dir.path().string(), 5);
+  EXPECT_EQ(ReadArgs(args), want);
+  EXPECT_FALSE(std::filesystem::exists(dir.file("PWNED")));
+}
+
+TEST(Runner, BatchFormRedirectsWithoutAShell) {
+  TempDir dir;
+  // Output into a file whose name a shell would treat as code.
+  for (const char* name : {"out $(touch PWNED).txt", "out `touch PWNED`;|&.txt", "-dash.txt"}) {
+    const std::string out = dir.file(name);
+    int rc =
+        RunBatch(Quoted(kFake) + " echo " + Quoted("$(touch PWNED) hello") + " > " + Quoted(out),
+                 dir.path().string());
+    EXPECT_EQ(rc, 0);
+    EXPECT_EQ(ReadText(out), "$(touch PWNED) hello\n") << name;
+  }
+  EXPECT_FALSE(std::filesystem::exists("PWNED"));
+  EXPECT_FALSE(std::filesystem::exists(dir.file("PWNED")));
+
+  // "&&" runs the next command only after success; a line break always does.
+  const std::string a = dir.file("a.txt"), b = dir.file("b.txt");
+  RunBatch(Quoted(kFake) + " exit 3 && " + Quoted(kFake) + " echo x > " + Quoted(a) + "\n" +
+               Quoted(kFake) + " echo y >> " + Quoted(b) + " & " + Quoted(kFake) + " echo z >> " +
+               Quoted(b),
+           dir.path().string());
+  EXPECT_FALSE(std::filesystem::exists(a));
+  EXPECT_EQ(ReadText(b), "y\nz\n");
+
+  // Input redirection, and lines the batch form refuses to run.
+  EXPECT_EQ(RunBatch(Quoted(kFake) + " exit 0 < " + Quoted(dir.file("missing.txt")), ""),
+            kNotStarted);
+  EXPECT_EQ(RunBatch(Quoted(kFake) + " echo x | sh", ""), kNotStarted);
+}
+
+int g_pumps = 0;
+void CountPump() {
+  ++g_pumps;
+}
+
+TEST(Runner, EventPumpRunsBetweenSlicesAndBeforeReturning) {
+  TempDir dir;
+  SetEventPump(CountPump);
+  g_pumps = 0;
+  RunAndWaitTimeout(Quoted(kFake) + " sleep 5 " + Quoted(dir.file("p.txt")), kHidden, "", 1);
+  SetEventPump(nullptr);
+  // One call after the first slice, the second ends in the time-out, then two around the pause.
+  EXPECT_GE(g_pumps, 3);
+}
+
+}  // namespace
+}  // namespace pictavo::tools
