@@ -1,0 +1,401 @@
+#include "imaging/codecs/png_codec.h"
+
+#include <png.h>
+
+#include <algorithm>
+#include <memory>
+
+namespace pictavo::imaging::codecs {
+
+namespace {
+
+struct MemSource {
+  const uint8_t* data;
+  size_t size;
+  size_t pos;
+};
+
+void ReadFromMemory(png_structp png, png_bytep out, png_size_t len) {
+  auto* src = static_cast<MemSource*>(png_get_io_ptr(png));
+  if (len > src->size - src->pos) png_error(png, "the data ends too early");
+  std::memcpy(out, src->data + src->pos, len);
+  src->pos += len;
+}
+
+void WriteToVector(png_structp png, png_bytep data, png_size_t len) {
+  auto* out = static_cast<std::vector<uint8_t>*>(png_get_io_ptr(png));
+  out->insert(out->end(), data, data + len);
+}
+
+void NoFlush(png_structp) {}
+
+struct ErrorText {
+  char text[200];
+};
+
+void OnError(png_structp png, png_const_charp msg) {
+  auto* err = static_cast<ErrorText*>(png_get_error_ptr(png));
+  std::snprintf(err->text, sizeof err->text, "%s", msg);
+  png_longjmp(png, 1);
+}
+void OnWarning(png_structp, png_const_charp) {}
+
+struct Header {
+  png_uint_32 width, height;
+  int bit_depth, color_type, interlace;
+  int channels;  // after the transforms
+  int out_depth;
+  bool has_trns;
+};
+
+bool ReadInfo(png_structp png, png_infop info, Header* h) {
+  if (setjmp(png_jmpbuf(png))) return false;
+  png_read_info(png, info);
+  png_get_IHDR(png, info, &h->width, &h->height, &h->bit_depth, &h->color_type, &h->interlace,
+               nullptr, nullptr);
+  h->has_trns = png_get_valid(png, info, PNG_INFO_tRNS) != 0;
+  return true;
+}
+
+bool SetTransforms(png_structp png, png_infop info, Header* h) {
+  if (setjmp(png_jmpbuf(png))) return false;
+  const bool gray1 = h->color_type == PNG_COLOR_TYPE_GRAY && h->bit_depth == 1 && !h->has_trns;
+  if (h->color_type == PNG_COLOR_TYPE_PALETTE) {
+    png_set_packing(png);  // indices to one byte each; tRNS handled by us
+  } else if (!gray1) {
+    if (h->color_type == PNG_COLOR_TYPE_GRAY && h->bit_depth < 8)
+      png_set_expand_gray_1_2_4_to_8(png);
+    if (h->has_trns) png_set_tRNS_to_alpha(png);
+  }
+  if (h->bit_depth == 16) png_set_swap(png);  // native little-endian uint16
+  png_set_interlace_handling(png);
+  png_read_update_info(png, info);
+  h->channels = png_get_channels(png, info);
+  h->out_depth = png_get_bit_depth(png, info);
+  return true;
+}
+
+bool ReadRows(png_structp png, png_bytepp rows) {
+  if (setjmp(png_jmpbuf(png))) return false;
+  png_read_image(png, rows);
+  png_read_end(png, nullptr);
+  return true;
+}
+
+struct WriteSetup {
+  int width, height, bit_depth, color_type, interlace, level;
+  bool filter_none;
+  double dpi_x, dpi_y;
+  const png_color* palette;
+  int palette_len;
+  const uint8_t* icc;
+  png_uint_32 icc_len;
+  bool background;
+  png_color_16 bkgd;
+};
+
+bool WritePng(png_structp png, png_infop info, const WriteSetup& s, png_bytepp rows) {
+  if (setjmp(png_jmpbuf(png))) return false;
+  png_set_IHDR(png, info, static_cast<png_uint_32>(s.width), static_cast<png_uint_32>(s.height),
+               s.bit_depth, s.color_type, s.interlace, PNG_COMPRESSION_TYPE_DEFAULT,
+               PNG_FILTER_TYPE_DEFAULT);
+  png_set_compression_level(png, s.level);
+  // Palette and sub-byte pictures compress best unfiltered; photos with adaptive filters.
+  png_set_filter(png, 0, s.filter_none ? PNG_FILTER_NONE : PNG_ALL_FILTERS);
+  if (s.palette) png_set_PLTE(png, info, s.palette, s.palette_len);
+  png_set_pHYs(png, info, static_cast<png_uint_32>(s.dpi_x / 0.0254 + 0.5),
+               static_cast<png_uint_32>(s.dpi_y / 0.0254 + 0.5), PNG_RESOLUTION_METER);
+  if (s.icc) png_set_iCCP(png, info, "ICC profile", 0, s.icc, s.icc_len);
+  if (s.background) png_set_bKGD(png, info, &s.bkgd);
+  png_write_info(png, info);
+  if (s.bit_depth == 16) png_set_swap(png);
+  if (s.interlace != PNG_INTERLACE_NONE) png_set_interlace_handling(png);
+  png_write_image(png, rows);
+  png_write_end(png, info);
+  return true;
+}
+
+}  // namespace
+
+pictavo::Status DecodePNG(const uint8_t* data, size_t size, const DecodeOptions& opt,
+                          TIEBitmap* bmp, TIOParamsVals& params) {
+  if (size < 8 || png_sig_cmp(data, 0, 8) != 0) return Corrupt("PNG", "no PNG signature");
+  ErrorText err{};
+  png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &err, OnError, OnWarning);
+  if (!png) return pictavo::Status::Error("out of memory");
+  png_infop info = png_create_info_struct(png);
+  struct Cleanup {
+    png_structp* p;
+    png_infop* i;
+    ~Cleanup() { png_destroy_read_struct(p, i, nullptr); }
+  } cleanup{&png, &info};
+  if (!info) return pictavo::Status::Error("out of memory");
+  // Refuse absurd sizes before libpng allocates anything.
+  png_set_user_limits(png, kMaxBitmapSide, kMaxBitmapSide);
+  MemSource src{data, size, 0};
+  png_set_read_fn(png, &src, ReadFromMemory);
+  Header h{};
+  if (!ReadInfo(png, info, &h)) return Corrupt("PNG", err.text);
+
+  params.FileType = TIOFileType::ioPNG;
+  params.Width = static_cast<int>(h.width);
+  params.Height = static_cast<int>(h.height);
+  params.BitsPerSample = h.bit_depth;
+  params.ImageCount = 1;
+  params.PNG_Interlaced = h.interlace != PNG_INTERLACE_NONE;
+  switch (h.color_type) {
+    case PNG_COLOR_TYPE_GRAY:
+      params.SamplesPerPixel = 1;
+      break;
+    case PNG_COLOR_TYPE_GRAY_ALPHA:
+      params.SamplesPerPixel = 2;
+      break;
+    case PNG_COLOR_TYPE_PALETTE:
+      params.SamplesPerPixel = 1;
+      break;
+    case PNG_COLOR_TYPE_RGB:
+      params.SamplesPerPixel = 3;
+      break;
+    default:
+      params.SamplesPerPixel = 4;
+      break;
+  }
+  params.HasAlpha = (h.color_type & PNG_COLOR_MASK_ALPHA) != 0 || h.has_trns;
+  png_uint_32 rx = 0, ry = 0;
+  int unit = 0;
+  if (png_get_pHYs(png, info, &rx, &ry, &unit) && unit == PNG_RESOLUTION_METER && rx && ry) {
+    params.DpiX = static_cast<int>(rx * 0.0254 + 0.5);
+    params.DpiY = static_cast<int>(ry * 0.0254 + 0.5);
+  }
+  params.ICC.Clear();
+  png_charp icc_name = nullptr;
+  int icc_comp = 0;
+  png_bytep icc = nullptr;
+  png_uint_32 icc_len = 0;
+  if (png_get_iCCP(png, info, &icc_name, &icc_comp, &icc, &icc_len) && icc)
+    (void)params.ICC.LoadFromBuffer(icc, icc_len);
+  png_color_16p bkgd = nullptr;
+  params.PNG_HasBackground = png_get_bKGD(png, info, &bkgd) && bkgd;
+  if (opt.params_only || !bmp) return pictavo::Status::OK();
+
+  if (auto st = CheckDimensions(h.width, h.height, opt.max_pixels); !st.ok()) return st;
+  if (!SetTransforms(png, info, &h)) return Corrupt("PNG", err.text);
+
+  const bool gray1 = h.out_depth == 1;
+  const int bytes_per_sample = h.out_depth == 16 ? 2 : 1;
+  const size_t row_bytes =
+      gray1 ? (h.width + 7) / 8 : static_cast<size_t>(h.width) * h.channels * bytes_per_sample;
+  std::vector<uint8_t> buf(row_bytes * h.height);
+  std::vector<png_bytep> rows(h.height);
+  for (png_uint_32 y = 0; y < h.height; ++y) rows[y] = buf.data() + row_bytes * y;
+  if (!ReadRows(png, rows.data())) return Corrupt("PNG", err.text);
+
+  const int w = static_cast<int>(h.width), ht = static_cast<int>(h.height);
+  TIEPixelFormat fmt;
+  const bool palette = h.color_type == PNG_COLOR_TYPE_PALETTE;
+  if (gray1)
+    fmt = TIEPixelFormat::ie1g;
+  else if (palette)
+    fmt = TIEPixelFormat::ie8p;
+  else if (h.channels <= 2)
+    fmt = bytes_per_sample == 2 ? TIEPixelFormat::ie16g : TIEPixelFormat::ie8g;
+  else
+    fmt = bytes_per_sample == 2 ? TIEPixelFormat::ie48RGB : TIEPixelFormat::ie24RGB;
+  if (auto st = bmp->Allocate(w, ht, fmt); !st.ok()) return st;
+  const bool alpha = !palette && (h.channels == 2 || h.channels == 4);
+  if (palette) {
+    png_colorp pal = nullptr;
+    int n = 0;
+    png_get_PLTE(png, info, &pal, &n);
+    bmp->Palette().assign(256, TRGB{});
+    for (int i = 0; i < n && i < 256; ++i)
+      bmp->Palette()[i] = TRGB{pal[i].red, pal[i].green, pal[i].blue};
+  }
+  if (alpha) bmp->AddAlphaChannel();
+  const int color_ch = h.channels >= 3 ? 3 : 1;
+  for (int y = 0; y < ht; ++y) {
+    const uint8_t* s = rows[y];
+    uint8_t* d = bmp->Scanline(y);
+    if (!alpha) {
+      std::memcpy(d, s, std::min(row_bytes, bmp->RowLen()));
+      continue;
+    }
+    uint8_t* a = bmp->AlphaScanline(y);
+    const size_t px_bytes = static_cast<size_t>(h.channels) * bytes_per_sample;
+    const size_t col_bytes = static_cast<size_t>(color_ch) * bytes_per_sample;
+    for (int x = 0; x < w; ++x) {
+      std::memcpy(d + x * col_bytes, s + x * px_bytes, col_bytes);
+      // 16-bit alpha is native little-endian after png_set_swap: the high byte is second.
+      a[x] = bytes_per_sample == 2 ? s[x * px_bytes + col_bytes + 1] : s[x * px_bytes + col_bytes];
+    }
+  }
+  if (palette && h.has_trns) {
+    png_bytep trans = nullptr;
+    int ntrans = 0;
+    png_get_tRNS(png, info, &trans, &ntrans, nullptr);
+    bmp->AddAlphaChannel();
+    for (int y = 0; y < ht; ++y) {
+      const uint8_t* d = bmp->Scanline(y);
+      uint8_t* a = bmp->AlphaScanline(y);
+      for (int x = 0; x < w; ++x) a[x] = d[x] < ntrans ? trans[d[x]] : 255;
+    }
+  }
+  if (params.PNG_HasBackground && bkgd) {
+    if (palette && bkgd->index < bmp->Palette().size())
+      params.PNG_Background = RGBToTColor(bmp->Palette()[bkgd->index]);
+    else if (h.bit_depth == 16)
+      params.PNG_Background = RGBToTColor(
+          TRGB{uint8_t(bkgd->red >> 8), uint8_t(bkgd->green >> 8), uint8_t(bkgd->blue >> 8)});
+    else if (h.color_type & PNG_COLOR_MASK_COLOR)
+      params.PNG_Background =
+          RGBToTColor(TRGB{uint8_t(bkgd->red), uint8_t(bkgd->green), uint8_t(bkgd->blue)});
+  }
+  return pictavo::Status::OK();
+}
+
+pictavo::Status EncodePNG(const TIEBitmap& bmp, const TIOParamsVals& params,
+                          std::vector<uint8_t>& out) {
+  const TIEPixelFormat fmt = bmp.PixelFormat();
+  const bool alpha = bmp.HasAlphaChannel();
+  const int w = bmp.Width(), h = bmp.Height();
+  WriteSetup s{};
+  s.width = w;
+  s.height = h;
+  s.level = std::clamp(params.PNG_Compression, 0, 9);
+  s.interlace = params.PNG_Interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE;
+  s.dpi_x = std::max(1, params.DpiX);
+  s.dpi_y = std::max(1, params.DpiY);
+
+  // Build rows in the file's layout: samples interleaved with alpha where present.
+  int channels = 1, depth = 8;
+  std::vector<png_color> pal;
+  std::vector<uint8_t> trns;
+  switch (fmt) {
+    case TIEPixelFormat::ie1g:
+      depth = alpha ? 8 : 1;
+      channels = alpha ? 2 : 1;
+      s.color_type = alpha ? PNG_COLOR_TYPE_GRAY_ALPHA : PNG_COLOR_TYPE_GRAY;
+      break;
+    case TIEPixelFormat::ie8g:
+      channels = alpha ? 2 : 1;
+      s.color_type = alpha ? PNG_COLOR_TYPE_GRAY_ALPHA : PNG_COLOR_TYPE_GRAY;
+      break;
+    case TIEPixelFormat::ie8p:
+      if (alpha) {
+        channels = 4;
+        s.color_type = PNG_COLOR_TYPE_RGB_ALPHA;
+      } else {
+        s.color_type = PNG_COLOR_TYPE_PALETTE;
+        for (const TRGB& c : bmp.Palette()) pal.push_back(png_color{c.r, c.g, c.b});
+        if (pal.empty()) pal.push_back(png_color{0, 0, 0});
+        if (pal.size() > 256) pal.resize(256);
+      }
+      break;
+    case TIEPixelFormat::ie16g:
+      depth = 16;
+      channels = alpha ? 2 : 1;
+      s.color_type = alpha ? PNG_COLOR_TYPE_GRAY_ALPHA : PNG_COLOR_TYPE_GRAY;
+      break;
+    case TIEPixelFormat::ie48RGB:
+      depth = 16;
+      channels = alpha ? 4 : 3;
+      s.color_type = alpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB;
+      break;
+    default:
+      channels = alpha ? 4 : 3;
+      s.color_type = alpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB;
+      break;
+  }
+  s.bit_depth = depth;
+  s.filter_none = depth < 8 || s.color_type == PNG_COLOR_TYPE_PALETTE;
+  const size_t row_bytes =
+      depth == 1 ? (w + 7) / 8 : static_cast<size_t>(w) * channels * (depth / 8);
+  std::vector<uint8_t> buf(row_bytes * h);
+  std::vector<png_bytep> rows(h);
+  std::vector<uint8_t> rgb(static_cast<size_t>(w) * 3);
+  for (int y = 0; y < h; ++y) {
+    uint8_t* d = buf.data() + row_bytes * y;
+    rows[y] = d;
+    const uint8_t* src = bmp.Scanline(y);
+    const uint8_t* a = alpha ? bmp.AlphaScanline(y) : nullptr;
+    if (!alpha && (fmt == TIEPixelFormat::ie1g || fmt == TIEPixelFormat::ie8p ||
+                   fmt == TIEPixelFormat::ie8g || fmt == TIEPixelFormat::ie16g ||
+                   fmt == TIEPixelFormat::ie48RGB || fmt == TIEPixelFormat::ie24RGB)) {
+      std::memcpy(d, src, row_bytes);
+      continue;
+    }
+    if (fmt == TIEPixelFormat::ie1g || fmt == TIEPixelFormat::ie8g) {
+      for (int x = 0; x < w; ++x) {
+        d[2 * x] =
+            fmt == TIEPixelFormat::ie8g ? src[x] : ((src[x >> 3] >> (7 - (x & 7))) & 1) * 255;
+        d[2 * x + 1] = a[x];
+      }
+    } else if (depth == 16) {
+      const int cc = channels - 1;
+      const auto* s16 = reinterpret_cast<const uint16_t*>(src);
+      auto* d16 = reinterpret_cast<uint16_t*>(d);
+      for (int x = 0; x < w; ++x) {
+        for (int c = 0; c < cc; ++c) d16[x * channels + c] = s16[x * cc + c];
+        d16[x * channels + cc] = static_cast<uint16_t>(a[x] * 257);
+      }
+    } else {
+      RowToRGB(bmp, y, rgb.data());
+      for (int x = 0; x < w; ++x) {
+        d[4 * x] = rgb[3 * x];
+        d[4 * x + 1] = rgb[3 * x + 1];
+        d[4 * x + 2] = rgb[3 * x + 2];
+        d[4 * x + 3] = a[x];
+      }
+    }
+  }
+  if (!pal.empty()) {
+    s.palette = pal.data();
+    s.palette_len = static_cast<int>(pal.size());
+  }
+  if (!params.ICC.IsEmpty()) {
+    s.icc = params.ICC.Raw().data();
+    s.icc_len = static_cast<png_uint_32>(params.ICC.Raw().size());
+  }
+  if (params.PNG_HasBackground) {
+    const TRGB c = TColorToRGB(params.PNG_Background);
+    s.background = true;
+    if (s.color_type == PNG_COLOR_TYPE_PALETTE) {
+      // The nearest palette entry stands for the colour.
+      int best = 0, best_d = 1 << 30;
+      for (size_t i = 0; i < pal.size(); ++i) {
+        const int dd =
+            std::abs(pal[i].red - c.r) + std::abs(pal[i].green - c.g) + std::abs(pal[i].blue - c.b);
+        if (dd < best_d) best_d = dd, best = static_cast<int>(i);
+      }
+      s.bkgd.index = static_cast<png_byte>(best);
+    } else if (s.color_type & PNG_COLOR_MASK_COLOR) {
+      const int k = depth == 16 ? 257 : 1;
+      s.bkgd.red = static_cast<png_uint_16>(c.r * k);
+      s.bkgd.green = static_cast<png_uint_16>(c.g * k);
+      s.bkgd.blue = static_cast<png_uint_16>(c.b * k);
+    } else {
+      const int grey = (c.r * 30 + c.g * 59 + c.b * 11) / 100;
+      s.bkgd.gray = static_cast<png_uint_16>(depth == 16  ? grey * 257
+                                             : depth == 1 ? grey / 128
+                                                          : grey);
+    }
+  }
+
+  ErrorText err{};
+  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &err, OnError, OnWarning);
+  if (!png) return pictavo::Status::Error("out of memory");
+  png_infop info = png_create_info_struct(png);
+  struct Cleanup {
+    png_structp* p;
+    png_infop* i;
+    ~Cleanup() { png_destroy_write_struct(p, i); }
+  } cleanup{&png, &info};
+  if (!info) return pictavo::Status::Error("out of memory");
+  out.clear();
+  png_set_write_fn(png, &out, WriteToVector, NoFlush);
+  if (!WritePng(png, info, s, rows.data()))
+    return pictavo::Status::Error(std::string("PNG encoder failed: ") + err.text);
+  return pictavo::Status::OK();
+}
+
+}  // namespace pictavo::imaging::codecs

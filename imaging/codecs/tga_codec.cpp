@@ -1,0 +1,185 @@
+#include "imaging/codecs/tga_codec.h"
+
+namespace pictavo::imaging::codecs {
+
+pictavo::Status DecodeTGA(const uint8_t* data, size_t size, const DecodeOptions& opt,
+                          TIEBitmap* bmp, TIOParamsVals& params) {
+  ByteReader r(data, size);
+  const int id_len = r.u8(), cmap_type = r.u8(), type = r.u8();
+  const int cmap_first = r.le16(), cmap_len = r.le16(), cmap_bits = r.u8();
+  r.le16(), r.le16();
+  const int w = r.le16(), h = r.le16(), bpp = r.u8(), desc = r.u8();
+  if (r.failed()) return Corrupt("TGA", "header cut short");
+  const bool rle = type >= 9;
+  const int base = rle ? type - 8 : type;
+  if (!(base == 1 || base == 2 || base == 3)) return Corrupt("TGA", "unsupported type");
+  const int alpha_bits = desc & 15;
+  params.FileType = TIOFileType::ioTGA;
+  params.Width = w, params.Height = h;
+  params.BitsPerSample = 8;
+  params.SamplesPerPixel = base == 2 ? (bpp == 32 ? 4 : 3) : (bpp == 16 && base == 3 ? 2 : 1);
+  params.HasAlpha = (base == 2 && bpp == 32) || (base == 3 && bpp == 16);
+  params.TGA_Compressed = rle;
+  params.ImageCount = 1;
+  if ((base == 1 && (bpp != 8 || cmap_type != 1)) ||
+      (base == 2 && bpp != 15 && bpp != 16 && bpp != 24 && bpp != 32) ||
+      (base == 3 && bpp != 8 && bpp != 16))
+    return Corrupt("TGA", "unsupported depth");
+  if (auto st = CheckDimensions(w, h, opt.max_pixels); !st.ok()) return st;
+  if (opt.params_only || !bmp) return pictavo::Status::OK();
+  r.skip(id_len);
+  std::vector<TRGB> pal;
+  std::vector<uint8_t> pal_alpha;
+  if (cmap_type == 1) {
+    const int eb = (cmap_bits + 7) / 8;
+    if (eb < 2 || eb > 4) return Corrupt("TGA", "bad colour map");
+    for (int i = 0; i < cmap_len; ++i) {
+      uint8_t e[4] = {0, 0, 0, 255};
+      r.read(e, eb);
+      if (eb == 2) {
+        const int v = e[0] | e[1] << 8;
+        pal.push_back(TRGB{uint8_t(((v >> 10) & 31) * 255 / 31),
+                           uint8_t(((v >> 5) & 31) * 255 / 31), uint8_t((v & 31) * 255 / 31)});
+      } else {
+        pal.push_back(TRGB{e[2], e[1], e[0]});
+      }
+      pal_alpha.push_back(eb == 4 ? e[3] : 255);
+    }
+    if (r.failed()) return Corrupt("TGA", "colour map cut short");
+  }
+  const int pb = (bpp + 7) / 8;
+  const size_t total = static_cast<size_t>(w) * h;
+  if (!rle && total * pb > r.left()) return Corrupt("TGA", "pixel data cut short");
+  std::vector<uint8_t> px(total * pb);
+  if (!rle) {
+    r.read(px.data(), px.size());
+  } else {
+    size_t n = 0;
+    while (n < total) {
+      const uint8_t head = r.u8();
+      const size_t count = std::min<size_t>((head & 0x7F) + 1, total - n);
+      if (head & 0x80) {
+        uint8_t v[4];
+        if (!r.read(v, pb)) break;
+        for (size_t i = 0; i < count; ++i, ++n) std::memcpy(&px[n * pb], v, pb);
+      } else {
+        if (!r.read(&px[n * pb], count * pb)) break;
+        n += count;
+      }
+    }
+    if (n < total) return Corrupt("TGA", "pixel data cut short");
+  }
+  const TIEPixelFormat fmt = base == 1   ? TIEPixelFormat::ie8p
+                             : base == 3 ? TIEPixelFormat::ie8g
+                                         : TIEPixelFormat::ie24RGB;
+  if (auto st = bmp->Allocate(w, h, fmt); !st.ok()) return st;
+  bool alpha = (base == 2 && bpp == 32 && alpha_bits > 0) ||
+               (base == 2 && bpp == 32 && alpha_bits == 0) || (base == 3 && bpp == 16);
+  bool pal_has_alpha = false;
+  for (uint8_t a : pal_alpha) pal_has_alpha = pal_has_alpha || a < 255;
+  if (base == 1 && pal_has_alpha) alpha = true;
+  if (alpha) bmp->AddAlphaChannel();
+  if (base == 1) {
+    bmp->Palette().assign(256, TRGB{});
+    for (size_t i = 0; i < pal.size() && cmap_first + i < 256; ++i)
+      bmp->Palette()[cmap_first + i] = pal[i];
+  }
+  const bool top = (desc & 0x20) != 0, right = (desc & 0x10) != 0;
+  for (int y = 0; y < h; ++y) {
+    const int sy = top ? y : h - 1 - y;
+    uint8_t* d = bmp->Scanline(y);
+    uint8_t* a = alpha ? bmp->AlphaScanline(y) : nullptr;
+    for (int x = 0; x < w; ++x) {
+      const int sx = right ? w - 1 - x : x;
+      const uint8_t* s = &px[(static_cast<size_t>(sy) * w + sx) * pb];
+      if (base == 1) {
+        d[x] = s[0];
+        if (a) {
+          const int k = s[0] - cmap_first;
+          a[x] = k >= 0 && k < static_cast<int>(pal_alpha.size()) ? pal_alpha[k] : 255;
+        }
+      } else if (base == 3) {
+        d[x] = s[0];
+        if (a) a[x] = s[1];
+      } else if (pb == 2) {
+        const int v = s[0] | s[1] << 8;
+        d[3 * x] = ((v >> 10) & 31) * 255 / 31, d[3 * x + 1] = ((v >> 5) & 31) * 255 / 31,
+              d[3 * x + 2] = (v & 31) * 255 / 31;
+      } else {
+        d[3 * x] = s[2], d[3 * x + 1] = s[1], d[3 * x + 2] = s[0];
+        if (a) a[x] = s[3];
+      }
+    }
+  }
+  // 32-bit files whose alpha bits say 0 but hold all zeros are opaque pictures.
+  if (alpha && base == 2 && alpha_bits == 0) {
+    bool all_zero = true;
+    for (int y = 0; y < h && all_zero; ++y)
+      for (int x = 0; x < w && all_zero; ++x) all_zero = bmp->AlphaScanline(y)[x] == 0;
+    if (all_zero) bmp->AddAlphaChannel(255);
+  }
+  return pictavo::Status::OK();
+}
+
+pictavo::Status EncodeTGA(const TIEBitmap& bmp, const TIOParamsVals& params,
+                          std::vector<uint8_t>& out) {
+  const TIEPixelFormat fmt = bmp.PixelFormat();
+  const int w = bmp.Width(), h = bmp.Height();
+  if (w > 65535 || h > 65535) return pictavo::Status::Error("picture too large for TGA");
+  const bool alpha = bmp.HasAlphaChannel() && fmt == TIEPixelFormat::ie24RGB;
+  const int base = fmt == TIEPixelFormat::ie8p ? 1 : fmt == TIEPixelFormat::ie8g ? 3 : 2;
+  const int pb = base == 2 ? (alpha ? 4 : 3) : 1;
+  out.clear();
+  out.push_back(0);
+  out.push_back(base == 1 ? 1 : 0);
+  out.push_back(static_cast<uint8_t>(base + (params.TGA_Compressed ? 8 : 0)));
+  PutLE16(out, 0), PutLE16(out, base == 1 ? 256 : 0), out.push_back(base == 1 ? 24 : 0);
+  PutLE16(out, 0), PutLE16(out, 0), PutLE16(out, w), PutLE16(out, h);
+  out.push_back(static_cast<uint8_t>(pb * 8));
+  out.push_back(static_cast<uint8_t>(0x20 | (alpha ? 8 : 0)));  // top-left origin
+  if (base == 1)
+    for (int i = 0; i < 256; ++i) {
+      const TRGB c = i < static_cast<int>(bmp.Palette().size()) ? bmp.Palette()[i] : TRGB{};
+      out.push_back(c.b), out.push_back(c.g), out.push_back(c.r);
+    }
+  std::vector<uint8_t> row(static_cast<size_t>(w) * pb);
+  for (int y = 0; y < h; ++y) {
+    const uint8_t* s = bmp.Scanline(y);
+    if (base == 2) {
+      const uint8_t* a = alpha ? bmp.AlphaScanline(y) : nullptr;
+      for (int x = 0; x < w; ++x) {
+        row[pb * x] = s[3 * x + 2], row[pb * x + 1] = s[3 * x + 1], row[pb * x + 2] = s[3 * x];
+        if (a) row[pb * x + 3] = a[x];
+      }
+    } else {
+      std::memcpy(row.data(), s, w);
+    }
+    if (!params.TGA_Compressed) {
+      out.insert(out.end(), row.begin(), row.end());
+      continue;
+    }
+    // RLE packets stay within a row, as most readers expect.
+    for (int x = 0; x < w;) {
+      int run = 1;
+      while (x + run < w && run < 128 && std::memcmp(&row[(x + run) * pb], &row[x * pb], pb) == 0)
+        ++run;
+      if (run > 1) {
+        out.push_back(static_cast<uint8_t>(0x80 | (run - 1)));
+        out.insert(out.end(), &row[x * pb], &row[x * pb] + pb);
+        x += run;
+        continue;
+      }
+      int lit = 1;
+      while (x + lit < w && lit < 128 &&
+             !(x + lit + 1 < w &&
+               std::memcmp(&row[(x + lit) * pb], &row[(x + lit + 1) * pb], pb) == 0))
+        ++lit;
+      out.push_back(static_cast<uint8_t>(lit - 1));
+      out.insert(out.end(), &row[x * pb], &row[(x + lit) * pb]);
+      x += lit;
+    }
+  }
+  return pictavo::Status::OK();
+}
+
+}  // namespace pictavo::imaging::codecs

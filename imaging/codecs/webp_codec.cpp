@@ -1,0 +1,116 @@
+#include "imaging/codecs/webp_codec.h"
+
+#include <webp/decode.h>
+#include <webp/demux.h>
+#include <webp/encode.h>
+
+namespace pictavo::imaging::codecs {
+
+namespace {
+void FromRGBA(const uint8_t* rgba, int w, int h, int stride, TIEBitmap& bmp, bool alpha) {
+  if (alpha) bmp.AddAlphaChannel();
+  for (int y = 0; y < h; ++y) {
+    const uint8_t* s = rgba + static_cast<size_t>(y) * stride;
+    uint8_t* d = bmp.Scanline(y);
+    for (int x = 0; x < w; ++x) {
+      d[3 * x] = s[4 * x], d[3 * x + 1] = s[4 * x + 1], d[3 * x + 2] = s[4 * x + 2];
+      if (alpha) bmp.AlphaScanline(y)[x] = s[4 * x + 3];
+    }
+  }
+}
+}  // namespace
+
+pictavo::Status DecodeWEBP(const uint8_t* data, size_t size, const DecodeOptions& opt,
+                           TIEBitmap* bmp, TIOParamsVals& params) {
+  WebPData wd{data, size};
+  WebPDemuxer* demux = WebPDemux(&wd);
+  if (!demux) return Corrupt("WebP", "container cannot be read");
+  struct DemuxFree {
+    WebPDemuxer* d;
+    ~DemuxFree() { WebPDemuxDelete(d); }
+  } free_demux{demux};
+  const int w = static_cast<int>(WebPDemuxGetI(demux, WEBP_FF_CANVAS_WIDTH));
+  const int h = static_cast<int>(WebPDemuxGetI(demux, WEBP_FF_CANVAS_HEIGHT));
+  const int frames = static_cast<int>(WebPDemuxGetI(demux, WEBP_FF_FRAME_COUNT));
+  const uint32_t flags = WebPDemuxGetI(demux, WEBP_FF_FORMAT_FLAGS);
+  params.FileType = TIOFileType::ioWEBP;
+  params.Width = w, params.Height = h;
+  params.BitsPerSample = 8;
+  params.ImageCount = std::max(frames, 1);
+  params.ICC.Clear();
+  WebPChunkIterator chunk;
+  if (WebPDemuxGetChunk(demux, "ICCP", 1, &chunk)) {
+    (void)params.ICC.LoadFromBuffer(chunk.chunk.bytes, chunk.chunk.size);
+    WebPDemuxReleaseChunkIterator(&chunk);
+  }
+  WebPBitstreamFeatures feat;
+  const bool still = frames <= 1;
+  bool alpha = (flags & ALPHA_FLAG) != 0;
+  if (still && WebPGetFeatures(data, size, &feat) == VP8_STATUS_OK) alpha = feat.has_alpha;
+  params.HasAlpha = alpha;
+  params.SamplesPerPixel = alpha ? 4 : 3;
+  if (auto st = CheckDimensions(w, h, opt.max_pixels); !st.ok()) return st;
+  if (opt.frame < 0 || opt.frame >= params.ImageCount)
+    return pictavo::Status::Error("WebP frame out of range");
+  if (opt.params_only || !bmp) return pictavo::Status::OK();
+  if (still) {
+    int dw = 0, dh = 0;
+    uint8_t* rgba = WebPDecodeRGBA(data, size, &dw, &dh);
+    if (!rgba) return Corrupt("WebP", "picture data cannot be decoded");
+    pictavo::Status st = bmp->Allocate(dw, dh, TIEPixelFormat::ie24RGB);
+    if (st.ok()) FromRGBA(rgba, dw, dh, dw * 4, *bmp, alpha);
+    WebPFree(rgba);
+    return st;
+  }
+  WebPAnimDecoderOptions ao;
+  WebPAnimDecoderOptionsInit(&ao);
+  ao.color_mode = MODE_RGBA;
+  WebPAnimDecoder* dec = WebPAnimDecoderNew(&wd, &ao);
+  if (!dec) return Corrupt("WebP", "animation cannot be decoded");
+  struct DecFree {
+    WebPAnimDecoder* d;
+    ~DecFree() { WebPAnimDecoderDelete(d); }
+  } free_dec{dec};
+  uint8_t* buf = nullptr;
+  int ts = 0;
+  for (int i = 0; i <= opt.frame; ++i)
+    if (!WebPAnimDecoderGetNext(dec, &buf, &ts)) return Corrupt("WebP", "frame cannot be decoded");
+  if (auto st = bmp->Allocate(w, h, TIEPixelFormat::ie24RGB); !st.ok()) return st;
+  FromRGBA(buf, w, h, w * 4, *bmp, true);
+  return pictavo::Status::OK();
+}
+
+pictavo::Status EncodeWEBP(const TIEBitmap& bmp, const TIOParamsVals& params,
+                           std::vector<uint8_t>& out) {
+  const int w = bmp.Width(), h = bmp.Height();
+  if (w > WEBP_MAX_DIMENSION || h > WEBP_MAX_DIMENSION)
+    return pictavo::Status::Error("picture too large for WebP");
+  const bool alpha = bmp.HasAlphaChannel();
+  std::vector<uint8_t> px(static_cast<size_t>(w) * h * (alpha ? 4 : 3));
+  for (int y = 0; y < h; ++y) {
+    const uint8_t* s = bmp.Scanline(y);
+    uint8_t* d = px.data() + static_cast<size_t>(y) * w * (alpha ? 4 : 3);
+    if (!alpha) {
+      std::memcpy(d, s, static_cast<size_t>(w) * 3);
+      continue;
+    }
+    for (int x = 0; x < w; ++x)
+      d[4 * x] = s[3 * x], d[4 * x + 1] = s[3 * x + 1], d[4 * x + 2] = s[3 * x + 2],
+            d[4 * x + 3] = bmp.AlphaScanline(y)[x];
+  }
+  uint8_t* enc = nullptr;
+  size_t n = 0;
+  const float q = static_cast<float>(std::clamp(params.WEBP_Quality, 0, 100));
+  if (params.WEBP_Lossless)
+    n = alpha ? WebPEncodeLosslessRGBA(px.data(), w, h, w * 4, &enc)
+              : WebPEncodeLosslessRGB(px.data(), w, h, w * 3, &enc);
+  else
+    n = alpha ? WebPEncodeRGBA(px.data(), w, h, w * 4, q, &enc)
+              : WebPEncodeRGB(px.data(), w, h, w * 3, q, &enc);
+  if (!n || !enc) return pictavo::Status::Error("WebP encoder failed");
+  out.assign(enc, enc + n);
+  WebPFree(enc);
+  return pictavo::Status::OK();
+}
+
+}  // namespace pictavo::imaging::codecs

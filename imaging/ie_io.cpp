@@ -1,0 +1,420 @@
+#include "imaging/ie_io.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <string_view>
+
+#include "engine/tools/runner.h"
+#include "imaging/codecs/bmp_codec.h"
+#include "imaging/codecs/gif_codec.h"
+#include "imaging/codecs/ico_codec.h"
+#include "imaging/codecs/jp2_codec.h"
+#include "imaging/codecs/jpeg_codec.h"
+#include "imaging/codecs/pcx_codec.h"
+#include "imaging/codecs/pdf_writer.h"
+#include "imaging/codecs/png_codec.h"
+#include "imaging/codecs/pnm_codec.h"
+#include "imaging/codecs/psd_codec.h"
+#include "imaging/codecs/qoi_codec.h"
+#include "imaging/codecs/tga_codec.h"
+#include "imaging/codecs/tiff_codec.h"
+#include "imaging/codecs/webp_codec.h"
+#include "imaging/format_sniff.h"
+#include "imaging/ie_icc.h"
+#include "imaging/ie_metadata.h"
+#include "platform/fs.h"
+
+namespace pictavo::imaging {
+
+using codecs::LayoutBit;
+using F = TIEPixelFormat;
+
+namespace {
+
+constexpr uint32_t kAllLayouts = LayoutBit(F::ie1g) | LayoutBit(F::ie8g) | LayoutBit(F::ie8p) |
+                                 LayoutBit(F::ie16g) | LayoutBit(F::ie24RGB) |
+                                 LayoutBit(F::ie48RGB) | LayoutBit(F::ieCMYK);
+constexpr uint32_t k8BitLayouts =
+    LayoutBit(F::ie1g) | LayoutBit(F::ie8g) | LayoutBit(F::ie8p) | LayoutBit(F::ie24RGB);
+
+// One row per format: how it is read, how it is written, which layouts the writer takes as
+// they are (everything else is converted first, see PrepareForSave), whether it stores the
+// alpha plane, and whether exiv2 can put EXIF/IPTC/XMP into it.
+struct CodecRow {
+  TIOFileType type;
+  codecs::DecodeFn decode;
+  codecs::EncodeFn encode;
+  uint32_t layouts;
+  bool alpha;
+  bool metadata;
+};
+
+constexpr CodecRow kCodecs[] = {
+    {TIOFileType::ioJPEG, codecs::DecodeJPEG, codecs::EncodeJPEG,
+     LayoutBit(F::ie8g) | LayoutBit(F::ie24RGB) | LayoutBit(F::ieCMYK), false, true},
+    {TIOFileType::ioPNG, codecs::DecodePNG, codecs::EncodePNG, kAllLayouts & ~LayoutBit(F::ieCMYK),
+     true, true},
+    {TIOFileType::ioTIFF, codecs::DecodeTIFF, codecs::EncodeTIFF, kAllLayouts, true, true},
+    {TIOFileType::ioGIF, codecs::DecodeGIF, codecs::EncodeGIF,
+     LayoutBit(F::ie1g) | LayoutBit(F::ie8g) | LayoutBit(F::ie8p) | LayoutBit(F::ie24RGB), true,
+     false},
+    {TIOFileType::ioBMP, codecs::DecodeBMP, codecs::EncodeBMP, k8BitLayouts, true, false},
+    {TIOFileType::ioPCX, codecs::DecodePCX, codecs::EncodePCX, k8BitLayouts, false, false},
+    {TIOFileType::ioTGA, codecs::DecodeTGA, codecs::EncodeTGA,
+     LayoutBit(F::ie8g) | LayoutBit(F::ie8p) | LayoutBit(F::ie24RGB), true, false},
+    {TIOFileType::ioICO, codecs::DecodeICO, codecs::EncodeICO, LayoutBit(F::ie24RGB), true, false},
+    {TIOFileType::ioCUR, codecs::DecodeICO, codecs::EncodeICO, LayoutBit(F::ie24RGB), true, false},
+    {TIOFileType::ioPBM, codecs::DecodePNM, codecs::EncodePBM, LayoutBit(F::ie1g), false, false},
+    {TIOFileType::ioPGM, codecs::DecodePNM, codecs::EncodePGM,
+     LayoutBit(F::ie8g) | LayoutBit(F::ie16g), false, false},
+    {TIOFileType::ioPPM, codecs::DecodePNM, codecs::EncodePPM,
+     LayoutBit(F::ie24RGB) | LayoutBit(F::ie48RGB), false, false},
+    {TIOFileType::ioPAM, codecs::DecodePNM, codecs::EncodePAM,
+     LayoutBit(F::ie1g) | LayoutBit(F::ie8g) | LayoutBit(F::ie16g) | LayoutBit(F::ie24RGB) |
+         LayoutBit(F::ie48RGB),
+     true, false},
+    {TIOFileType::ioWEBP, codecs::DecodeWEBP, codecs::EncodeWEBP, LayoutBit(F::ie24RGB), true,
+     true},
+    {TIOFileType::ioJP2, codecs::DecodeJP2, codecs::EncodeJP2,
+     LayoutBit(F::ie8g) | LayoutBit(F::ie16g) | LayoutBit(F::ie24RGB) | LayoutBit(F::ie48RGB), true,
+     false},
+    {TIOFileType::ioJ2K, codecs::DecodeJP2, codecs::EncodeJ2K,
+     LayoutBit(F::ie8g) | LayoutBit(F::ie16g) | LayoutBit(F::ie24RGB) | LayoutBit(F::ie48RGB), true,
+     false},
+    {TIOFileType::ioQOI, codecs::DecodeQOI, codecs::EncodeQOI, LayoutBit(F::ie24RGB), true, false},
+    {TIOFileType::ioPSD, codecs::DecodePSD, nullptr, 0, false, false},
+};
+
+const CodecRow* FindRow(TIOFileType type) {
+  for (const CodecRow& row : kCodecs)
+    if (row.type == type) return &row;
+  return nullptr;
+}
+
+// Nearest layouts to try, in order, when a writer does not take a layout as it is.
+constexpr F kFallbacks[][4] = {
+    /* ieNull  */ {F::ieNull, F::ieNull, F::ieNull, F::ieNull},
+    /* ie1g    */ {F::ie8g, F::ie24RGB, F::ie8p, F::ieNull},
+    /* ie8g    */ {F::ie24RGB, F::ie16g, F::ie1g, F::ieNull},
+    /* ie8p    */ {F::ie24RGB, F::ie8g, F::ie1g, F::ieNull},
+    /* ie16g   */ {F::ie8g, F::ie48RGB, F::ie24RGB, F::ie1g},
+    /* ie24RGB */ {F::ie8g, F::ie48RGB, F::ie1g, F::ieNull},
+    /* ie48RGB */ {F::ie24RGB, F::ie16g, F::ie8g, F::ieNull},
+    /* ieCMYK  */ {F::ie24RGB, F::ie8g, F::ie1g, F::ieNull},
+};
+
+// The layout a caller asks for by changing BitsPerSample / SamplesPerPixel after a load.
+F RequestedLayout(const TIOParamsVals& p, F current) {
+  const int bps = p.BitsPerSample, spp = p.SamplesPerPixel;
+  if (spp == 1 && bps == 1) return F::ie1g;
+  if (spp == 1 && bps <= 8) return current == F::ie8p ? F::ie8p : F::ie8g;
+  if (spp == 1 && bps == 16) return F::ie16g;
+  if (spp == 3 || spp == 4) {
+    if (spp == 4 && p.TIFF_PhotometInterpret == ioTIFF_CMYK && p.FileType == TIOFileType::ioTIFF)
+      return F::ieCMYK;
+    return bps == 16 ? F::ie48RGB : F::ie24RGB;
+  }
+  return current;
+}
+
+bool Accepts(const CodecRow& row, F f) {
+  return (row.layouts & LayoutBit(f)) != 0;
+}
+
+std::string FindProgram(const char* name) {
+  const char* path = std::getenv("PATH");
+  std::string_view rest = path ? path : "";
+  while (!rest.empty()) {
+    const size_t colon = rest.find(':');
+    std::string dir(rest.substr(0, colon));
+    rest = colon == std::string_view::npos ? std::string_view() : rest.substr(colon + 1);
+    if (dir.empty()) continue;
+    std::string candidate = platform::IncludeTrailingDelim(dir) + name;
+    if (platform::FileExists(candidate)) return candidate;
+  }
+  return std::string();
+}
+
+pictavo::Status WriteAtomically(const std::string& path, const std::vector<uint8_t>& bytes) {
+  return platform::WriteFileAtomic(
+      path, std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+}
+
+}  // namespace
+
+TImageEnIO::TImageEnIO(TIEBitmap* bitmap) : bmp_(bitmap) {
+  RememberLayout();
+}
+TImageEnIO::~TImageEnIO() = default;
+
+void TImageEnIO::RememberLayout() {
+  loaded_bps_ = params_.BitsPerSample;
+  loaded_spp_ = params_.SamplesPerPixel;
+}
+
+pictavo::Status TImageEnIO::Decode(const uint8_t* data, size_t size, bool params_only) {
+  const TIOFileType type = SniffFormat(data, size);
+  const CodecRow* row = FindRow(type);
+  if (type == TIOFileType::ioWMF || type == TIOFileType::ioEMF)
+    return pictavo::Status::Error("a metafile is rasterised with ImportMetafile, not loaded");
+  if (!row || !row->decode) return pictavo::Status::Error("unknown or unsupported file format");
+
+  // A load starts from fresh parameters; only the load options carry over.
+  TIOParamsVals fresh;
+  fresh.ImageIndex = params_.ImageIndex;
+  fresh.JPEG_ScaleDenom = params_.JPEG_ScaleDenom;
+  params_ = std::move(fresh);
+  codecs::DecodeOptions opt;
+  opt.params_only = params_only;
+  opt.frame = params_.ImageIndex;
+  opt.scale_denom = params_.JPEG_ScaleDenom;
+  const bool managed = ColorManagementEnabled();
+  TIEBitmap decoded;
+  pictavo::Status st = row->decode(data, size, opt, params_only ? nullptr : &decoded, params_);
+  if (!st.ok()) {
+    if (!params_only) bmp_->Clear();
+    return st;
+  }
+  if (row->metadata || type == TIOFileType::ioPSD) metadata::ReadMetadata(data, size, params_);
+  if (!params_only) {
+    if (decoded.IsEmpty()) return pictavo::Status::Error("the file holds no picture");
+    if (managed && !params_.ICC.IsEmpty() && !params_.ICC.IsSRGB() &&
+        TransformToSRGB(decoded, params_.ICC).ok())
+      params_.ICC.Clear();
+    *bmp_ = std::move(decoded);
+  }
+  RememberLayout();
+  return pictavo::Status::OK();
+}
+
+pictavo::Status TImageEnIO::LoadFromBuffer(const uint8_t* data, size_t size) {
+  return Decode(data, size, false);
+}
+
+pictavo::Status TImageEnIO::ParamsFromBuffer(const uint8_t* data, size_t size) {
+  return Decode(data, size, true);
+}
+
+pictavo::Status TImageEnIO::LoadFromFile(const std::string& path) {
+  auto bytes = platform::ReadFileBytes(path);
+  if (!bytes) {
+    bmp_->Clear();
+    return pictavo::Status::Error("cannot read " + path);
+  }
+  return Decode(reinterpret_cast<const uint8_t*>(bytes->data()), bytes->size(), false);
+}
+
+pictavo::Status TImageEnIO::ParamsFromFile(const std::string& path) {
+  auto bytes = platform::ReadFileBytes(path);
+  if (!bytes) return pictavo::Status::Error("cannot read " + path);
+  return Decode(reinterpret_cast<const uint8_t*>(bytes->data()), bytes->size(), true);
+}
+
+// Makes the picture fit the writer: the layout the caller asked for, then the nearest layout
+// the writer takes, the alpha plane composited onto white when the format has none, and the
+// pixels converted into the attached profile when colour management is on. `use` ends up
+// pointing at the bound bitmap when nothing had to change, else at `work`.
+pictavo::Status TImageEnIO::PrepareForSave(TIOFileType type, TIEBitmap& work,
+                                           const TIEBitmap*& use) {
+  const CodecRow* row = FindRow(type);
+  use = bmp_;
+  if (bmp_->IsEmpty()) return pictavo::Status::Error("nothing to save: the bitmap is empty");
+  const auto copy = [&]() {
+    if (use != &work) {
+      work = *bmp_;
+      use = &work;
+    }
+  };
+  F target = bmp_->PixelFormat();
+  if (params_.BitsPerSample != loaded_bps_ || params_.SamplesPerPixel != loaded_spp_) {
+    TIOParamsVals probe = params_;
+    probe.FileType = type;
+    target = RequestedLayout(probe, target);
+  }
+  if (type == TIOFileType::ioTIFF && params_.TIFF_PhotometInterpret == ioTIFF_CMYK &&
+      params_.TIFF_Compression != TIOTIFFCompression::ioTIFF_JPEG)
+    target = F::ieCMYK;
+  if (!Accepts(*row, target)) {
+    F chosen = F::ieNull;
+    for (F f : kFallbacks[static_cast<int>(target)])
+      if (f != F::ieNull && Accepts(*row, f)) {
+        chosen = f;
+        break;
+      }
+    if (chosen == F::ieNull) chosen = F::ie24RGB;
+    target = chosen;
+  }
+  const bool managed = ColorManagementEnabled() && !params_.ICC.IsEmpty();
+  if (managed && target == F::ieCMYK && bmp_->PixelFormat() != F::ieCMYK &&
+      params_.ICC.ColorSpace() == TIEColorSpaceClass::CMYK) {
+    // The profile does the RGB to CMYK conversion itself.
+    copy();
+    if (work.PixelFormat() != F::ie24RGB)
+      if (auto st = work.ConvertTo(F::ie24RGB); !st.ok()) return st;
+  } else if (target != bmp_->PixelFormat()) {
+    copy();
+    if (auto st = work.ConvertTo(target); !st.ok()) return st;
+  }
+  if (!row->alpha && use->HasAlphaChannel()) {
+    copy();
+    work.RemoveAlphaChannel(0xFFFFFF);
+  }
+  if (managed && !params_.ICC.IsSRGB()) {
+    copy();
+    (void)TransformFromSRGB(work, params_.ICC);  // a profile that does not fit is only embedded
+  }
+  return pictavo::Status::OK();
+}
+
+pictavo::Status TImageEnIO::Encode(TIOFileType type, std::vector<uint8_t>& out) {
+  const CodecRow* row = FindRow(type);
+  if (!row || !row->encode)
+    return pictavo::Status::Error(std::string("the engine cannot write ") + FileTypeName(type));
+  TIEBitmap work;
+  const TIEBitmap* use = nullptr;
+  if (auto st = PrepareForSave(type, work, use); !st.ok()) return st;
+  if (auto st = row->encode(*use, params_, out); !st.ok()) return st;
+  if (row->metadata) return metadata::WriteMetadata(out, params_);
+  return pictavo::Status::OK();
+}
+
+pictavo::Status TImageEnIO::SaveToBuffer(TIOFileType type, std::vector<uint8_t>& out) {
+  return Encode(type, out);
+}
+
+pictavo::Status TImageEnIO::SaveToFile(const std::string& path) {
+  const TIOFileType type = FileTypeFromExtension(path);
+  if (type == TIOFileType::ioUnknown)
+    return pictavo::Status::Error("no writer for the extension of " + path);
+  if (type == TIOFileType::ioPDF) {
+    if (auto st = CreatePDFFile(path); !st.ok()) return st;
+    if (auto st = SaveToPDF(); !st.ok()) {
+      pdf_.reset();
+      return st;
+    }
+    return ClosePDFFile();
+  }
+  std::vector<uint8_t> bytes;
+  if (auto st = Encode(type, bytes); !st.ok()) return st;
+  return WriteAtomically(path, bytes);
+}
+
+pictavo::Status TImageEnIO::SaveToFilePNG(const std::string& path) {
+  std::vector<uint8_t> bytes;
+  if (auto st = Encode(TIOFileType::ioPNG, bytes); !st.ok()) return st;
+  return WriteAtomically(path, bytes);
+}
+
+pictavo::Status TImageEnIO::InsertToFileTIFF(const std::string& path) {
+  auto existing = platform::ReadFileBytes(path);
+  std::vector<uint8_t> bytes;
+  if (!existing || existing->empty()) {
+    if (auto st = Encode(TIOFileType::ioTIFF, bytes); !st.ok()) return st;
+    return WriteAtomically(path, bytes);
+  }
+  bytes.assign(existing->begin(), existing->end());
+  if (SniffFormat(bytes.data(), bytes.size()) != TIOFileType::ioTIFF)
+    return pictavo::Status::Error(path + " is not a TIFF file");
+  TIEBitmap work;
+  const TIEBitmap* use = nullptr;
+  if (auto st = PrepareForSave(TIOFileType::ioTIFF, work, use); !st.ok()) return st;
+  if (auto st = codecs::AppendTIFF(*use, params_, bytes); !st.ok()) return st;
+  return WriteAtomically(path, bytes);
+}
+
+pictavo::Status TImageEnIO::InsertToFileGIF(const std::string& path) {
+  auto existing = platform::ReadFileBytes(path);
+  std::vector<uint8_t> bytes;
+  if (!existing || existing->empty()) {
+    if (auto st = Encode(TIOFileType::ioGIF, bytes); !st.ok()) return st;
+    return WriteAtomically(path, bytes);
+  }
+  bytes.assign(existing->begin(), existing->end());
+  if (SniffFormat(bytes.data(), bytes.size()) != TIOFileType::ioGIF)
+    return pictavo::Status::Error(path + " is not a GIF file");
+  TIEBitmap work;
+  const TIEBitmap* use = nullptr;
+  if (auto st = PrepareForSave(TIOFileType::ioGIF, work, use); !st.ok()) return st;
+  if (auto st = codecs::AppendGIF(*use, params_, bytes); !st.ok()) return st;
+  return WriteAtomically(path, bytes);
+}
+
+pictavo::Status TImageEnIO::LoadFromFileBMPRAW(const std::string& path,
+                                               const TIORawLayout& layout) {
+  auto bytes = platform::ReadFileBytes(path);
+  if (!bytes) {
+    bmp_->Clear();
+    return pictavo::Status::Error("cannot read " + path);
+  }
+  TIEBitmap decoded;
+  pictavo::Status st = codecs::DecodeRaw(reinterpret_cast<const uint8_t*>(bytes->data()),
+                                         bytes->size(), layout, decoded);
+  if (!st.ok()) {
+    bmp_->Clear();
+    return st;
+  }
+  params_ = TIOParamsVals();
+  params_.Width = decoded.Width();
+  params_.Height = decoded.Height();
+  const int bpp = decoded.BitsPerPixel();
+  params_.SamplesPerPixel = (layout.format == F::ie24RGB || layout.format == F::ie48RGB) ? 3
+                            : layout.format == F::ieCMYK                                 ? 4
+                                                                                         : 1;
+  params_.BitsPerSample = bpp / params_.SamplesPerPixel;
+  *bmp_ = std::move(decoded);
+  RememberLayout();
+  return pictavo::Status::OK();
+}
+
+pictavo::Status TImageEnIO::ImportMetafile(const std::string& path, int width, int height) {
+  auto head = platform::ReadFileBytes(path);
+  if (!head) return pictavo::Status::Error("cannot read " + path);
+  const TIOFileType type =
+      SniffFormat(reinterpret_cast<const uint8_t*>(head->data()), head->size());
+  if (type == TIOFileType::ioEMF)
+    return pictavo::Status::Error(
+        "EMF metafiles cannot be rasterised on this platform: no EMF renderer is available");
+  if (type != TIOFileType::ioWMF && (head->size() < 4 || (*head)[0] != 1 || (*head)[1] != 0))
+    return pictavo::Status::Error(path + " is not a Windows metafile");
+  const std::string wmf2gd = FindProgram("wmf2gd");
+  if (wmf2gd.empty())
+    return pictavo::Status::Error(
+        "wmf2gd is missing: install the Debian package libwmf-bin to rasterise WMF files");
+  // wmf2gd names its output itself from -o; a scratch name beside the system's temp folder.
+  const std::string out = (std::filesystem::temp_directory_path() /
+                           ("rcp_wmf_" + std::to_string(reinterpret_cast<uintptr_t>(this)) + "_" +
+                            std::to_string(std::rand()) + ".png"))
+                              .string();
+  std::string cmd = "\"" + wmf2gd + "\" -t png";
+  if (width > 0) cmd += " --maxwidth=" + std::to_string(width);
+  if (height > 0) cmd += " --maxheight=" + std::to_string(height);
+  if (width > 0 || height > 0) cmd += height > 0 && width > 0 ? " --maxsize" : " --maxpect";
+  cmd += " -o \"" + out + "\" \"" + path + "\"";
+  tools::RunAndWaitTimeout(cmd, tools::kHidden, std::string(), 120);
+  if (!platform::FileExists(out))
+    return pictavo::Status::Error("wmf2gd could not rasterise " + path);
+  pictavo::Status st = LoadFromFile(out);
+  std::error_code ec;
+  std::filesystem::remove(out, ec);
+  return st;
+}
+
+pictavo::Status TImageEnIO::CreatePDFFile(const std::string& path) {
+  pdf_ = std::make_unique<PdfWriter>(path);
+  return pictavo::Status::OK();
+}
+
+pictavo::Status TImageEnIO::SaveToPDF() {
+  if (!pdf_) return pictavo::Status::Error("no PDF file is open");
+  if (bmp_->IsEmpty()) return pictavo::Status::Error("nothing to save: the bitmap is empty");
+  return pdf_->AddPage(*bmp_, params_);
+}
+
+pictavo::Status TImageEnIO::ClosePDFFile() {
+  if (!pdf_) return pictavo::Status::Error("no PDF file is open");
+  pictavo::Status st = pdf_->Finish();
+  pdf_.reset();
+  return st;
+}
+
+}  // namespace pictavo::imaging

@@ -1,0 +1,96 @@
+// TImageEnIO: loads files into one bound bitmap and saves it, with the per-file parameters
+// of TIOParamsVals.
+//
+// Loading judges the format by the file's content, never by its name; saving chooses the format
+// by the destination's extension. Every save writes a scratch file beside the destination and
+// renames it into place, so a failed save leaves no half-written file and an existing file is
+// replaced only by a complete one. Damaged or hostile input gives a failed Status; the bitmap
+// is then empty.
+//
+// One object serves one worker; objects in different workers share nothing except the
+// process-wide colour-management switch (see ie_icc.h).
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "imaging/ie_bitmap.h"
+#include "imaging/io_params.h"
+#include "platform/status.h"
+
+namespace pictavo::imaging {
+
+// Layout of headerless raw pixel data for LoadFromFileBMPRAW.
+struct TIORawLayout {
+  int width = 0;
+  int height = 0;
+  TIEPixelFormat format = TIEPixelFormat::ie24RGB;  // ie1g, ie8g, ie16g, ie24RGB, ie48RGB, ieCMYK
+  uint64_t header_bytes = 0;                        // skipped at the start of the file
+  int row_align = 1;        // rows padded to a multiple of this many bytes (1, 2, 4)
+  bool bgr = false;         // 24/48-bit samples stored blue first
+  bool bottom_up = false;   // first stored row is the bottom one
+  bool big_endian = false;  // 16-bit samples
+};
+
+class PdfWriter;
+
+class TImageEnIO {
+ public:
+  explicit TImageEnIO(TIEBitmap* bitmap);  // "Create": bound to `bitmap`, which must outlive it
+  ~TImageEnIO();
+  TImageEnIO(const TImageEnIO&) = delete;
+  TImageEnIO& operator=(const TImageEnIO&) = delete;
+
+  TIOParamsVals& Params() { return params_; }
+  const TIOParamsVals& Params() const { return params_; }
+  TIEBitmap& Bitmap() { return *bmp_; }
+
+  // Loads frame Params().ImageIndex of the file; the format comes from the content.
+  pictavo::Status LoadFromFile(const std::string& path);
+  pictavo::Status LoadFromBuffer(const uint8_t* data, size_t size);
+  // Reads the parameters of frame Params().ImageIndex without decoding pixels.
+  pictavo::Status ParamsFromFile(const std::string& path);
+  pictavo::Status ParamsFromBuffer(const uint8_t* data, size_t size);
+
+  // Saves in the format named by `path`'s extension.
+  pictavo::Status SaveToFile(const std::string& path);
+  pictavo::Status SaveToFilePNG(const std::string& path);
+  // Encodes in `type` without touching the disk.
+  pictavo::Status SaveToBuffer(TIOFileType type, std::vector<uint8_t>& out);
+
+  // Appends the bitmap as a further page (TIFF) or frame (GIF) to an existing file; a missing
+  // file is created with this one page.
+  pictavo::Status InsertToFileTIFF(const std::string& path);
+  pictavo::Status InsertToFileGIF(const std::string& path);
+
+  pictavo::Status LoadFromFileBMPRAW(const std::string& path, const TIORawLayout& layout);
+
+  // Rasterises a Windows metafile at `width` x `height` pixels (0 = the file's own size at
+  // 96 dpi, the other side in proportion). WMF is drawn by wmf2gd (Debian package libwmf-bin);
+  // EMF has no renderer on this platform and fails with a message saying so.
+  pictavo::Status ImportMetafile(const std::string& path, int width = 0, int height = 0);
+
+  // PDF output: open a document, add the bitmap as one page per call (JPEG-compressed for
+  // photos, Flate for 1-bit, palette and pictures with few colours), close it. Pages are sized
+  // from the bitmap and the DPI. The file appears only at ClosePDFFile.
+  pictavo::Status CreatePDFFile(const std::string& path);
+  pictavo::Status SaveToPDF();
+  pictavo::Status ClosePDFFile();
+
+ private:
+  pictavo::Status Decode(const uint8_t* data, size_t size, bool params_only);
+  pictavo::Status Encode(TIOFileType type, std::vector<uint8_t>& out);
+  pictavo::Status PrepareForSave(TIOFileType type, TIEBitmap& work, const TIEBitmap*& use);
+  void RememberLayout();
+
+  TIEBitmap* bmp_;
+  TIOParamsVals params_;
+  // The depth the parameters had after the last load: a change by the caller is a request.
+  int loaded_bps_ = 0;
+  int loaded_spp_ = 0;
+  std::unique_ptr<PdfWriter> pdf_;
+};
+
+}  // namespace pictavo::imaging

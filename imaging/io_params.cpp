@@ -1,0 +1,94 @@
+#include "imaging/io_params.h"
+
+#include "imaging/codecs/jpeg_codec.h"
+
+namespace pictavo::imaging {
+
+void TIOParamsVals::ResetEXIF() {
+  EXIF_HasEXIFData = false;
+  EXIF_ImageDescription.clear();
+  EXIF_Make.clear();
+  EXIF_Model.clear();
+  EXIF_DateTime.clear();
+  EXIF_Orientation = 0;
+  EXIF_Copyright.clear();
+  EXIF_XPTitle.clear();
+  EXIF_XPSubject.clear();
+  EXIF_XPKeywords.clear();
+  EXIF_XPComment.clear();
+  EXIF_XPAuthor.clear();
+  EXIF_Raw.clear();
+  EXIF_Thumbnail.clear();
+}
+
+pictavo::Status TIOParamsVals::UpdateEXIFThumbnail(const TIEBitmap& source, int width) {
+  if (source.IsEmpty() || width <= 0) return pictavo::Status::Error("no picture for a thumbnail");
+  const int height =
+      std::max(1, static_cast<int>(static_cast<int64_t>(source.Height()) * width / source.Width()));
+  TIEBitmap thumb = source;
+  if (thumb.PixelFormat() != TIEPixelFormat::ie24RGB &&
+      thumb.PixelFormat() != TIEPixelFormat::ie8g) {
+    if (auto st = thumb.ConvertTo(TIEPixelFormat::ie24RGB); !st.ok()) return st;
+  }
+  if (thumb.HasAlphaChannel()) thumb.RemoveAlphaChannel(0xFFFFFF);
+  if (auto st = thumb.Resample(width, height, TResampleFilter::rfBilinear); !st.ok()) return st;
+  TIOParamsVals p;
+  p.JPEG_Quality = 75;
+  std::vector<uint8_t> jpeg;
+  if (auto st = codecs::EncodeJPEG(thumb, p, jpeg); !st.ok()) return st;
+  // EXIF keeps the whole block within 64 KiB; a thumbnail that would not fit is left out.
+  if (jpeg.size() > 60000) return pictavo::Status::Error("thumbnail too large for EXIF");
+  EXIF_Thumbnail = std::move(jpeg);
+  return pictavo::Status::OK();
+}
+
+const char* FileTypeName(TIOFileType type) {
+  switch (type) {
+    case TIOFileType::ioJPEG:
+      return "JPEG";
+    case TIOFileType::ioPNG:
+      return "PNG";
+    case TIOFileType::ioTIFF:
+      return "TIFF";
+    case TIOFileType::ioGIF:
+      return "GIF";
+    case TIOFileType::ioBMP:
+      return "BMP";
+    case TIOFileType::ioPCX:
+      return "PCX";
+    case TIOFileType::ioTGA:
+      return "TGA";
+    case TIOFileType::ioICO:
+      return "ICO";
+    case TIOFileType::ioCUR:
+      return "CUR";
+    case TIOFileType::ioPBM:
+      return "PBM";
+    case TIOFileType::ioPGM:
+      return "PGM";
+    case TIOFileType::ioPPM:
+      return "PPM";
+    case TIOFileType::ioPAM:
+      return "PAM";
+    case TIOFileType::ioWEBP:
+      return "WebP";
+    case TIOFileType::ioJP2:
+      return "JPEG 2000 (JP2)";
+    case TIOFileType::ioJ2K:
+      return "JPEG 2000 code stream";
+    case TIOFileType::ioQOI:
+      return "QOI";
+    case TIOFileType::ioPSD:
+      return "PSD";
+    case TIOFileType::ioPDF:
+      return "PDF";
+    case TIOFileType::ioWMF:
+      return "WMF";
+    case TIOFileType::ioEMF:
+      return "EMF";
+    default:
+      return "unknown";
+  }
+}
+
+}  // namespace pictavo::imaging
