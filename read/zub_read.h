@@ -7,11 +7,14 @@
 // nested level that the archive readers use.
 #pragma once
 
+#include <span>
 #include <string>
 
 #include "settings/main_settings.h"
 
 namespace pictavo::reader {
+
+struct ReadRoute;
 
 class TZubRead {
  public:
@@ -23,18 +26,36 @@ class TZubRead {
   // to a scratch ".tmp" file for the time of the read.
   std::string settings_file;
   std::string temp_folder;  // the job's temporary folder (scratch names are made there)
+  // The engine's folder, whose "utl" sub-folder holds the tools; empty = the running
+  // executable's folder. Tests point it at a folder of their own.
+  std::string engine_folder;
 
   // Set by Read().
   std::string exe_folder;  // the engine's folder, with a trailing delimiter
   std::string src_folder;  // folder part of src_file
   bool read_flag = false;  // false only when the camera-raw route produced the picture
+  int route_row = 0;       // the table row (1-based) being tried; 0 outside the chain
 
   // 0 when out_file exists afterwards; 3 when the tool folder is missing; otherwise the status of
   // the last route tried (99 when none applied and the engine could not load the file).
   int Read();
+  // Read() over another route table with the same shape (tests walk the real key lists with
+  // recording routines).
+  int ReadWith(std::span<const ReadRoute> routes);
 
   // True when the file's first line is longer than 4 characters and begins with "%pdf" (any case).
   static bool is_pdf(const std::string& path);
+
+  // Renders src_file (PDF or PostScript) at 16 dpi through the interpreter into a scratch TIFF
+  // (only the first page when `first_page_only`) and returns the number of distinct colours of
+  // the preview, or -1 when nothing could be rendered. The scratch file is removed.
+  int get_colors(bool first_page_only);
+
+  // The temporary folder in use: temp_folder, else the settings' one.
+  std::string TempFolder() const;
+
+ private:
+  int depth_ = 0;  // nesting level of Read(): the archive readers call it once more
 };
 
 }  // namespace pictavo::reader

@@ -1,0 +1,136 @@
+#include "read/route_support.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+
+#include "engine/tools/runner.h"
+#include "engine/tools/temp_names.h"
+#include "engine/tools/tool_paths.h"
+#include "imaging/ie_bitmap.h"
+#include "imaging/ie_io.h"
+#include "platform/fs.h"
+#include "platform/text_encoding.h"
+
+namespace pictavo::reader {
+namespace fs = std::filesystem;
+
+std::string Tool(const TZubRead& r, std::string_view name) {
+  std::string path = r.exe_folder + "utl" + platform::kPathDelim;
+  for (char c : name) path += (c == '\\' || c == '/') ? platform::kPathDelim : c;
+  return path;
+}
+
+bool HasTool(const TZubRead& r, std::string_view name) {
+  std::error_code ec;
+  return fs::exists(Tool(r, name), ec);  // follows links: a dangling one is absent
+}
+
+std::string ToolArg(const TZubRead& r, std::string_view name) {
+  return tools::Quoted(Tool(r, name));
+}
+
+int RunTool(const std::string& command_line) {
+  return tools::RunAndWait(command_line, tools::kHidden);
+}
+
+bool FileOk(const std::string& path) {
+  std::error_code ec;
+  return !path.empty() && fs::is_regular_file(path, ec) && fs::file_size(path, ec) > 0 && !ec;
+}
+
+std::string LowerExt(const std::string& path) {
+  return platform::AsciiLower(fs::path(path).extension().string());
+}
+
+Scratch::Scratch(const TZubRead& r, std::string_view ext)
+    : base_(tools::NewTempName(r.TempFolder())), path_(base_ + std::string(ext)) {}
+
+Scratch::~Scratch() {
+  std::error_code ec;
+  fs::remove_all(path_, ec);
+  fs::remove(base_ + "~", ec);  // the name's reservation marker
+}
+
+namespace {
+
+// Writes every frame of `picture` (or only the first) as pages appended to `tiff`.
+bool AppendPages(const std::string& picture, const std::string& tiff, bool all_frames) {
+  imaging::TIEBitmap bitmap;
+  imaging::TImageEnIO io(&bitmap);
+  if (!io.ParamsFromFile(picture).ok()) return false;
+  const int count = all_frames ? std::max(1, io.Params().ImageCount) : 1;
+  bool any = false;
+  for (int i = 0; i < count; ++i) {
+    io.Params().ImageIndex = i;
+    if (!io.LoadFromFile(picture).ok() || bitmap.IsEmpty()) continue;
+    if (io.InsertToFileTIFF(tiff).ok()) any = true;
+  }
+  return any;
+}
+
+bool IsTiffName(const std::string& path) {
+  const std::string ext = LowerExt(path);
+  return ext == ".tif" || ext == ".tiff";
+}
+
+}  // namespace
+
+int SavePictures(TZubRead& r, const std::vector<std::string>& pictures) {
+  if (pictures.empty()) return 1;
+  std::error_code ec;
+  if (IsTiffName(r.out_file)) {
+    // Pages go into a scratch file beside out_file, which replaces it only when complete.
+    const std::string partial = r.out_file + ".part.tif";
+    fs::remove(partial, ec);
+    bool any = false;
+    for (const std::string& picture : pictures) any |= AppendPages(picture, partial, true);
+    if (any) fs::rename(partial, r.out_file, ec);
+    fs::remove(partial, ec);
+    return FileOk(r.out_file) ? 0 : 1;
+  }
+  for (const std::string& picture : pictures) {
+    imaging::TIEBitmap bitmap;
+    imaging::TImageEnIO io(&bitmap);
+    if (!io.LoadFromFile(picture).ok() || bitmap.IsEmpty()) continue;
+    if (io.SaveToFile(r.out_file).ok()) break;
+  }
+  return FileOk(r.out_file) ? 0 : 1;
+}
+
+int SavePicture(TZubRead& r, const std::string& picture) {
+  if (!FileOk(picture)) return 1;
+  return SavePictures(r, {picture});
+}
+
+int RunThenSave(TZubRead& r, std::string_view tool, const std::string& command_line,
+                const std::string& result) {
+  if (!HasTool(r, tool)) return 1;
+  RunTool(command_line);
+  return SavePicture(r, result);
+}
+
+std::string FirstLine(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::string line;
+  char c;
+  while (line.size() < 4096 && in.get(c) && c != '\n' && c != '\r') line += c;
+  return line;
+}
+
+std::vector<std::string> ListFiles(const std::string& folder, bool recursive) {
+  std::vector<std::string> files;
+  std::error_code ec;
+  if (recursive) {
+    for (fs::recursive_directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec))
+      if (it->is_regular_file(ec)) files.push_back(it->path().string());
+  } else {
+    for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec))
+      if (it->is_regular_file(ec)) files.push_back(it->path().string());
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+}  // namespace pictavo::reader

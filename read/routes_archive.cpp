@@ -1,0 +1,135 @@
+// Archives and formats that are archives inside: unpacked with the archiver of the tool folder
+// into a scratch folder, then the picture inside is read, by the engine or by a nested Read().
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "platform/fs.h"
+#include "platform/text_encoding.h"
+#include "read/read_routes.h"
+#include "read/route_support.h"
+
+namespace pictavo::reader {
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string Q(const std::string& path) {
+  return "\"" + path + "\"";
+}
+
+// Unpacks `archive` into `folder`: flat ("e") or with its folders ("x").
+bool Unpack(const TZubRead& r, const std::string& archive, const std::string& folder,
+            bool keep_folders) {
+  if (!HasTool(r, "7za.bin")) return false;
+  std::error_code ec;
+  fs::create_directories(folder, ec);
+  RunTool(ToolArg(r, "7za.bin") + (keep_folders ? " x -y " : " e -y ") + Q(archive) + " -o" +
+          Q(folder));
+  return !ListFiles(folder, true).empty();
+}
+
+std::string FileName(const std::string& path) {
+  return platform::AsciiLower(fs::path(path).filename().string());
+}
+
+// Extensions that a picture inside an archive may carry.
+constexpr std::string_view kPictureExts =
+    ";jpg;jpeg;jpe;png;tif;tiff;bmp;gif;webp;psd;pcx;tga;ico;jp2;j2k;pbm;pgm;ppm;qoi;heic;avif;"
+    "cr2;nef;dng;iiq;gau;";
+
+bool IsPicture(const std::string& path) {
+  const std::string ext = LowerExt(path);
+  return !ext.empty() && kPictureExts.find(";" + ext.substr(1) + ";") != std::string_view::npos;
+}
+
+// Reads `inner` through the whole chain with the same reader object (one nested level), and
+// puts the outer file back afterwards.
+int NestedRead(TZubRead& r, const std::string& inner) {
+  const std::string outer = r.src_file;
+  r.src_file = inner;
+  const int status = r.Read();
+  r.src_file = outer;
+  return status;
+}
+
+using Pick = bool (*)(const std::string& path);
+
+// Unpacks the source and reads the first file (in name order) that `pick` accepts.
+int UnpackAndRead(TZubRead& r, Pick pick, bool keep_folders, bool nested) {
+  Scratch folder(r, "");
+  if (!Unpack(r, r.src_file, folder.path(), keep_folders)) return 1;
+  for (const std::string& file : ListFiles(folder.path(), true)) {
+    if (!pick(file)) continue;
+    const int status = nested ? NestedRead(r, file) : SavePicture(r, file);
+    if (status == 0) return 0;
+  }
+  return 1;
+}
+
+}  // namespace
+
+int zip_read(TZubRead& r) {
+  return UnpackAndRead(r, IsPicture, false, true);
+}
+
+int orb_read(TZubRead& r) {
+  return UnpackAndRead(
+      r, [](const std::string& f) { return LowerExt(f) == ".gau"; }, false, true);
+}
+
+int new_php_read(TZubRead& r) {
+  return UnpackAndRead(
+      r,
+      [](const std::string& f) {
+        return LowerExt(f) == ".tif" &&
+               platform::AsciiLower(f).find(std::string("contents") + platform::kPathDelim) !=
+                   std::string::npos;
+      },
+      true, false);
+}
+
+int new_mic_read(TZubRead& r) {
+  return UnpackAndRead(
+      r, [](const std::string& f) { return FileName(f) == "image"; }, false, false);
+}
+
+int new_prj_read(TZubRead& r) {
+  return UnpackAndRead(
+      r,
+      [](const std::string& f) {
+        const std::string lower = platform::AsciiLower(f);
+        const std::string marker =
+            std::string("project") + platform::kPathDelim + "images" + platform::kPathDelim;
+        return lower.find(marker) != std::string::npos && IsPicture(f);
+      },
+      true, false);
+}
+
+int ora_read(TZubRead& r) {
+  Scratch folder(r, "");
+  if (!Unpack(r, r.src_file, folder.path(), false)) return 1;
+  const std::vector<std::string> files = ListFiles(folder.path(), true);
+  for (const char* wanted : {"mergedimage.png", "layer000.png"})
+    for (const std::string& file : files)
+      if (FileName(file) == wanted && SavePicture(r, file) == 0) return 0;
+  return 1;
+}
+
+int new_eip_read(TZubRead& r) {
+  return UnpackAndRead(
+      r,
+      [](const std::string& f) {
+        const std::string ext = LowerExt(f);
+        return ext == ".cr2" || ext == ".iiq";
+      },
+      false, true);
+}
+
+int imd_read(TZubRead& r) {
+  return UnpackAndRead(
+      r, [](const std::string& f) { return LowerExt(f) == ".tif"; }, false, false);
+}
+
+}  // namespace pictavo::reader

@@ -1,0 +1,153 @@
+// Vector drawings and documents, rasterised: PDF and the PostScript family by the interpreter of
+// the tool folder; XPS and plain text by converting them to PostScript or PDF first; Windows
+// metafiles by the engine's metafile import; SVG, HP-GL, CGM, CALS and the remaining drawings by
+// the raster converter where it has a reader for them. Resolution: "PDF_EPS_PS"/"Res" for
+// documents, scaled by "Vector"/"Zoom" for drawings.
+#include <algorithm>
+#include <filesystem>
+#include <string>
+
+#include "engine/tools/probes.h"
+#include "engine/tools/runner.h"
+#include "imaging/ie_bitmap.h"
+#include "imaging/ie_io.h"
+#include "read/read_routes.h"
+#include "read/route_support.h"
+
+namespace pictavo::reader {
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string Q(const std::string& path) {
+  return "\"" + path + "\"";
+}
+
+int Resolution(const TZubRead& r, bool drawing) {
+  int res = r.settings ? r.settings->pdf_eps_ps.res : 300;
+  if (res <= 0) res = 300;
+  if (drawing && r.settings && r.settings->vector.zoom > 0)
+    res = res * r.settings->vector.zoom / 100;
+  return std::clamp(res, 10, 2400);
+}
+
+// Renders a PDF or PostScript file through the interpreter: every page into one multi-page TIFF,
+// or, with "PDF_EPS_PS"/"Alpha", one transparent PNG per page.
+int RenderPostScript(TZubRead& r, const std::string& file, int quality, bool drawing) {
+  if (!HasTool(r, "pdfpsai.bin")) return 1;
+  (void)quality;  // the interpreter renders losslessly; the quality only matters for JPEG output
+  const bool alpha = r.settings && r.settings->pdf_eps_ps.alpha;
+  const bool aa = !r.settings || r.settings->pdf_eps_ps.aa;
+  Scratch out(r, alpha ? "" : ".tif");
+  std::string cmd = ToolArg(r, "pdfpsai.bin") + " -dNOSAFER -dBATCH -dNOPAUSE -dEPSCrop";
+  cmd += alpha ? " -sDEVICE=pngalpha" : " -sDEVICE=tiff24nc -sCompression=lzw";
+  cmd += " -r" + std::to_string(Resolution(r, drawing));
+  cmd +=
+      aa ? " -dTextAlphaBits=4 -dGraphicsAlphaBits=4" : " -dTextAlphaBits=1 -dGraphicsAlphaBits=1";
+  if (alpha) {
+    std::error_code ec;
+    fs::create_directories(out.path(), ec);
+    cmd += " -sOutputFile=" + Q(out.path() + platform::kPathDelim + "page%04d.png");
+  } else {
+    cmd += " -sOutputFile=" + Q(out.path());
+  }
+  RunTool(cmd + " " + Q(file));
+  if (alpha) return SavePictures(r, ListFiles(out.path(), false));
+  return SavePicture(r, out.path());
+}
+
+int ReadXps(TZubRead& r) {
+  if (!HasTool(r, "gxpswin32.exe")) return 1;
+  Scratch ps(r, ".ps");
+  RunTool(ToolArg(r, "gxpswin32.exe") +
+          " -dNOPAUSE -sDEVICE=ps2write -sOutputFile=" + Q(ps.path()) + " " + Q(r.src_file));
+  return FileOk(ps.path()) ? RenderPostScript(r, ps.path(), 100, false) : 1;
+}
+
+int ReadText(TZubRead& r, bool printer_text) {
+  if (!HasTool(r, "text2pdf.exe")) return 1;
+  std::string source = r.src_file;
+  Scratch cleaned(r, ".txt");
+  if (printer_text && tools::CleanPrt(r.src_file, cleaned.path())) source = cleaned.path();
+  const int size = r.settings ? r.settings->txt.font_size : 10;
+  std::string cmd = ToolArg(r, "text2pdf.exe") + " -c1500";
+  if (!r.settings || r.settings->txt.paper == 0) cmd += " -A4";
+  cmd += " -s" + std::to_string(size) + " -v" + std::to_string(size + size / 5);
+  if (r.settings && r.settings->txt.landscape) cmd += " -L";
+  Scratch pdf(r, ".pdf");
+  tools::RunBatch(cmd + " " + Q(source) + " > " + Q(pdf.path()), r.TempFolder());
+  return FileOk(pdf.path()) ? RenderPostScript(r, pdf.path(), 100, false) : 1;
+}
+
+int ReadMetafile(TZubRead& r) {
+  imaging::TIEBitmap bitmap;
+  imaging::TImageEnIO io(&bitmap);
+  const int zoom = r.settings && r.settings->vector.zoom > 0 ? r.settings->vector.zoom : 100;
+  if (!io.ImportMetafile(r.src_file).ok() || bitmap.IsEmpty()) return 1;
+  if (zoom != 100) {
+    imaging::TIEBitmap scaled;
+    imaging::TImageEnIO again(&scaled);
+    if (again.ImportMetafile(r.src_file, bitmap.Width() * zoom / 100, 0).ok() && !scaled.IsEmpty())
+      return again.SaveToFile(r.out_file).ok() && FileOk(r.out_file) ? 0 : 1;
+  }
+  return io.SaveToFile(r.out_file).ok() && FileOk(r.out_file) ? 0 : 1;
+}
+
+// Drawings that the raster converter reads (SVG through librsvg, HP-GL through hp2xx, CALS...).
+int ReadWithConverter(TZubRead& r) {
+  if (!HasTool(r, "convert.bin")) return 1;
+  Scratch out(r, ".png");
+  int density =
+      96 * (r.settings && r.settings->vector.zoom > 0 ? r.settings->vector.zoom : 100) / 100;
+  if (r.settings && r.settings->svg_read.size > 1) density *= r.settings->svg_read.size;
+  const std::string cmd = ToolArg(r, "convert.bin") + " -density " + std::to_string(density) +
+                          " -background white " + Q(r.src_file) + " -flatten " + Q(out.path());
+  return RunThenSave(r, "convert.bin", cmd, out.path());
+}
+
+bool In(std::string_view list, const std::string& ext) {
+  return !ext.empty() && list.find(";" + ext.substr(1) + ";") != std::string_view::npos;
+}
+
+}  // namespace
+
+int adobe_read(TZubRead& r) {
+  return RenderPostScript(r, r.src_file, 100, false);
+}
+
+int vec_read(TZubRead& r) {
+  const std::string ext = LowerExt(r.src_file);
+  if (TZubRead::is_pdf(r.src_file) || tools::IsPostScript(r.src_file) ||
+      In(";ps;eps;epi;ai;pdf;", ext))
+    return RenderPostScript(r, r.src_file, 100, true);
+  if (In(";xps;oxps;", ext)) return ReadXps(r);
+  if (In(";txt;prt;001;", ext)) return ReadText(r, ext == ".prt");
+  if (In(";wmf;", ext)) return ReadMetafile(r);
+  if (In(";svg;svgz;cgm;plt;hpg;hpgl;hp2;cal;pct;", ext)) return ReadWithConverter(r);
+  // CAD, GIS, Gerber, office documents, EMF and the rest have no rasteriser in the tool folder.
+  return 1;
+}
+
+int uniconvertor_read(TZubRead& r) {
+  if (!HasTool(r, "uni\\uniconvertor.cmd")) return 1;
+  Scratch ps(r, ".ps");
+  RunTool(ToolArg(r, "uni\\uniconvertor.cmd") + " " + Q(r.src_file) + " " + Q(ps.path()));
+  return FileOk(ps.path()) ? RenderPostScript(r, ps.path(), 100, true) : 1;
+}
+
+int swf_chain(TZubRead& r) {
+  // swf_read (as set, then extracting) and png_swf_extract_from_zip need an SWF renderer; no
+  // package of this platform has one (swftools is not in Debian), so the row always fails and
+  // the engine fall-back has the last word.
+  (void)r;
+  return 1;
+}
+
+int stl_read(TZubRead& r) {
+  // Rendering needs the STL-to-scene converter ("stl2pov.bin") and a ray tracer, which the
+  // tool folder of this platform does not have: the row fails as a missing tool does.
+  (void)r;
+  return 1;
+}
+
+}  // namespace pictavo::reader

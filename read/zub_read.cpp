@@ -1,0 +1,211 @@
+#include "read/zub_read.h"
+
+#include <exception>
+#include <filesystem>
+#include <set>
+#include <system_error>
+
+#include "engine/tools/temp_names.h"
+#include "imaging/ie_bitmap.h"
+#include "imaging/ie_io.h"
+#include "platform/fs.h"
+#include "platform/text_encoding.h"
+#include "read/read_routes.h"
+#include "read/route_support.h"
+
+namespace pictavo::reader {
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int kNoRoute = 99;
+constexpr int kNoToolFolder = 3;
+
+// Characters that tools receive safely on every platform; anything else (a blank included) makes
+// the reader work on a copy under a scratch name.
+bool IsSafeNameChar(char c) {
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' ||
+         c == '_' || c == ':' || c == '\\' || c == '.' || c == platform::kPathDelim;
+}
+
+bool IsUnsafeName(const std::string& path) {
+  for (char c : path)
+    if (!IsSafeNameChar(c)) return true;
+  return false;
+}
+
+std::string FolderOf(const std::string& path) {
+  std::string folder = fs::path(path).parent_path().string();
+  return folder.empty() ? folder : platform::IncludeTrailingDelim(folder);
+}
+
+void RemoveScratch(const std::string& path) {
+  std::error_code ec;
+  fs::remove(path, ec);
+  // The reservation marker of a scratch name: the name without extension followed by "~".
+  fs::remove(fs::path(path).replace_extension().string() + "~", ec);
+}
+
+// The engine itself: load by content, save by out_file's extension. Several frames become the
+// pages of a multi-page TIFF when out_file is one (animated GIF has no route of its own).
+int EngineFallBack(TZubRead& r, imaging::TIEBitmap& bitmap, imaging::TImageEnIO& io) {
+  if (!io.LoadFromFile(r.src_file).ok()) return kNoRoute;
+  if (bitmap.Width() <= 0 || bitmap.Height() <= 0) return kNoRoute;
+  if (io.Params().ImageCount > 1) return SavePicture(r, r.src_file) == 0 ? 0 : kNoRoute;
+  if (io.SaveToFile(r.out_file).ok() && FileOk(r.out_file)) return 0;
+  return kNoRoute;
+}
+
+}  // namespace
+
+std::string TZubRead::TempFolder() const {
+  if (!temp_folder.empty()) return temp_folder;
+  return settings ? settings->main.temp_folder : std::string();
+}
+
+int TZubRead::Read() {
+  return ReadWith(ReadRoutes());
+}
+
+int TZubRead::ReadWith(std::span<const ReadRoute> routes) {
+  // 1.
+  int status = kNoRoute;
+  read_flag = true;
+  src_folder = FolderOf(src_file);
+  ++depth_;
+  const std::string original_src = src_file;
+
+  // 2. Tools are handed the settings file, so one must exist for the time of the read.
+  bool made_settings_file = false;
+  if (settings && !platform::FileExists(settings_file)) {
+    std::error_code ec;
+    fs::create_directories(TempFolder(), ec);
+    const std::string tmp = tools::NewTempName(TempFolder()) + ".tmp";
+    if (settings->write_ini_settings(tmp, 2).ok()) {
+      settings_file = tmp;
+      made_settings_file = true;
+    } else {
+      RemoveScratch(tmp);
+    }
+  }
+
+  // 3.
+  std::string ext = LowerExt(src_file);
+
+  // 4. Tools get names without blanks or other characters that trouble them. DGN files are read
+  // under their own name; TAB and PLT need their sibling files beside them.
+  std::string copy;
+  if (ext != ".dgn" && IsUnsafeName(src_file) && ext != ".tab" && ext != ".plt") {
+    std::error_code ec;
+    fs::create_directories(TempFolder(), ec);
+    const std::string name = tools::NewTempName(TempFolder()) + ext;
+    fs::copy_file(src_file, name, fs::copy_options::overwrite_existing, ec);
+    if (!ec) {
+      copy = name;
+      src_file = name;
+    } else {
+      RemoveScratch(name);
+    }
+  }
+
+  // 5. PostScript saved with the extension ".dat".
+  if (ext == ".dat" &&
+      platform::AsciiLower(FirstLine(src_file)).find("ps-adobe") != std::string::npos) {
+    const std::string name = tools::NewTempName(TempFolder()) + ".ps";
+    std::error_code ec;
+    fs::copy_file(src_file, name, fs::copy_options::overwrite_existing, ec);
+    if (platform::FileExists(name)) {
+      if (!copy.empty()) RemoveScratch(copy);
+      copy = name;
+      src_file = name;
+      ext = ".ps";
+    } else {
+      RemoveScratch(name);
+    }
+  }
+
+  // 6.
+  exe_folder = platform::IncludeTrailingDelim(engine_folder.empty() ? platform::ExecutableFolder()
+                                                                    : engine_folder);
+  if (!platform::DirectoryExists(exe_folder + "utl")) {
+    status = kNoToolFolder;
+  } else {
+    // 7.
+    const std::string key = ";" + (ext.empty() ? std::string() : ext.substr(1)) + ";";
+    std::error_code ec;
+    fs::create_directories(TempFolder(), ec);
+
+    // 8.
+    imaging::TIEBitmap bitmap;
+    imaging::TImageEnIO io(&bitmap);
+    try {
+      // 9. A failed row leaves the status non-zero, so later rows holding the key try in turn.
+      for (size_t i = 0; i < routes.size(); ++i) {
+        if (status == 0) break;
+        if (!RouteMatches(routes[i], key)) continue;
+        route_row = static_cast<int>(i) + 1;
+        const int result = routes[i].read(*this);
+        if (result != kRouteSkipped) status = result;
+      }
+      route_row = 0;
+
+      // 10. A TIFF of 48 bits per pixel or more goes to the raster tool, even after a success.
+      if (std::string_view(";tif;tiff;").find(key) != std::string_view::npos &&
+          io.ParamsFromFile(src_file).ok() &&
+          io.Params().BitsPerSample * io.Params().SamplesPerPixel >= 48) {
+        fs::remove(out_file, ec);
+        status = f300_plus(*this);
+      }
+
+      // 11. DICOM never falls back: a picture the engine makes of it would be wrong.
+      if (status != 0 && key != ";dcm;") status = EngineFallBack(*this, bitmap, io);
+    } catch (const std::exception&) {
+      // The attempt ends; the clean-up below still runs.
+    } catch (...) {
+    }
+    route_row = 0;
+  }
+
+  // 12.
+  if (!copy.empty()) RemoveScratch(copy);
+  src_file = original_src;
+  // A nested read (archive readers) keeps the outer read's settings file.
+  if (depth_ == 1 && (made_settings_file || settings_file.ends_with(".tmp"))) {
+    RemoveScratch(settings_file);
+    settings_file.clear();
+  }
+  --depth_;
+  if (FileOk(out_file)) status = 0;
+  return status;
+}
+
+bool TZubRead::is_pdf(const std::string& path) {
+  const std::string line = FirstLine(path);
+  return line.size() > 4 && platform::AsciiLower(line.substr(0, 4)) == "%pdf";
+}
+
+int TZubRead::get_colors(bool first_page_only) {
+  exe_folder = platform::IncludeTrailingDelim(engine_folder.empty() ? platform::ExecutableFolder()
+                                                                    : engine_folder);
+  if (!HasTool(*this, "pdfpsai.bin")) return -1;
+  Scratch preview(*this, ".tif");
+  std::string cmd = ToolArg(*this, "pdfpsai.bin") +
+                    " -dNOSAFER -dBATCH -dNOPAUSE -sDEVICE=tiff24nc -dEPSCrop "
+                    "-dGraphicsAlphaBits=1 -dTextAlphaBits=1 -r16 ";
+  if (first_page_only) cmd += "-dFirstPage=1 -dLastPage=1 ";
+  cmd += "-sOutputFile=\"" + preview.path() + "\" \"" + src_file + "\"";
+  RunTool(cmd);
+  if (!FileOk(preview.path())) return -1;
+  imaging::TIEBitmap bitmap;
+  imaging::TImageEnIO io(&bitmap);
+  if (!io.LoadFromFile(preview.path()).ok() || bitmap.IsEmpty()) return -1;
+  std::set<uint32_t> colors;
+  for (int y = 0; y < bitmap.Height(); ++y)
+    for (int x = 0; x < bitmap.Width(); ++x) {
+      const imaging::TRGB c = bitmap.GetPixels(x, y);
+      colors.insert(c.r | (c.g << 8) | (static_cast<uint32_t>(c.b) << 16));
+    }
+  return static_cast<int>(colors.size());
+}
+
+}  // namespace pictavo::reader
