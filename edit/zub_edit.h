@@ -20,8 +20,13 @@ class TZubEdit {
   std::string act_file;     // the editing-actions file; empty when the job has none
   std::string temp_folder;  // the job's temporary folder
 
+  // Output: whether the edited picture has an alpha channel (cleared at the start of Edit).
+  bool has_alpha = false;
+
   // 0 processed (single actions may have failed), 3 the image has no width or height,
   // 33 nothing to do (transparency-only mode on an image without alpha).
+  // The log gets one line per action ("     " + display name + "..." + done/failed/skipped
+  // text) and, for multi-page files, a header per page ("     " + page label + " " + page + ":").
   int Edit(std::string& log, const std::string& done_text, const std::string& page_label,
            const std::string& skipped_text, const std::string& failed_text);
 };

@@ -1,0 +1,196 @@
+// TZubEdit::Edit: loads the working file, applies the list of actions to each page and writes
+// the pages back.
+#include "edit/zub_edit.h"
+
+#include <filesystem>
+#include <memory>
+#include <sstream>
+#include <vector>
+
+#include "edit/action_table.h"
+#include "imaging/ie_icc.h"
+#include "imaging/ie_io.h"
+#include "imaging/ie_proc.h"
+#include "platform/fs.h"
+#include "platform/text_encoding.h"
+
+namespace pictavo::editing {
+namespace {
+
+constexpr char kIndent[] = "     ";
+
+// Two entry points of the log, identical in effect: one for page headers and "skipped" lines,
+// one for per-action results.
+void AddLine(std::string& log, const std::string& line) {
+  log += line;
+  log += "\r\n";
+}
+void AddActionLine(std::string& log, const std::string& line) {
+  log += line;
+  log += "\r\n";
+}
+
+std::vector<std::string> SplitLines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::string line;
+  std::istringstream in(text);
+  while (std::getline(in, line)) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+std::string Extension(const std::string& path) {
+  return platform::AsciiLower(std::filesystem::path(path).extension().string());
+}
+
+// Saving parameters from the colour count: more than 256 colours are 3 samples per pixel, up to
+// 256 one (a palette, or grey when the picture is grey); 4 whenever there is alpha.
+void SetSavingDepth(imaging::TImageEnIO& io, imaging::TIEBitmap& bmp) {
+  imaging::TImageEnProc proc(&bmp);
+  const int colours = proc.CalcImageNumColors();
+  const bool alpha = bmp.HasAlphaChannel();
+  auto& p = io.Params();
+  p.BitsPerSample = 8;
+  if (alpha) {
+    p.SamplesPerPixel = 4;
+    return;
+  }
+  if (colours > 256) {
+    p.SamplesPerPixel = 3;
+    return;
+  }
+  p.SamplesPerPixel = 1;
+  using F = imaging::TIEPixelFormat;
+  if (bmp.PixelFormat() == F::ie1g) {
+    p.BitsPerSample = 1;  // two-level pictures stay two-level
+  } else if (bmp.PixelFormat() != F::ie8p && bmp.PixelFormat() != F::ie8g) {
+    // One sample per pixel means an index into an exact palette of the colours (a grey picture
+    // becomes 8-bit grey), never a loss of colour.
+    if (bmp.IsGrayScale())
+      (void)bmp.ConvertTo(F::ie8g);
+    else
+      (void)proc.ConvertTo(256, imaging::TIEDitherMethod::ieNoDither);
+  }
+}
+
+}  // namespace
+
+int TZubEdit::Edit(std::string& log, const std::string& done_text, const std::string& page_label,
+                   const std::string& skipped_text, const std::string& failed_text) {
+  log.clear();
+  has_alpha = false;
+  std::vector<std::string> list;
+  auto bmp = std::make_unique<imaging::TIEBitmap>();
+  auto io = std::make_unique<imaging::TImageEnIO>(bmp.get());
+
+  bool transparency_only = false;
+  if (!act_file.empty()) {
+    if (auto text = platform::ReadTextFile(act_file)) list = SplitLines(*text);
+  }
+  if (settings && settings->main.show_transp) {
+    const std::string line = "Transparency(" + std::to_string(settings->main.transp_red) + ";" +
+                             std::to_string(settings->main.transp_green) + ";" +
+                             std::to_string(settings->main.transp_blue) + ")";
+    if (!act_file.empty()) {
+      list.insert(list.begin(), line);  // before every line of the file
+    } else {
+      list.push_back(line);
+      transparency_only = true;
+    }
+  }
+  if (list.empty()) return 0;
+
+  if (!io->LoadFromFile(work_file).ok()) return bmp->IsEmpty() ? 3 : 0;
+  int pages = 1;
+  const std::string ext = Extension(work_file);
+  const bool tiff = ext == ".tif" || ext == ".tiff";
+  if (ext == ".gif" || tiff) pages = io->Params().ImageCount;
+  if (pages <= 0) return 0;
+
+  const int actions_option = settings ? settings->multipage_settings.actions_option : 0;
+  const std::string apply_pages = settings ? settings->multipage_settings.apply_actions_pages : "";
+  const std::vector<ParsedLine> parsed = [&] {
+    std::vector<ParsedLine> v;
+    for (const std::string& l : list) v.push_back(ParseLine(l));
+    return v;
+  }();
+
+  // Pages of a multi-page file are written, in order, into a scratch file beside the working
+  // file; the working file is read page by page meanwhile and replaced only at the end.
+  const std::filesystem::path wp(work_file);
+  const std::string scratch = (wp.parent_path() / ("rcp_edit_" + wp.filename().string())).string();
+  std::error_code ec;
+  std::filesystem::remove(scratch, ec);
+  bool pages_complete = true;  // every page read and written
+  int result = 0;
+
+  for (int p = 1; p <= pages; ++p) {
+    const bool selected = actions_option != 1 || settings::TMainSettings::in_list(p, apply_pages);
+    if (p > 1) {
+      io->Params().ImageIndex = p - 1;
+      (void)io->LoadFromFile(work_file);
+      imaging::SetColorManagement(false);
+      if (settings && settings->save.icc_option == 1) imaging::SetColorManagement(true);
+    }
+    if (transparency_only && !bmp->HasAlphaChannel()) {
+      std::filesystem::remove(scratch, ec);
+      return 33;
+    }
+    if (bmp->Width() <= 0 || bmp->Height() <= 0) {
+      result = transparency_only ? 33 : 3;
+      pages_complete = false;  // a page could not be read: the file is left as it was
+      continue;
+    }
+    if (pages > 1 && !transparency_only)
+      AddLine(log, kIndent + page_label + " " + std::to_string(p) + ":");
+
+    ActionContext ctx;
+    ctx.bmp = bmp.get();
+    ctx.settings = settings;
+    ctx.temp_folder = temp_folder;
+    ctx.work_file = work_file;
+    ctx.exif_orientation = io->Params().EXIF_Orientation;
+    for (const ParsedLine& line : parsed) {
+      bool ok = false;
+      if (selected) ok = Dispatch(ActionTable(), ctx, line);
+      if (line.key_lower == "transparency") continue;
+      const std::string head = kIndent + std::string(DisplayNameOf(line.key_lower)) + "...";
+      if (actions_option == 1 && !selected)
+        AddLine(log, head + skipped_text);
+      else
+        AddActionLine(log, head + (ok ? done_text : failed_text));
+    }
+    if (ctx.exif_orientation != io->Params().EXIF_Orientation)
+      io->Params().EXIF_Orientation = ctx.exif_orientation;
+
+    // Write the page back (and the pages a split made after it).
+    std::vector<imaging::TIEBitmap*> out{bmp.get()};
+    for (auto& extra : ctx.extra_pages) out.push_back(&extra);
+    const bool to_pages = pages > 1 || out.size() > 1;
+    for (imaging::TIEBitmap* page : out) {
+      imaging::TImageEnIO writer(page);
+      writer.Params().Assign(io->Params());
+      writer.Params().ImageIndex = 0;
+      SetSavingDepth(writer, *page);
+      has_alpha = has_alpha || page->HasAlphaChannel();
+      pictavo::Status st;
+      if (!to_pages)
+        st = writer.SaveToFile(work_file);
+      else if (ext == ".gif")
+        st = writer.InsertToFileGIF(scratch);
+      else
+        st = writer.InsertToFileTIFF(scratch);
+      if (!st.ok()) pages_complete = false;
+    }
+  }
+
+  if (platform::FileExists(scratch)) {
+    if (pages_complete) std::filesystem::rename(scratch, work_file, ec);
+    std::filesystem::remove(scratch, ec);
+  }
+  return result;
+}
+
+}  // namespace pictavo::editing
