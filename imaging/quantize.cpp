@@ -241,11 +241,15 @@ pictavo::Status MapToPalette(const TIEBitmap& src, const std::vector<TRGB>& pale
     uint8_t* d = dst.Scanline(y);
     for (int x = 0; x < w; ++x) {
       if (dither == TIEDitherMethod::ieOrdered) {
-        const int off =
-            static_cast<int>(std::lround(((kBayer[y & 7][x & 7] + 0.5) / 64.0 - 0.5) * spread));
-        d[x] =
-            lookup(std::clamp(row[3 * x] + off, 0, 255), std::clamp(row[3 * x + 1] + off, 0, 255),
-                   std::clamp(row[3 * x + 2] + off, 0, 255));
+        // Each channel reads the matrix at another phase, so the offsets are uncorrelated
+        // and mixtures form in every direction of the palette, not only along grey.
+        auto off = [&](int dx, int dy) {
+          return static_cast<int>(
+              std::lround(((kBayer[(y + dy) & 7][(x + dx) & 7] + 0.5) / 64.0 - 0.5) * spread));
+        };
+        d[x] = lookup(std::clamp(row[3 * x] + off(0, 0), 0, 255),
+                      std::clamp(row[3 * x + 1] + off(2, 5), 0, 255),
+                      std::clamp(row[3 * x + 2] + off(5, 3), 0, 255));
       } else {
         d[x] = lookup(row[3 * x], row[3 * x + 1], row[3 * x + 2]);
       }
