@@ -128,18 +128,21 @@ bool MemIniFile::SectionExists(std::string_view section) const {
 }
 
 std::optional<std::string> MemIniFile::Find(std::string_view section, std::string_view key) const {
-  const Section* s = FindSection(section);
-  if (!s) return std::nullopt;
-  for (const Line& l : s->lines)
-    if (!l.key.empty() && EqualsNoCase(l.key, key)) return l.value;
+  for (const Section& s : sections_) {
+    if (!EqualsNoCase(s.name, section)) continue;
+    for (const Line& l : s.lines)
+      if (!l.key.empty() && EqualsNoCase(l.key, key)) return l.value;
+  }
   return std::nullopt;
 }
 
 std::vector<std::string> MemIniFile::SectionKeys(std::string_view section) const {
   std::vector<std::string> keys;
-  if (const Section* s = FindSection(section))
-    for (const Line& l : s->lines)
+  for (const Section& s : sections_) {
+    if (!EqualsNoCase(s.name, section)) continue;
+    for (const Line& l : s.lines)
       if (!l.key.empty()) keys.push_back(l.key);
+  }
   return keys;
 }
 
@@ -167,14 +170,18 @@ bool MemIniFile::ReadBool(std::string_view section, std::string_view key, bool f
 
 void MemIniFile::WriteString(std::string_view section, std::string_view key,
                              std::string_view value) {
-  Section& s = EnsureSection(section);
-  for (Line& l : s.lines) {
-    if (!l.key.empty() && EqualsNoCase(l.key, key)) {
-      l.value = std::string(value);
-      return;
+  for (Section& s : sections_) {
+    if (!EqualsNoCase(s.name, section)) continue;
+    for (Line& l : s.lines) {
+      if (!l.key.empty() && EqualsNoCase(l.key, key)) {
+        l.value = std::string(value);
+        return;
+      }
     }
   }
-  // New keys go after the last entry, so the blank line that closes a section stays last.
+  // New keys go after the last entry of the first section of that name, so the blank line
+  // that closes a section stays last.
+  Section& s = EnsureSection(section);
   size_t at = s.lines.size();
   while (at > 0 && s.lines[at - 1].key.empty() && IsBlank(s.lines[at - 1].value)) --at;
   s.lines.insert(s.lines.begin() + static_cast<std::ptrdiff_t>(at),

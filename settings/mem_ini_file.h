@@ -1,10 +1,11 @@
 // An initialisation file held wholly in memory: loaded in one piece, queried and changed in
 // memory, and written back in one piece. Used for the job's settings file and for language files.
 //
-// Sections and keys compare without regard to case (ASCII). The first section or key of a
-// name wins when a file repeats it. Everything the file holds is kept in its order, comments
-// and unknown keys included, so rewriting a file only changes the keys that were written.
-// Not thread-safe; a const object may be read from several threads.
+// Sections and keys compare without regard to case (ASCII). A section that a file repeats
+// ("[Vec]" ... "[VEC]") is searched in all its parts; the first key of a name wins. Everything the
+// file holds is kept in its order, comments and unknown keys included, so rewriting a file only
+// changes the keys that were written. Not thread-safe; a const object may be read from several
+// threads.
 #pragma once
 
 #include <optional>
