@@ -1,18 +1,75 @@
 // pictavo-engine CODE FILE [FILE]: runs one conversion job described by its job files.
 //
-// The job executor, pipeline and log window are being built; until they land this entry point
-// reads the command line as the front end passes it and says plainly that it cannot run the job.
+// The view is the Qt window when the build has Qt and a display is present, else the console;
+// PICTAVO_UI=gui|console overrides. In the console, the job's end is the window's closing (the
+// job files are deleted) unless PICTAVO_WAIT is set, which waits for Enter first.
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "engine/command_line.h"
+#include "engine/console_view.h"
+#include "engine/log_form.h"
+#include "platform/console.h"
+#include "platform/registry_store.h"
+
+#ifdef PICTAVO_WITH_QT
+#include "engine/qt_view.h"
+#endif
+
+namespace {
+
+using pictavo::engine::TfLog;
+
+std::string Env(const char* name) {
+  const char* v = std::getenv(name);
+  return v ? v : "";
+}
+
+bool WantGui() {
+  const std::string ui = Env("PICTAVO_UI");
+  if (ui == "console") return false;
+#ifdef PICTAVO_WITH_QT
+  if (ui == "gui") return true;
+  return !Env("DISPLAY").empty() || !Env("WAYLAND_DISPLAY").empty();
+#else
+  if (ui == "gui")
+    std::fprintf(stderr,
+                 "pictavo-engine: built without Qt 6 (Debian qt6-base-dev); "
+                 "using the console view\n");
+  return false;
+#endif
+}
+
+// 0 when the job ran and processed every file; 1 otherwise (scripts can tell failures).
+int ExitStatus(const TfLog& form) {
+  return !form.job_rejected && form.files_done == form.files_total ? 0 : 1;
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
-  pictavo::engine::JobArguments job = pictavo::engine::ParseCommandLine(argc, argv);
-  std::fprintf(stderr,
-               "pictavo-engine: job code %s, settings '%s', actions '%s'\n"
-               "pictavo-engine: this build cannot run conversion jobs yet (no job executor); "
-               "use 'pictavo settings show' to inspect the job\n",
-               job.code.c_str(), job.cfg_file.c_str(), job.act_file.c_str());
-  return 1;
+  const pictavo::engine::JobArguments args = pictavo::engine::ParseCommandLine(argc, argv);
+  TfLog form;
+#ifdef PICTAVO_WITH_QT
+  if (WantGui()) return pictavo::engine::RunQtWindow(form, args, argc, argv);
+#else
+  (void)WantGui();
+#endif
+
+  pictavo::engine::ConsoleView view(stdout,
+                                    pictavo::platform::StderrIsTerminal() ? stderr : nullptr);
+  form.SetView(&view);
+  pictavo::platform::RegistryStore store;
+  (void)store.Load();  // a missing or unreadable store leaves the defaults
+  form.FormCreate(args, store);
+  view.CatchInterrupt();
+  form.Timer1Timer();
+  if (!form.show_log) return 0;
+  if (!Env("PICTAVO_WAIT").empty()) {
+    std::fprintf(stderr, "Press Enter to close.\n");
+    (void)std::getchar();
+  }
+  form.FormClose();
+  return ExitStatus(form);
 }

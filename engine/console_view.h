@@ -1,0 +1,35 @@
+// The console view of the log window: each log line goes to stdout as it is appended; a
+// progress bar is drawn on stderr only when stderr is a terminal; Ctrl-C is the Stop button
+// (already confirmed: the files handed to workers are finished, no new file starts). A second
+// Ctrl-C ends the process at once.
+#pragma once
+
+#include <cstdio>
+
+#include "engine/log_form.h"
+
+namespace pictavo::engine {
+
+class ConsoleView : public LogView {
+ public:
+  ConsoleView(std::FILE* out, std::FILE* bar);  // bar null: no progress bar
+  ~ConsoleView() override;
+
+  // Makes Ctrl-C press Stop while the job runs.
+  void CatchInterrupt();
+
+  void LineAppended(const std::string& line) override;
+  void ProgressChanged(int position) override;
+  void ProcessMessages() override {}
+  bool Confirm(const std::string& question) override;
+  void StateChanged() override {}
+  void OpenFolder(const std::string& folder) override;
+
+ private:
+  void ClearBar();
+  std::FILE* out_;
+  std::FILE* bar_;
+  bool bar_drawn_ = false;
+};
+
+}  // namespace pictavo::engine

@@ -1,0 +1,400 @@
+#include "engine/zub_process.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <thread>
+
+#include "engine/tools/runner.h"
+#include "engine/tools/tool_paths.h"
+#include "pipeline/p_thread.h"
+#include "pipeline/routing.h"
+#include "platform/fs.h"
+#include "platform/text_encoding.h"
+
+namespace pictavo::engine {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::AsciiLower;
+using settings::Msg;
+
+constexpr char kUnknownConversion[] = "Error! Unknown type of conversion.";
+constexpr char kNoTempFolder[] = "Error! Unable to create the temp folder: ";
+constexpr char kVersionLine[] = "\r\nver. 7.702";
+constexpr char kProbeName[] = "temp_ready_probe.txt";
+constexpr char kIccName[] = "AdobeRGB1998.icc";
+constexpr std::string_view kArchiveList = ";zip;7z;gz;arj;rar;tar;";
+
+std::string LowerExt(const std::string& path) {
+  return AsciiLower(fs::path(path).extension().string());
+}
+
+std::string OneDecimal(double v) {
+  char buf[32];
+  std::snprintf(buf, sizeof buf, "%.1f", v);
+  return buf;
+}
+
+// The list file: one entry per line, any of the engine's text encodings.
+std::vector<std::string> ReadListFile(const std::string& path) {
+  std::vector<std::string> lines;
+  std::optional<std::string> text = platform::ReadTextFile(path);
+  if (!text) return lines;
+  size_t start = 0;
+  while (start <= text->size()) {
+    size_t end = text->find('\n', start);
+    if (end == std::string::npos) end = text->size();
+    std::string line = text->substr(start, end - start);
+    while (!line.empty() && (line.back() == '\r' || line.back() == ' ')) line.pop_back();
+    if (!line.empty()) lines.push_back(line);
+    start = end + 1;
+  }
+  return lines;
+}
+
+}  // namespace
+
+JobCode ParseJobCode(std::string_view code) {
+  JobCode j;
+  auto digit = [](char c) { return c >= '0' && c <= '9' ? c - '0' : 0; };
+  if (code.size() == 2) {
+    j.kind = digit(code[0]);
+    j.variant = digit(code[1]);
+  } else if (code.size() == 3) {
+    j.kind = digit(code[0]);
+    j.variant = digit(code[1]);
+    j.selector = digit(code[2]);
+  }
+  j.valid = j.kind != 0 && j.variant != 0 && j.variant <= 4;
+  return j;
+}
+
+std::string FormatSummary(int done, int total, int64_t elapsed_ms,
+                          const settings::MessageTable& m) {
+  std::string out = "\r\n" + m[Msg::kCompleted];
+  out += "\r\n" + std::to_string(done) + " " + m[Msg::kOf] + " " + std::to_string(total) + " " +
+         m[Msg::kFilesProcessed];
+  if (done > 0) {
+    out += "\r\n" + m[Msg::kTotalProcessingTime] + " ";
+    if (elapsed_ms < 1000) {
+      out += OneDecimal(elapsed_ms / 1000.0) + " sec.";
+    } else {
+      const double s = elapsed_ms / 1000.0;
+      const int64_t whole = elapsed_ms / 1000;
+      const int64_t minutes = whole / 60;
+      if (minutes == 0) {
+        out += OneDecimal(s) + " " + m[Msg::kSec];
+      } else {
+        out += std::to_string(minutes) + " " + m[Msg::kMin] + " " + std::to_string(whole % 60) +
+               " " + m[Msg::kSec];
+      }
+    }
+  }
+  out += kVersionLine;
+  out += "\r\n";
+  return out;
+}
+
+std::string IntermediateFormat(std::string_view target) {
+  const std::string tag = ";" + std::string(target) + ";";
+  auto in = [&](std::string_view list) { return pipeline::InList(tag, list); };
+  // Tested in this order: the first group that holds the target decides.
+  if (in(";qoi;")) return "png";
+  if (in(";webp;pcl;")) return "tif";
+  if (in(";ico;")) return "tif";
+  if (in(";apng;") || in(";png;apng;")) return "tif";
+  if (in(";swf;")) return "pdf";
+  if (in(";pdf;")) return "tif";
+  if (in(";bmp;jpg;jpeg;tif;tiff;png;gif;")) return "tif";
+  return {};
+}
+
+bool temp_ready(const std::string& folder) {
+  const std::string probe = platform::IncludeTrailingDelim(folder) + kProbeName;
+  {
+    std::ofstream out(probe, std::ios::trunc);
+    if (!out) return false;
+    out << "probe";
+    out.close();
+    if (!out) return false;
+  }
+  std::error_code ec;
+  return fs::remove(probe, ec) && !ec;
+}
+
+void Dir_files(const std::string& folder, const std::string& mask_list, bool subfolders,
+               std::vector<std::string>& files) {
+  std::string mask = mask_list;
+  const bool all = mask == "*";
+  if (!all) {
+    mask.erase(std::remove(mask.begin(), mask.end(), ' '), mask.end());
+    if (mask.empty() || mask.front() != ',') mask.insert(0, ",");
+    if (mask.back() != ',') mask += ",";
+    mask = AsciiLower(mask);
+  }
+  std::vector<fs::path> own, subs;
+  std::error_code ec;
+  for (const auto& entry : fs::directory_iterator(folder, ec)) {
+    std::error_code e2;
+    if (entry.is_directory(e2)) {
+      subs.push_back(entry.path());
+    } else {
+      own.push_back(entry.path());
+    }
+  }
+  std::sort(own.begin(), own.end());
+  std::sort(subs.begin(), subs.end());
+  for (const fs::path& p : own) {
+    std::string ext = LowerExt(p.string());
+    if (!ext.empty()) ext.erase(0, 1);
+    if (all || mask.find("," + ext + ",") != std::string::npos) files.push_back(p.string());
+  }
+  if (!subfolders) return;
+  for (const fs::path& p : subs) Dir_files(p.string(), mask_list, subfolders, files);
+}
+
+std::string ExtractedFolder(const std::string& container) {
+  return container + "_(extracted)";
+}
+
+namespace {
+std::mutex& LastSavedMutex() {
+  static std::mutex m;
+  return m;
+}
+std::string& LastSaved() {
+  static std::string folder;
+  return folder;
+}
+}  // namespace
+
+void SetLastSavedFolder(const std::string& folder) {
+  std::lock_guard<std::mutex> lock(LastSavedMutex());
+  LastSaved() = folder;
+}
+
+std::string LastSavedFolder() {
+  std::lock_guard<std::mutex> lock(LastSavedMutex());
+  return LastSaved();
+}
+
+void TZubProcess::Log(const std::string& text) {
+  if (log) log(text);
+}
+
+void TZubProcess::Pump() {
+  if (process_messages) process_messages();
+}
+
+std::string TZubProcess::ExpandContainer(const std::string& file) {
+  const std::string name = AsciiLower(fs::path(file).filename().string());
+  std::string ext = LowerExt(file);
+  const std::string tag = ";" + (ext.empty() ? std::string() : ext.substr(1)) + ";";
+  const bool winmail = name == "winmail.dat";
+  if (!winmail && !pipeline::InList(tag, kArchiveList)) return {};
+  const std::string out = ExtractedFolder(file);
+  std::error_code ec;
+  fs::create_directories(out, ec);
+  std::string command;
+  if (winmail) {
+    command = tools::Quoted(tools::ToolPath("wmopener.exe")) + " " + tools::Quoted(file) + " " +
+              tools::Quoted(out);
+  } else {
+    command = tools::Quoted(tools::ToolPath("7za.bin")) + " e -y " + tools::Quoted(file) + " -o" +
+              tools::Quoted(out);
+  }
+  (void)tools::RunAndWait(command, tools::kHidden);
+  extracted_folders_.push_back(out);
+  return out;
+}
+
+std::vector<std::string> TZubProcess::BuildFileList(const settings::TMainSettings& s) {
+  std::vector<std::string> files;
+  for (const std::string& entry : ReadListFile(s.main.use_file_list)) {
+    if (platform::DirectoryExists(entry)) {
+      Dir_files(entry, s.main.file_mask, s.main.read_subfolders, files);
+      continue;
+    }
+    const std::string folder = ExpandContainer(entry);
+    if (folder.empty()) {
+      files.push_back(entry);
+      continue;
+    }
+    const size_t before = files.size();
+    Dir_files(folder, s.main.file_mask, s.main.read_subfolders, files);
+    // A container that gave nothing is handed on itself, so that its failure is logged.
+    if (files.size() == before) files.push_back(entry);
+  }
+  return files;
+}
+
+void TZubProcess::Execute() {
+  using Clock = std::chrono::steady_clock;
+  messages_ = settings::MessageTable();  // step 1: English defaults
+  rejected_ = true;
+
+  const JobCode code = ParseJobCode(job_code);
+  if (!code.valid) {
+    Log(std::string(kUnknownConversion) + "\r\n");
+    return;
+  }
+
+  // The settings come first, because the temporary folder is one of them.
+  const bool cfg_ok = LowerExt(cfg_file) == ".cfg";
+  settings::TMainSettings s;
+  s.SetDefault();
+  if (cfg_ok) (void)s.read_ini_settings(cfg_file);
+  if (s.main.temp_folder.empty()) {
+    settings::TMainSettings defaults;
+    defaults.SetDefault();
+    s.main.temp_folder = defaults.main.temp_folder;
+  }
+  temp_folder_ = platform::IncludeTrailingDelim(s.main.temp_folder);
+  std::error_code ec;
+  fs::create_directories(temp_folder_, ec);
+  if (!platform::DirectoryExists(temp_folder_)) {
+    Log(kNoTempFolder + temp_folder_);
+    return;
+  }
+  if (!cfg_ok) return;
+  if (!(LowerExt(act_file) == ".act" && platform::FileExists(act_file))) act_file.clear();
+
+  std::string target = AsciiLower(s.main.dest_ext);
+  if (size_t gt = target.find('>'); gt != std::string::npos) target = target.substr(gt + 1);
+  if (target == "svgz") target = "svg";
+
+  const std::string icc = temp_folder_ + kIccName;
+  fs::copy_file(tools::ToolPath(kIccName), icc, fs::copy_options::overwrite_existing, ec);
+
+  if (!single_worker) {
+    const std::string lang = platform::ExecutableFolder() + "Languages" + platform::kPathDelim +
+                             AsciiLower(s.main.language) + ".lng";
+    if (platform::FileExists(lang)) (void)messages_.LoadLanguageFile(lang);
+  }
+
+  if (!temp_ready(temp_folder_)) {
+    Log(messages_[Msg::kTempWarning1] + " " + temp_folder_ + " " + messages_[Msg::kTempWarning2] +
+        "\r\n" + messages_[Msg::kTempWarning3] + "\r\n" + messages_[Msg::kTempWarning4]);
+  }
+
+  bool one_worker = single_worker;
+  switch (s.main.cpu_priority) {
+    case 1:
+      tools::SetProcessPriority(1);
+      poll_ms_ = 3;
+      one_worker = true;
+      break;
+    case 2:
+    case 3:
+      tools::SetProcessPriority(s.main.cpu_priority);
+      poll_ms_ = 0;
+      break;
+    default:
+      break;
+  }
+  rejected_ = false;
+
+  const std::vector<std::string> files = BuildFileList(s);
+  files_total_ = static_cast<int>(files.size());
+  const std::string intermediate = IntermediateFormat(target);
+
+  int workers = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+  if (one_worker || s.multipage.option == 4) workers = 1;
+  workers = std::min(workers, std::max(files_total_, 1));
+  std::vector<std::unique_ptr<pipeline::TPThread>> pool;
+  std::vector<std::string> worker_folders;
+  const std::string job_tag =
+      "job" + std::to_string(std::random_device{}() % 1000000u) + "_" +
+      std::to_string(std::chrono::system_clock::now().time_since_epoch().count() % 1000000);
+  for (int i = 0; i < workers; ++i) {
+    pipeline::JobContext ctx;
+    ctx.settings = s;
+    ctx.messages = &messages_;
+    ctx.cfg_file = cfg_file;
+    ctx.act_file = act_file;
+    // Each worker has a scratch folder of its own, so that clearing its "rcp" files after a file
+    // can never remove a file that another worker (or another job) is still using.
+    ctx.temp_folder = temp_folder_ + job_tag + "_w" + std::to_string(i) + platform::kPathDelim;
+    fs::create_directories(ctx.temp_folder, ec);
+    fs::copy_file(icc, ctx.temp_folder + kIccName, fs::copy_options::overwrite_existing, ec);
+    worker_folders.push_back(ctx.temp_folder);
+    ctx.intermediate_format = intermediate;
+    ctx.job_kind = code.kind;
+    ctx.job_variant = code.variant;
+    ctx.job_selector = code.selector;
+    ctx.kind3 = code.kind == 3;
+    ctx.builtin_language = single_worker;
+    ctx.poll_ms = poll_ms_;
+    pool.push_back(std::make_unique<pipeline::TPThread>(std::move(ctx)));
+    pool.back()->Resume();
+  }
+
+  auto collect = [&] {
+    int finished = 0;
+    for (auto& w : pool) {
+      std::string text = w->TakeLog();
+      if (!text.empty()) Log(text);
+      finished += w->FilesFinished();
+    }
+    if (has_window && progress && files_total_ > 0) progress(finished * 100 / files_total_);
+  };
+  auto wait_a_little = [&] {
+    if (poll_ms_ > 0)
+      std::this_thread::sleep_for(std::chrono::milliseconds(poll_ms_));
+    else
+      std::this_thread::sleep_for(std::chrono::microseconds(200));  // a bare yield would spin hot
+    Pump();
+  };
+
+  Log(messages_[Msg::kStarting]);
+  const auto start = Clock::now();
+  const bool check_only = code.kind == kCheckOnlyKind || s.main.check_files;
+  for (int i = 0; i < files_total_ && !tools::StopFlag().load(); ++i) {
+    settings::DestRequest req;
+    req.source_path = files[i];
+    req.index = i;
+    const settings::DestNames dest = s.create_dest_filename(req);
+    bool handed = false;
+    while (!handed && !tools::StopFlag().load()) {
+      collect();
+      for (auto& w : pool) {
+        if (!w->Busy() && w->set_paremeters(i, files_total_, files[i], check_only, dest)) {
+          handed = true;
+          break;
+        }
+      }
+      if (!handed) wait_a_little();
+    }
+  }
+  // Draining: the files already handed out are finished, whatever the stop flag says.
+  while (std::any_of(pool.begin(), pool.end(), [](auto& w) { return w->Busy(); })) {
+    collect();
+    wait_a_little();
+  }
+  collect();
+  for (auto& w : pool) {
+    w->Terminate();
+    files_done_ += w->FilesDone();
+    const std::string folder = w->LastSavedFolder();
+    if (!folder.empty()) SetLastSavedFolder(folder);
+  }
+  pool.clear();
+  const int64_t elapsed =
+      std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+
+  for (const std::string& folder : extracted_folders_) fs::remove_all(folder, ec);
+  for (const std::string& folder : worker_folders) fs::remove_all(folder, ec);
+
+  Log(FormatSummary(files_done_, files_total_, elapsed, messages_));
+
+  fs::remove(temp_folder_ + kProbeName, ec);
+  fs::remove(icc, ec);
+}
+
+}  // namespace pictavo::engine

@@ -1,0 +1,95 @@
+// TZubProcess: runs one whole job on the calling (main) thread. It validates the job code,
+// prepares the temporary folder, loads the settings and the translated log messages, expands
+// the list of input files, hands the files to a pool of TPThread workers, writes every step to
+// the log and ends with a summary.
+//
+// Execute never blocks on a worker: it sleeps for the polling interval and calls the view's
+// message pump between polls, so the log stays live and Stop can be pressed during a job.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "settings/main_settings.h"
+#include "settings/message_table.h"
+
+namespace pictavo::engine {
+
+// A job code: two digits give kind and variant, three add a selector (1 when absent).
+struct JobCode {
+  int kind = 0;
+  int variant = 0;
+  int selector = 1;
+  bool valid = false;  // kind and variant are not 0 and the variant is at most 4
+};
+JobCode ParseJobCode(std::string_view code);
+
+// Job kind 2 only checks that every file can be read (see docs/engine.md).
+inline constexpr int kCheckOnlyKind = 2;
+
+// The summary lines after the last file ("\r\n" between lines), elapsed time in milliseconds.
+std::string FormatSummary(int done, int total, int64_t elapsed_ms,
+                          const settings::MessageTable& messages);
+
+// Format of the intermediate page files for a target extension (lower case): "png", "tif",
+// "pdf", or empty when the target needs none.
+std::string IntermediateFormat(std::string_view target);
+
+// True when a file can be created, written and deleted in `folder`.
+bool temp_ready(const std::string& folder);
+
+// Appends to `files` the files of `folder` that the mask list accepts ("*" accepts all; else a
+// list such as "jpg, png"), then, when `subfolders` is set, walks each sub-folder the same way:
+// depth first, a folder's own files before those of its sub-folders. Names are sorted within a
+// folder so that runs are repeatable.
+void Dir_files(const std::string& folder, const std::string& mask_list, bool subfolders,
+               std::vector<std::string>& files);
+
+// The folder a container is unpacked into: the file's path with "_(extracted)" appended.
+std::string ExtractedFolder(const std::string& container);
+
+// The folder of the last file the job saved, for the window's "Show converted files..." button.
+// Process-wide (one job per process); the executor sets it after the workers end. Thread-safe.
+void SetLastSavedFolder(const std::string& folder);
+std::string LastSavedFolder();
+
+class TZubProcess {
+ public:
+  // Inputs, set before Execute.
+  std::string job_code;
+  std::string cfg_file;
+  std::string act_file;                         // empty when none
+  std::function<void(const std::string&)> log;  // appends text ("\r\n" between lines)
+  std::function<void(int)> progress;            // 0..100; only when a window exists
+  std::function<void()> process_messages;       // the view's pump; may be empty
+  bool has_window = false;
+  bool single_worker = false;  // one worker and the built-in English messages
+
+  void Execute();
+  void starting() {}
+
+  // Results.
+  int files_total() const { return files_total_; }
+  int files_done() const { return files_done_; }
+  bool rejected() const { return rejected_; }  // the job did not run (code, temp folder, .cfg)
+  const std::string& temp_folder() const { return temp_folder_; }
+
+ private:
+  void Log(const std::string& text);
+  void Pump();
+  std::vector<std::string> BuildFileList(const settings::TMainSettings& s);
+  std::string ExpandContainer(const std::string& file);
+
+  settings::MessageTable messages_;
+  std::string temp_folder_;
+  std::vector<std::string> extracted_folders_;
+  int files_total_ = 0;
+  int files_done_ = 0;
+  bool rejected_ = false;
+  int poll_ms_ = 10;
+};
+
+}  // namespace pictavo::engine

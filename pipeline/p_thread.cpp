@@ -1,0 +1,405 @@
+#include "pipeline/p_thread.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+
+#include "direct/zub_direct.h"
+#include "edit/zub_edit.h"
+#include "engine/tools/probes.h"
+#include "engine/tools/runner.h"
+#include "engine/tools/temp_names.h"
+#include "imaging/format_sniff.h"
+#include "imaging/ie_bitmap.h"
+#include "imaging/ie_io.h"
+#include "pipeline/page_select.h"
+#include "pipeline/saving.h"
+#include "platform/fs.h"
+#include "platform/text_encoding.h"
+#include "read/zub_read.h"
+#include "write/zub_convert.h"
+
+namespace pictavo::pipeline {
+namespace {
+
+namespace fs = std::filesystem;
+using settings::Msg;
+
+std::string FileName(const std::string& path) {
+  return fs::path(path).filename().string();
+}
+
+// The target as the settings name it: "Main"/"Dest_ext", without a front-end prefix ("a>b").
+std::string TargetExt(const settings::TMainSettings& s) {
+  std::string ext = s.main.dest_ext;
+  if (size_t gt = ext.find('>'); gt != std::string::npos) ext = ext.substr(gt + 1);
+  if (!ext.empty() && ext.front() == '.') ext.erase(0, 1);
+  return platform::AsciiLower(ext);
+}
+
+imaging::TIOFileType SniffFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  uint8_t head[32] = {};
+  in.read(reinterpret_cast<char*>(head), sizeof head);
+  return imaging::SniffFormat(head, static_cast<size_t>(in.gcount()));
+}
+
+std::string OneDecimal(double seconds) {
+  char buf[32];
+  std::snprintf(buf, sizeof buf, "%.1f", seconds);
+  return buf;
+}
+
+}  // namespace
+
+TPThread::TPThread(JobContext context) : context_(std::move(context)) {}
+
+TPThread::~TPThread() {
+  Terminate();
+}
+
+void TPThread::Resume() {
+  if (!thread_.joinable()) thread_ = std::thread([this] { Run(); });
+}
+
+void TPThread::Terminate() {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    terminate_ = true;
+  }
+  wake_.notify_all();
+  if (thread_.joinable()) thread_.join();
+}
+
+bool TPThread::set_paremeters(int index, int count, const std::string& source, bool check_only,
+                              const settings::DestNames& dest) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (busy_ || terminate_) return false;
+  index_ = index;
+  count_ = count;
+  source_ = source;
+  check_only_ = check_only;
+  dest_ = dest;
+  work_file_.clear();
+  written_.clear();
+  page_count_ = 1;
+  if (!pending_log_.empty()) pending_log_ += "\r\n";
+  pending_log_ += M(Msg::kFile) + " " + std::to_string(index + 1) + " " + M(Msg::kOf) + " " +
+                  std::to_string(count) + ": " + source;
+  route_ = DecideRoute(source, context_.settings, check_only);
+  busy_ = true;
+  wake_.notify_all();
+  return true;
+}
+
+bool TPThread::Busy() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return busy_;
+}
+
+std::string TPThread::TakeLog() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  std::string text;
+  text.swap(pending_log_);
+  return text;
+}
+
+int TPThread::FilesDone() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return files_done_;
+}
+
+int TPThread::FilesFinished() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return files_finished_;
+}
+
+std::string TPThread::LastSavedFolder() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return last_saved_folder_;
+}
+
+Route TPThread::route() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return route_;
+}
+
+void TPThread::print_log(const std::string& text) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  pending_log_ += text;
+}
+
+std::string TPThread::ScratchName(const std::string& ext) {
+  return tools::NewTempName(context_.temp_folder) + ext;
+}
+
+void TPThread::Run() {
+  while (true) {
+    {
+      std::unique_lock<std::mutex> lock(mutex_);
+      wake_.wait(lock, [this] { return busy_ || terminate_; });
+      if (!busy_) return;  // terminated while idle
+    }
+    ProcessFile();
+    std::lock_guard<std::mutex> lock(mutex_);
+    busy_ = false;
+    ++files_finished_;
+  }
+}
+
+void TPThread::ProcessFile() {
+  const auto start = std::chrono::steady_clock::now();
+  bool ok = false;
+  // No exception may leave the worker: a stage that throws fails its file.
+  try {
+    if (check_only_) {
+      ok = CheckFile();
+    } else if (route_.direct) {
+      ok = Direct_convert() && SaveAll();
+    } else {
+      ok = Read() && Edit() && Convert() && SaveAll();
+    }
+    if (!check_only_) {
+      std::string log;
+      FinishOriginal(source_, ok, context_.settings, *context_.messages, log);
+      print_log(log);
+    }
+  } catch (const std::exception& e) {
+    print_log(kStepPrefix + M(Msg::kError) + " " + e.what());
+    ok = false;
+  }
+  const double seconds =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  print_log(kStepPrefix + M(Msg::kProcessingTime) + " " + OneDecimal(seconds) + " " + M(Msg::kSec));
+
+  // Scratch files of this file; the folder is this worker's own, so no other file is touched.
+  std::error_code ec;
+  for (const auto& entry : fs::directory_iterator(context_.temp_folder, ec)) {
+    if (entry.path().filename().string().rfind(tools::kScratchPrefix, 0) == 0) {
+      std::error_code ignore;
+      fs::remove_all(entry.path(), ignore);
+    }
+  }
+  if (ok) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    ++files_done_;
+  }
+}
+
+bool TPThread::CheckFile() {
+  std::string line =
+      kStepPrefix + std::string("Checking file...") + " " + FileName(source_) + "...";
+  reader::TZubRead r;
+  r.src_file = source_;
+  r.out_file = ScratchName(".tif");
+  r.settings = &context_.settings;
+  r.settings_file = context_.cfg_file;
+  r.temp_folder = context_.temp_folder;
+  const int status = r.Read();
+  const bool ok = status == 0 && platform::FileExists(r.out_file);
+  if (ok) {
+    line += " OK";
+  } else {
+    line += kStepPrefix + M(Msg::kError) + " " + M(Msg::kCouldNotRead) + " " + FileName(source_);
+  }
+  std::error_code ec;
+  fs::remove(r.out_file, ec);
+  print_log(line);
+  return ok;
+}
+
+bool TPThread::Read() {
+  std::this_thread::sleep_for(std::chrono::milliseconds(context_.poll_ms));
+  const std::string& tag = route_.source_tag;
+  const imaging::TIOFileType sniffed = SniffFile(source_);
+  bool as_is = false;
+  if (InList(tag, ";tif;tiff;")) {
+    as_is = valid_tif(source_);
+  } else if (tag == ";png;") {
+    as_is = sniffed == imaging::TIOFileType::ioPNG && !tools::PngIsAnimated(source_);
+  } else if (InList(tag, ";jpeg;jpg;bmp;gif;pcx;tga;tif;tiff;ppm;pbm;pgm;") && !route_.read_16bit) {
+    // The engine loads by content, so a misnamed file of a format it knows is fine as it is.
+    as_is = sniffed != imaging::TIOFileType::ioUnknown || tag == ";tga;";
+  }
+  std::string line = kStepPrefix + M(Msg::kReadingFile);
+  if (as_is) {
+    work_file_ = source_;
+  } else {
+    reader::TZubRead r;
+    r.src_file = source_;
+    r.out_file = ScratchName(".tif");
+    r.settings = &context_.settings;
+    r.settings_file = context_.cfg_file;
+    r.temp_folder = context_.temp_folder;
+    const int status = r.Read();
+    if (status != 0 || !platform::FileExists(r.out_file)) {
+      line += " " + M(Msg::kFail) + kStepPrefix + M(Msg::kError) + " " + M(Msg::kCouldNotRead) +
+              " " + FileName(source_);
+      if (status == 3) line += " (tool folder missing)";
+      print_log(line);
+      return false;
+    }
+    work_file_ = r.out_file;
+  }
+
+  PageSelection sel = SelectPages(work_file_, context_.settings, context_.temp_folder);
+  if (sel.all_blank) {
+    print_log(line + " " + M(Msg::kDone) + kStepPrefix + "All pages are blank. File was skipped.");
+    return false;
+  }
+  if (!sel.file.empty()) {
+    if (work_file_ != source_) {
+      std::error_code ec;
+      fs::remove(work_file_, ec);
+    }
+    work_file_ = sel.file;
+  }
+  page_count_ = sel.pages;
+  print_log(line + " " + M(Msg::kDone));
+  return true;
+}
+
+bool TPThread::Edit() {
+  const settings::TMainSettings& s = context_.settings;
+  const bool has_actions = !context_.act_file.empty();
+  if (!has_actions) {
+    if (!s.main.show_transp) return true;
+    imaging::TIEBitmap probe;
+    imaging::TImageEnIO io(&probe);
+    if (!io.ParamsFromFile(work_file_).ok() || !io.Params().HasAlpha) return true;
+  }
+  // Actions work on a scratch copy, never on the source, and on TIFF so that nothing is lost
+  // to a lossy format between the actions and the writer.
+  if (work_file_ == source_ || !InList(TypeTag(work_file_), ";tif;tiff;")) {
+    const std::string copy = ScratchName(".tif");
+    if (Status st = CopyAsTiff(work_file_, copy); !st.ok()) {
+      print_log(kStepPrefix + M(Msg::kError) + " " + M(Msg::kCouldNotApplyActions) + " " +
+                FileName(source_));
+      return false;
+    }
+    if (work_file_ != source_) {
+      std::error_code ec;
+      fs::remove(work_file_, ec);
+    }
+    work_file_ = copy;
+  }
+  editing::TZubEdit e;
+  e.work_file = work_file_;
+  e.source_file = source_;
+  e.settings = &context_.settings;
+  e.act_file = context_.act_file;
+  e.temp_folder = context_.temp_folder;
+  std::string edit_log;
+  const int status =
+      e.Edit(edit_log, M(Msg::kDone), M(Msg::kPage), M(Msg::kSkipped), M(Msg::kFail));
+  std::string text;
+  if (has_actions) {
+    text = kStepPrefix + M(Msg::kApplyingActions);
+    if (!edit_log.empty()) {
+      if (edit_log.rfind("\r\n", 0) != 0) text += "\r\n";
+      text += edit_log;
+    }
+  }
+  if (status == 3) {
+    text += kStepPrefix + M(Msg::kError) + " " + M(Msg::kCouldNotApplyActions) + " " +
+            FileName(source_);
+    print_log(text);
+    return false;
+  }
+  print_log(text);
+  return true;
+}
+
+bool TPThread::Convert() {
+  const std::string ext = TargetExt(context_.settings);
+  std::string line = kStepPrefix + M(Msg::kConvertingTo) + " " + platform::AsciiUpper(ext) + "...";
+  if (page_count_ > 1) line += " (" + std::to_string(page_count_) + " pages)";
+  direct::TZubDirect d;
+  d.settings = &context_.settings;
+  d.exe_folder = platform::ExecutableFolder();
+  d.temp_folder = context_.temp_folder;
+  d.dest_folder = context_.temp_folder;
+  writer::TZubConvert c;
+  c.job_id = context_.job_kind * 100 + context_.job_variant * 10 + context_.job_selector;
+  c.src_file = work_file_;
+  c.dest_file = ScratchName("." + ext);
+  c.settings = &context_.settings;
+  c.temp_folder = context_.temp_folder;
+  c.direct = &d;
+  const int status = c.Convert();
+  written_ = c.written_files;
+  if (written_.empty()) written_.push_back({c.dest_file, 0});
+  bool all_there = true;
+  for (const WrittenFile& w : written_) all_there = all_there && platform::FileExists(w.file_name);
+  if (status == 0 && all_there) {
+    print_log(line + " " + M(Msg::kDone));
+    return true;
+  }
+  line += " " + M(Msg::kFail) + kStepPrefix + M(Msg::kError) + " ";
+  line += status == 98 ? M(Msg::kFormatNotSupported)
+                       : M(Msg::kCouldNotConvert) + " " + FileName(source_);
+  print_log(line);
+  return false;
+}
+
+bool TPThread::Direct_convert() {
+  const std::string ext = TargetExt(context_.settings);
+  std::string src_ext = route_.source_tag.substr(1, route_.source_tag.size() - 2);
+  std::string line = kStepPrefix + M(Msg::kConvertingFrom) + " " + platform::AsciiUpper(src_ext) +
+                     " " + M(Msg::kTo) + " " + platform::AsciiUpper(ext) + "...";
+  direct::TZubDirect d;
+  d.src_file = source_;
+  d.dest_file = ScratchName("." + ext);
+  d.settings = &context_.settings;
+  d.exe_folder = platform::ExecutableFolder();
+  d.dest_folder =
+      context_.temp_folder;  // results appear in the scratch folder, never beside the source
+  d.temp_folder = context_.temp_folder;
+  const int32_t status = d.Direct();
+  written_.clear();
+  if (platform::FileExists(d.dest_file)) written_.push_back({d.dest_file, 0});
+  for (const WrittenFile& w : d.more_files)
+    if (platform::FileExists(w.file_name)) written_.push_back(w);
+  if (status == 0 && !written_.empty()) {
+    print_log(line + " " + M(Msg::kDone));
+    return true;
+  }
+  line += " " + M(Msg::kFail) + kStepPrefix + M(Msg::kError) + " ";
+  line += status == 99 ? M(Msg::kFormatNotSupported)
+                       : M(Msg::kCouldNotConvert) + " " + FileName(source_);
+  print_log(line);
+  return false;
+}
+
+bool TPThread::SaveAll() {
+  const settings::TMainSettings& s = context_.settings;
+  const bool many = written_.size() > 1;
+  bool ok = true;
+  std::string saved_folder;
+  for (size_t i = 0; i < written_.size(); ++i) {
+    const WrittenFile& w = written_[i];
+    const int page = many ? (w.page > 0 ? w.page - 1 : static_cast<int>(i)) : 0;
+    std::string dest = dest_.result;
+    if (many) dest = PageDestination(s, source_, index_, page);
+    std::string log;
+    SaveResult r = SaveWritten(w.file_name, dest, source_, index_, s, *context_.messages, log);
+    if (r.ok && !r.skipped) {
+      saved_folder = fs::path(r.final_path).parent_path().string();
+      // Thumbnails come from the result when the engine reads it, else from the working picture.
+      std::string picture =
+          SniffFile(r.final_path) != imaging::TIOFileType::ioUnknown ? r.final_path : work_file_;
+      if (!picture.empty() && platform::FileExists(picture))
+        create_thumb(picture, dest_, page, s, *context_.messages, log);
+    }
+    ok = ok && r.ok;
+    print_log(log);
+  }
+  if (!saved_folder.empty()) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    last_saved_folder_ = saved_folder;
+  }
+  return ok;
+}
+
+}  // namespace pictavo::pipeline

@@ -1,0 +1,104 @@
+// TPThread: one pipeline worker. The job executor creates one per logical processor, hands each
+// idle worker one file at a time through set_paremeters, and polls it for its log text; the
+// worker carries the file through read, edit, convert and save, or through one direct
+// conversion, then goes idle again.
+//
+// Thread safety: set_paremeters, Busy, TakeLog, FilesDone and LastSavedFolder may be called from
+// the executor's thread while the worker runs; they take the worker's own mutex. Stages run on
+// the worker's thread only and never touch the view: their text reaches the log through TakeLog.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "pipeline/routing.h"
+#include "pipeline/written_files.h"
+#include "settings/main_settings.h"
+#include "settings/message_table.h"
+
+namespace pictavo::pipeline {
+
+// What every worker of a job shares. Must outlive the workers; read only during the job.
+struct JobContext {
+  settings::TMainSettings settings;  // each worker keeps its own copy (the stages take pointers)
+  const settings::MessageTable* messages = nullptr;
+  std::string cfg_file;             // handed to tools that read the job's settings
+  std::string act_file;             // empty when the job has no editing actions
+  std::string temp_folder;          // the worker's own scratch folder, with a trailing delimiter
+  std::string intermediate_format;  // format of intermediate page files ("tif", "png", "pdf")
+  int job_kind = 1;
+  int job_variant = 1;
+  int job_selector = 1;
+  bool kind3 = false;
+  bool builtin_language = false;  // translated messages were not loaded
+  int poll_ms = 10;
+};
+
+class TPThread {
+ public:
+  explicit TPThread(JobContext context);  // created suspended: no thread until Resume
+  ~TPThread();                            // terminates and joins
+  TPThread(const TPThread&) = delete;
+  TPThread& operator=(const TPThread&) = delete;
+
+  void Resume();
+  // Ends the worker once its current file is done, and joins it.
+  void Terminate();
+
+  // Assigns one file (index 0-based, count of files in the job) and makes the routing decision.
+  // Returns false, changing nothing, when the worker is busy.
+  bool set_paremeters(int index, int count, const std::string& source, bool check_only,
+                      const settings::DestNames& dest);
+
+  bool Busy() const;
+  // The pending log text ("\r\n" between lines), cleared by the call.
+  std::string TakeLog();
+  int FilesDone() const;
+  int FilesFinished() const;  // done or failed
+  std::string LastSavedFolder() const;
+
+  // The routing decision of the current file (for tests).
+  Route route() const;
+
+ private:
+  void Run();
+  void ProcessFile();
+  bool Read();
+  bool Edit();
+  bool Convert();
+  bool Direct_convert();
+  bool SaveAll();
+  bool CheckFile();
+  void print_log(const std::string& line);
+  std::string ScratchName(const std::string& ext);
+  const std::string& M(settings::Msg id) const { return (*context_.messages)[id]; }
+
+  JobContext context_;
+
+  mutable std::mutex mutex_;
+  std::condition_variable wake_;
+  bool busy_ = false;              // guarded by mutex_
+  bool terminate_ = false;         // guarded by mutex_
+  std::string pending_log_;        // guarded by mutex_
+  std::string last_saved_folder_;  // guarded by mutex_
+  int files_done_ = 0;             // guarded by mutex_
+  int files_finished_ = 0;         // guarded by mutex_
+
+  // The current file; written by set_paremeters before busy_ is set, then owned by the worker.
+  int index_ = 0;
+  int count_ = 0;
+  std::string source_;
+  bool check_only_ = false;
+  settings::DestNames dest_;
+  Route route_;
+  std::string work_file_;  // the raster file the stages pass along
+  WrittenFiles written_;   // what the writer or the direct conversion produced
+  int page_count_ = 1;
+
+  std::thread thread_;
+};
+
+}  // namespace pictavo::pipeline

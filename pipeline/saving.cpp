@@ -1,0 +1,217 @@
+#include "pipeline/saving.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <random>
+#include <system_error>
+
+#include "imaging/ie_bitmap.h"
+#include "imaging/ie_io.h"
+#include "platform/fs.h"
+#include "platform/text_encoding.h"
+
+namespace pictavo::pipeline {
+namespace {
+
+namespace fs = std::filesystem;
+using settings::Msg;
+
+bool SamePath(const std::string& a, const std::string& b) {
+  std::error_code ec;
+  if (fs::equivalent(a, b, ec)) return true;
+  return fs::weakly_canonical(a, ec) == fs::weakly_canonical(b, ec);
+}
+
+std::string ScratchBeside(const fs::path& dest) {
+  thread_local std::mt19937_64 gen(std::random_device{}());
+  // Hidden and with the scratch prefix, so a file left by a killed engine is recognisable.
+  return (dest.parent_path() / (".rcp" + std::to_string(gen() % 1000000000ULL) + ".part")).string();
+}
+
+}  // namespace
+
+OverwritePolicy PolicyOf(int overwrite_setting) {
+  switch (overwrite_setting) {
+    case 1:
+      return OverwritePolicy::kReplace;
+    case 2:
+      return OverwritePolicy::kSkip;
+    default:
+      return OverwritePolicy::kKeepBoth;
+  }
+}
+
+std::string NumberedName(const std::string& path) {
+  fs::path p(path);
+  const std::string stem = p.stem().string();
+  const std::string ext = p.extension().string();
+  for (int n = 2;; ++n) {
+    fs::path candidate = p.parent_path() / (stem + " (" + std::to_string(n) + ")" + ext);
+    std::error_code ec;
+    if (!fs::exists(candidate, ec)) return candidate.string();
+  }
+}
+
+Status PlaceFile(const std::string& file, const std::string& dest, bool replace) {
+  std::error_code ec;
+  fs::path d(dest);
+  if (d.has_parent_path()) fs::create_directories(d.parent_path(), ec);
+  if (!platform::DirectoryExists(d.parent_path().string()))
+    return Status::Error("cannot create the folder " + d.parent_path().string());
+  const std::string scratch = ScratchBeside(d);
+  fs::copy_file(file, scratch, fs::copy_options::overwrite_existing, ec);
+  if (ec) {
+    fs::remove(scratch, ec);
+    return Status::Error("cannot write " + scratch + ": " + ec.message());
+  }
+  if (!replace && fs::exists(d, ec)) {
+    fs::remove(scratch, ec);
+    return Status::Error(dest + " exists");
+  }
+  fs::rename(scratch, d, ec);
+  if (ec) {
+    std::error_code ignore;
+    fs::remove(scratch, ignore);
+    return Status::Error("cannot rename into " + dest + ": " + ec.message());
+  }
+  return Status::OK();
+}
+
+SaveResult SaveWritten(const std::string& written, const std::string& dest,
+                       const std::string& source, int index, const settings::TMainSettings& s,
+                       const settings::MessageTable& m, std::string& log) {
+  SaveResult r;
+  std::string target = dest;
+  std::error_code ec;
+  const bool on_source = SamePath(target, source);
+  if (on_source || fs::exists(target, ec)) {
+    const OverwritePolicy policy =
+        on_source ? OverwritePolicy::kKeepBoth : PolicyOf(s.save.overwrite);
+    if (policy == OverwritePolicy::kSkip) {
+      log += kStepPrefix + m[Msg::kFile] + " " + target + " " + m[Msg::kWasSkipped];
+      r.ok = true;
+      r.skipped = true;
+      r.final_path = target;
+      return r;
+    }
+    if (policy == OverwritePolicy::kKeepBoth) target = NumberedName(target);
+  }
+  log += kStepPrefix + m[Msg::kSavingResultTo] + " " + target;
+  if (Status st = PlaceFile(written, target, true); !st.ok()) {
+    log += kStepPrefix + m[Msg::kError] + " " + st.message();
+    return r;
+  }
+  if (s.save.same_date != 0) {
+    auto t = fs::last_write_time(source, ec);
+    if (!ec) fs::last_write_time(target, t, ec);
+  }
+  r.ok = true;
+  r.final_path = target;
+
+  if (s.save.create_copies) {
+    fs::path p(target);
+    const std::string base = fs::path(source).stem().string();
+    for (int n = 0; n < s.save.number_of_copies; ++n) {
+      settings::MaskSource ms{source, 0, 0, 0, std::nullopt};
+      std::string name = s.ParseFileMask(base, platform::AsciiLower(s.save.copy_mask),
+                                         s.save.copy_counter + index + n, ms);
+      std::string copy = (p.parent_path() / (name + p.extension().string())).string();
+      if (SamePath(copy, target) || fs::exists(copy, ec)) copy = NumberedName(copy);
+      log += kStepPrefix + m[Msg::kSavingResultTo] + " " + copy;
+      if (Status st = PlaceFile(target, copy, false); !st.ok())
+        log += kStepPrefix + m[Msg::kError] + " " + st.message();
+    }
+  }
+  return r;
+}
+
+void create_thumb(const std::string& picture, const settings::DestNames& names, int page,
+                  const settings::TMainSettings& s, const settings::MessageTable& m,
+                  std::string& log) {
+  imaging::TIEBitmap full;
+  bool loaded = false;
+  for (size_t i = 0; i < s.thumbnail_sets.size(); ++i) {
+    const settings::ThumbnailSet& set = s.thumbnail_sets[i];
+    if (!set.create_thumbnails || (set.first_p && page > 0)) continue;
+    if (!loaded) {
+      imaging::TImageEnIO io(&full);
+      if (!io.LoadFromFile(picture).ok()) return;
+      loaded = true;
+    }
+    imaging::TIEBitmap thumb;
+    thumb.Assign(full);
+    const int w = std::max(set.width, 1), h = std::max(set.height, 1);
+    const bool smaller = thumb.Width() <= w && thumb.Height() <= h;
+    if (!(smaller && set.do_not_resize_if_less)) {
+      int nw = w, nh = h;
+      if (set.resize_type == 0) {
+        // Fit inside the box, keeping the proportions.
+        const double scale = std::min(double(w) / thumb.Width(), double(h) / thumb.Height());
+        nw = std::max(1, int(thumb.Width() * scale + 0.5));
+        nh = std::max(1, int(thumb.Height() * scale + 0.5));
+      }
+      if (!thumb.Resample(nw, nh).ok()) continue;
+    }
+    std::string dest = names.thumbnails[i];
+    if (page > 0) {
+      fs::path p(dest);
+      char suffix[16];
+      std::snprintf(suffix, sizeof suffix, "_page_%02d", page + 1);
+      dest = (p.parent_path() / (p.stem().string() + suffix + p.extension().string())).string();
+    }
+    std::error_code ec;
+    fs::create_directories(fs::path(dest).parent_path(), ec);
+    imaging::TImageEnIO out(&thumb);
+    out.Params().JPEG_Quality = set.jpg_q;
+    log += kStepPrefix + m[Msg::kSavingThumbnailTo] + " " + dest;
+    if (Status st = out.SaveToFile(dest); !st.ok())
+      log += kStepPrefix + m[Msg::kError] + " " + st.message();
+  }
+}
+
+namespace {
+
+bool MoveTo(const std::string& source, const std::string& folder, const settings::MessageTable& m,
+            std::string& log) {
+  if (folder.empty()) return false;
+  std::string dest = (fs::path(folder) / fs::path(source).filename()).string();
+  std::error_code ec;
+  if (fs::exists(dest, ec)) dest = NumberedName(dest);
+  log += kStepPrefix + m[Msg::kMovingOriginalTo] + " " + dest;
+  fs::create_directories(folder, ec);
+  fs::rename(source, dest, ec);
+  if (ec) {
+    // Another file system: copy completely first, remove the original only then.
+    if (!PlaceFile(source, dest, false).ok()) {
+      log += kStepPrefix + m[Msg::kError] + " " + dest;
+      return false;
+    }
+    fs::remove(source, ec);
+  }
+  return true;
+}
+
+}  // namespace
+
+void FinishOriginal(const std::string& source, bool processed, const settings::TMainSettings& s,
+                    const settings::MessageTable& m, std::string& log) {
+  std::error_code ec;
+  if (!processed) {
+    if (s.save.move_unprocessed_files) MoveTo(source, s.save.move_unprocessed_files_folder, m, log);
+    return;
+  }
+  if (s.save.move_files) {
+    MoveTo(source, s.save.move_files_folder, m, log);
+  } else if (s.save.delete_files) {
+    log += kStepPrefix + m[Msg::kDeletingFile] + " " + source;
+    fs::remove(source, ec);
+  } else {
+    return;
+  }
+  if (s.save.delete_folders) {
+    fs::path folder = fs::path(source).parent_path();
+    if (fs::is_empty(folder, ec) && !ec) fs::remove(folder, ec);
+  }
+}
+
+}  // namespace pictavo::pipeline

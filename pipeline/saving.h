@@ -1,0 +1,59 @@
+// The saving step of the pipeline: putting a finished file at its result name, extra copies,
+// thumbnails, and moving or deleting the original. See docs/engine.md ("Saving").
+//
+// Data safety: a result is first copied into the destination folder under a hidden scratch
+// name and then renamed over its final name, so a stopped or killed job never leaves a
+// half-written result; a source file is never a destination (a result that would land on its
+// own source is kept under a numbered name). Thread-safe: workers save different files.
+#pragma once
+
+#include <string>
+
+#include "platform/status.h"
+#include "settings/main_settings.h"
+#include "settings/message_table.h"
+
+namespace pictavo::pipeline {
+
+// "Save"/"Overwrite": what happens when the result name exists already.
+enum class OverwritePolicy { kReplace = 1, kSkip = 2, kKeepBoth = 3 };
+OverwritePolicy PolicyOf(int overwrite_setting);  // 1, 2, 3; anything else keeps both
+
+// "name.ext" -> "name (2).ext", the first such name that does not exist.
+std::string NumberedName(const std::string& path);
+
+// Copies `file` to `dest` under a scratch name in dest's folder (creating the folder), then
+// renames it into place. `dest` must not exist unless `replace` is set.
+Status PlaceFile(const std::string& file, const std::string& dest, bool replace);
+
+struct SaveResult {
+  bool ok = false;       // the result exists under `final_path`
+  bool skipped = false;  // an existing result was kept ("was skipped")
+  std::string final_path;
+};
+
+// Saves one written file of `source` at `dest` following the "Save" keys: Overwrite,
+// Same_Date, Create_copies/Number_of_copies/Copy_mask/Copy_counter. Appends its log lines.
+SaveResult SaveWritten(const std::string& written, const std::string& dest,
+                       const std::string& source, int index,
+                       const settings::TMainSettings& settings,
+                       const settings::MessageTable& messages, std::string& log);
+
+// Writes the thumbnails of the enabled thumbnail sets from the picture `picture` (any raster
+// file the imaging engine reads), one line "Saving thumbnail to:" each. `page` is 0-based; a set
+// with "First_p" only serves the first page.
+void create_thumb(const std::string& picture, const settings::DestNames& names, int page,
+                  const settings::TMainSettings& settings, const settings::MessageTable& messages,
+                  std::string& log);
+
+// After a processed file: moves it to "Move_files_folder" or deletes it, as the settings say,
+// then removes its folder when "Delete_folders" is on and the folder is empty. After a failed
+// file: moves it to "Move_unprocessed_files_folder" when "Move_unprocessed_files" is on.
+void FinishOriginal(const std::string& source, bool processed,
+                    const settings::TMainSettings& settings, const settings::MessageTable& messages,
+                    std::string& log);
+
+// "\r\n" + three blanks: how every step line of a file begins.
+inline constexpr char kStepPrefix[] = "\r\n   ";
+
+}  // namespace pictavo::pipeline
