@@ -1,0 +1,117 @@
+// Runs the built `pictavo` binary on files written here, as a user would.
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+#include "platform/fs.h"
+#include "platform/text_encoding.h"
+#include "tests/support/test_paths.h"
+
+namespace pictavo::cli {
+namespace {
+
+struct CommandResult {
+  int code = -1;
+  std::string out, err;
+};
+
+class PictavoCommand : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    binary_ = std::string(PICTAVO_BUILD_DIR) + "/pictavo";
+    if (!platform::FileExists(binary_)) GTEST_SKIP() << binary_ << " is not built yet";
+  }
+
+  CommandResult Pictavo(const std::string& args) {
+    const std::string out = dir_.file("stdout.txt"), err = dir_.file("stderr.txt");
+    const std::string command = "'" + binary_ + "' " + args + " >'" + out + "' 2>'" + err + "'";
+    CommandResult r;
+    const int status = std::system(command.c_str());
+    r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    r.out = platform::ReadFileBytes(out).value_or("");
+    r.err = platform::ReadFileBytes(err).value_or("");
+    return r;
+  }
+
+  std::string binary_;
+  pictavo::testing::TempDir dir_;
+};
+
+TEST_F(PictavoCommand, SettingsShowReadsAHandWrittenFile) {
+  const std::string cfg = dir_.file("job.cfg");
+  ASSERT_TRUE(platform::WriteTextFileUtf16(cfg,
+                                           "[jpg]\nQUALITY=42\n[PNG]\nColor_red=300\n"
+                                           "[DXF_Write]\nVersion=0\n[Avif_Write]\nQuality=7\n"
+                                           "[Multipage]\nOption=9\n[SVG]\nCount=1\nFont1_1=Arial\n")
+                  .ok());
+  CommandResult r = Pictavo("settings show '" + cfg + "'");
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_EQ(r.err, "");
+  for (const char* line :
+       {"\nJPG/Quality=42\n", "\nPNG/Color_red=44\n", "\nDXF_write/Version=8\n",
+        "\nAvif_write/Quality=7\n", "\nMultipage/Option=4\n", "\nSVG/Count=1\n",
+        "\nSVG/Font1_1=Arial\n", "\nSVG/Font2_1=\n", "\nThumbnails/Count_more=5\n",
+        "\nThumbnails_4/First_p=0\n", "\nMain/Image_preview=1\n", "\nView/Left=60\n"})
+    EXPECT_NE(r.out.find(line), std::string::npos) << line;
+  EXPECT_EQ(r.out.find("Main/Name="), std::string::npos);
+
+  CommandResult missing = Pictavo("settings show '" + dir_.file("none.cfg") + "'");
+  EXPECT_EQ(missing.code, 0);
+  EXPECT_NE(missing.out.find("\nJPG/Quality=80\n"), std::string::npos);
+  EXPECT_EQ(std::count(missing.err.begin(), missing.err.end(), '\n'), 1) << missing.err;
+  EXPECT_NE(missing.err.find("no such file"), std::string::npos);
+}
+
+TEST_F(PictavoCommand, SettingsWriteThenShowRoundTrips) {
+  const std::string cfg = dir_.file("out.cfg");
+  CommandResult w =
+      Pictavo("settings write '" + cfg + "' --mode 3 --set Main/Dest_ext=png --set gif/loop=0");
+  ASSERT_EQ(w.code, 0) << w.err;
+  std::optional<std::string> text = platform::ReadTextFile(cfg);
+  ASSERT_TRUE(text);
+  EXPECT_NE(text->find("Name=PNG"), std::string::npos);
+  EXPECT_EQ(text->find("Image_preview"), std::string::npos);  // mode 3 has no front-end keys
+  CommandResult show = Pictavo("settings show '" + cfg + "'");
+  EXPECT_NE(show.out.find("\nGIF/Loop=0\n"), std::string::npos);
+  EXPECT_NE(show.out.find("\nMain/Dest_ext=png\n"), std::string::npos);
+
+  EXPECT_EQ(Pictavo("settings write").code, 2);
+  EXPECT_EQ(Pictavo("settings write '" + cfg + "' --mode x").code, 2);
+  CommandResult bad = Pictavo("settings show --set Nope/Key=1");
+  EXPECT_EQ(bad.code, 2);
+  EXPECT_NE(bad.err.find("Nope/Key"), std::string::npos);
+  EXPECT_EQ(Pictavo("settings --help").code, 0);
+}
+
+TEST_F(PictavoCommand, NameAndPages) {
+  CommandResult n = Pictavo(
+      "name /in/a.png /in/b.png --index 6 --set File_name/Mask=IMG_### --set Main/Dest_path=/out "
+      "--set Thumbnails/Folder=/th --thumbnails");
+  ASSERT_EQ(n.code, 0) << n.err;
+  EXPECT_EQ(n.out,
+            "/out/img_007.jpg\n"
+            "  thumbnail 0: /th/a_thumb.jpg\n  thumbnail 1: /th/a_thumb.jpg\n"
+            "  thumbnail 2: /th/a_thumb.jpg\n  thumbnail 3: /th/a_thumb.jpg\n"
+            "  thumbnail 4: /th/a_thumb.jpg\n"
+            "/out/img_008.jpg\n"
+            "  thumbnail 0: /th/b_thumb.jpg\n  thumbnail 1: /th/b_thumb.jpg\n"
+            "  thumbnail 2: /th/b_thumb.jpg\n  thumbnail 3: /th/b_thumb.jpg\n"
+            "  thumbnail 4: /th/b_thumb.jpg\n");
+  EXPECT_EQ(Pictavo("name").code, 2);
+  EXPECT_EQ(Pictavo("name a.png --index -1").code, 2);
+
+  EXPECT_EQ(Pictavo("pages '1, 3-5, 9-' --count 10").out, "1 3 4 5 9 10\n");
+  EXPECT_EQ(Pictavo("pages -3 --count 5").out, "1 2 3\n");
+  EXPECT_EQ(Pictavo("pages 1,,5 --count 6").out, "1\n");
+  EXPECT_EQ(Pictavo("pages -0 --count 6").out, "\n");
+  EXPECT_EQ(Pictavo("pages 1-2").code, 2);
+  EXPECT_EQ(Pictavo("pages --count 3").code, 2);
+}
+
+}  // namespace
+}  // namespace pictavo::cli
