@@ -51,8 +51,9 @@ class TIEBitmap {
  public:
   TIEBitmap() = default;  // "Create": an empty bitmap (Width() == Height() == 0)
 
-  // Sizes the bitmap and zeroes it (black, or index 0), dropping the alpha plane. Sizes are
-  // checked with overflow-safe arithmetic before allocating; a failure leaves the bitmap empty.
+  // Sizes the bitmap and zeroes it (black, or index 0), dropping the alpha plane; ie8p gets a
+  // 256-entry grey palette. Sizes are checked with overflow-safe arithmetic before allocating;
+  // a failure leaves the bitmap empty.
   pictavo::Status Allocate(int width, int height, TIEPixelFormat format);
   void Clear();  // back to empty
 
