@@ -47,6 +47,7 @@ struct CodecRow {
   uint32_t layouts;
   bool alpha;
   bool metadata;
+  bool alpha_rgb_only = false;
 };
 
 constexpr CodecRow kCodecs[] = {
@@ -58,10 +59,10 @@ constexpr CodecRow kCodecs[] = {
     {TIOFileType::ioGIF, codecs::DecodeGIF, codecs::EncodeGIF,
      LayoutBit(F::ie1g) | LayoutBit(F::ie8g) | LayoutBit(F::ie8p) | LayoutBit(F::ie24RGB), true,
      false},
-    {TIOFileType::ioBMP, codecs::DecodeBMP, codecs::EncodeBMP, k8BitLayouts, true, false},
+    {TIOFileType::ioBMP, codecs::DecodeBMP, codecs::EncodeBMP, k8BitLayouts, true, false, true},
     {TIOFileType::ioPCX, codecs::DecodePCX, codecs::EncodePCX, k8BitLayouts, false, false},
     {TIOFileType::ioTGA, codecs::DecodeTGA, codecs::EncodeTGA,
-     LayoutBit(F::ie8g) | LayoutBit(F::ie8p) | LayoutBit(F::ie24RGB), true, false},
+     LayoutBit(F::ie8g) | LayoutBit(F::ie8p) | LayoutBit(F::ie24RGB), true, false, true},
     {TIOFileType::ioICO, codecs::DecodeICO, codecs::EncodeICO, LayoutBit(F::ie24RGB), true, false},
     {TIOFileType::ioCUR, codecs::DecodeICO, codecs::EncodeICO, LayoutBit(F::ie24RGB), true, false},
     {TIOFileType::ioPBM, codecs::DecodePNM, codecs::EncodePBM, LayoutBit(F::ie1g), false, false},
@@ -241,7 +242,9 @@ pictavo::Status TImageEnIO::PrepareForSave(TIOFileType type, TIEBitmap& work,
         chosen = f;
         break;
       }
-    if (chosen == F::ieNull) chosen = F::ie24RGB;
+    // Nothing near: the writer's first layout in the order of this list.
+    for (F f : {F::ie24RGB, F::ie8g, F::ie1g, F::ie8p, F::ie16g, F::ie48RGB, F::ieCMYK})
+      if (chosen == F::ieNull && Accepts(*row, f)) chosen = f;
     target = chosen;
   }
   const bool managed = ColorManagementEnabled() && !params_.ICC.IsEmpty();
@@ -254,6 +257,12 @@ pictavo::Status TImageEnIO::PrepareForSave(TIOFileType type, TIEBitmap& work,
   } else if (target != bmp_->PixelFormat()) {
     copy();
     if (auto st = work.ConvertTo(target); !st.ok()) return st;
+  }
+  // Writers that store alpha only beside RGB get RGB when the picture has alpha.
+  if (row->alpha && row->alpha_rgb_only && use->HasAlphaChannel() && use->PixelFormat() != F::ie24RGB &&
+      Accepts(*row, F::ie24RGB)) {
+    copy();
+    if (auto st = work.ConvertTo(F::ie24RGB); !st.ok()) return st;
   }
   if (!row->alpha && use->HasAlphaChannel()) {
     copy();

@@ -361,6 +361,7 @@ pictavo::Status DecodeGIF(const uint8_t* data, size_t size, const DecodeOptions&
     // Free the raster giflib keeps per frame.
     if (gif->SavedImages && gif->ImageCount > 0) {
       GifFreeSavedImages(gif.get());
+      gif->ImageCount = 0;  // giflib does not reset it, and indexes the next frame by it
     }
   }
   if (frames == 0) return Corrupt("GIF", "no frames");
