@@ -11,6 +11,7 @@
 #include "engine/tools/runner.h"
 #include "imaging/ie_bitmap.h"
 #include "imaging/ie_io.h"
+#include "platform/fs.h"
 #include "read/read_routes.h"
 #include "read/route_support.h"
 

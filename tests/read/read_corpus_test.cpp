@@ -1,0 +1,183 @@
+// Real files of the shared corpus read through the real chain and the build's tool folder. Sizes
+// and page counts are checked against what independent readers report for the same files
+// (ImageMagick identify, pdfinfo, djvudump; see the corpus manifest). A test skips, naming the
+// Debian package, when its tool is missing from the tool folder.
+#include <filesystem>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "imaging/ie_bitmap.h"
+#include "imaging/ie_io.h"
+#include "read/zub_read.h"
+#include "settings/main_settings.h"
+#include "support/test_paths.h"
+
+namespace pictavo::reader {
+namespace {
+namespace fs = std::filesystem;
+using pictavo::testing::TempDir;
+
+#define REQUIRE_TOOL(name, package)                                         \
+  if (!fs::exists(fs::path(pictavo::testing::BuildDir()) / "utl" / (name))) \
+  GTEST_SKIP() << "tool " << (name) << " is missing from the tool folder: install " << (package)
+
+struct Result {
+  int status = -1;
+  int width = 0, height = 0, pages = 0;
+  bool read_flag = true;
+  bool temp_empty = false;
+};
+
+class CorpusRead : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    settings_.SetDefault();
+    settings_.pdf_eps_ps.res = 72;  // small pages keep the tests quick
+    fs::create_directories(dir_.path() / "temp");
+  }
+
+  Result ReadFile(const std::string& path, const std::string& out_ext = ".tif") {
+    TZubRead r;
+    r.settings = &settings_;
+    r.temp_folder = (dir_.path() / "temp").string() + "/";
+    r.engine_folder = pictavo::testing::BuildDir();
+    r.src_file = path;
+    r.out_file = dir_.file("out" + out_ext);
+    fs::remove(r.out_file);
+    Result res;
+    res.status = r.Read();
+    res.read_flag = r.read_flag;
+    res.temp_empty = fs::is_empty(dir_.path() / "temp");
+    imaging::TIEBitmap bmp;
+    imaging::TImageEnIO io(&bmp);
+    if (fs::exists(r.out_file) && io.ParamsFromFile(r.out_file).ok()) {
+      res.width = io.Params().Width;
+      res.height = io.Params().Height;
+      res.pages = io.Params().ImageCount;
+    }
+    return res;
+  }
+
+  void ExpectPicture(const std::string& rel, int width, int height, int pages = 1) {
+    PICTAVO_REQUIRE_CORPUS(path, rel);
+    const Result res = ReadFile(path);
+    EXPECT_EQ(res.status, 0) << rel;
+    EXPECT_EQ(res.width, width) << rel;
+    EXPECT_EQ(res.height, height) << rel;
+    EXPECT_EQ(res.pages, pages) << rel;
+    EXPECT_TRUE(res.temp_empty) << rel << ": scratch files left behind";
+  }
+
+  TempDir dir_;
+  settings::TMainSettings settings_;
+};
+
+TEST_F(CorpusRead, PdfAndPostScriptThroughTheInterpreter) {
+  REQUIRE_TOOL("pdfpsai.bin", "ghostscript");
+  PICTAVO_REQUIRE_CORPUS(one, "special/one_page.pdf");
+  Result res = ReadFile(one);
+  EXPECT_EQ(res.status, 0);
+  EXPECT_EQ(res.pages, 1);
+  EXPECT_GT(res.width, 100);
+  EXPECT_TRUE(res.temp_empty);
+
+  settings_.pdf_eps_ps.res = 20;
+  PICTAVO_REQUIRE_CORPUS(many, "special/multi_page_17.pdf");
+  res = ReadFile(many);
+  EXPECT_EQ(res.status, 0);
+  EXPECT_EQ(res.pages, 17);
+
+  PICTAVO_REQUIRE_CORPUS(eps, "vector/ps/golfer.eps");
+  res = ReadFile(eps, ".png");
+  EXPECT_EQ(res.status, 0);
+  EXPECT_GT(res.width, 0);
+
+  // PostScript stored as ".dat" goes to the PostScript route, not to the movie reader.
+  PICTAVO_REQUIRE_CORPUS(dat, "special/doretree_postscript.dat");
+  res = ReadFile(dat, ".png");
+  EXPECT_EQ(res.status, 0);
+  EXPECT_TRUE(res.temp_empty);
+}
+
+TEST_F(CorpusRead, SvgThroughTheRasterConverter) {
+  REQUIRE_TOOL("convert.bin", "imagemagick-6.q16");
+  PICTAVO_REQUIRE_CORPUS(svg, "vector/svg/logo.svg");
+  const Result res = ReadFile(svg, ".png");
+  EXPECT_EQ(res.status, 0);
+  EXPECT_GT(res.width, 0);
+  EXPECT_TRUE(res.temp_empty);
+}
+
+TEST_F(CorpusRead, DjvuPages) {
+  REQUIRE_TOOL("djvu_read.bin", "djvulibre-bin");
+  PICTAVO_REQUIRE_CORPUS(djvu, "raster/djvu/boy_jb2.djvu");
+  const Result res = ReadFile(djvu);
+  EXPECT_EQ(res.status, 0);
+  EXPECT_GT(res.width, 0);
+  EXPECT_TRUE(res.temp_empty);
+}
+
+TEST_F(CorpusRead, HeicAndAvif) {
+  REQUIRE_TOOL("avifdec.exe", "libavif-bin");
+  ExpectPicture("raster/avif/hopper.avif", 128, 128);
+  REQUIRE_TOOL("convert.bin", "imagemagick-6.q16");
+  ExpectPicture("raster/heic/rainbow-451x461.heic", 451, 461);
+}
+
+TEST_F(CorpusRead, DicomThroughItsToolOnly) {
+  REQUIRE_TOOL("dcm_read_new.bin", "dcmtk");
+  ExpectPicture("raster/dicom/MR_small.dcm", 64, 64);
+  ExpectPicture("raster/dicom/CT_small.dcm", 128, 128);
+}
+
+TEST_F(CorpusRead, ExrFitsAndQoi) {
+  REQUIRE_TOOL("convert.bin", "imagemagick-6.q16");
+  ExpectPicture("raster/exr/overexposed_gradient.exr", 20, 12);
+  REQUIRE_TOOL("fits.exe", "imagemagick-6.q16");
+  ExpectPicture("raster/fits/hopper.fits", 128, 128);
+  REQUIRE_TOOL("qoiconv.exe", "qoi");
+  ExpectPicture("raster/qoi/hopper.qoi", 128, 128);
+}
+
+TEST_F(CorpusRead, CameraRawSpecimenWithoutPixelsFailsCleanly) {
+  // The corpus raw files are metadata specimens whose image data was stripped: no decoder can
+  // read them, so the read fails, read_flag stays set and nothing is left behind.
+  PICTAVO_REQUIRE_CORPUS(cr2, "raster/raw/CanonRaw.cr2");
+  const Result res = ReadFile(cr2);
+  if (res.status == 0) GTEST_SKIP() << "the engine made a picture of the embedded preview";
+  EXPECT_TRUE(res.read_flag);
+  EXPECT_TRUE(res.temp_empty);
+}
+
+TEST_F(CorpusRead, ArchivesReadTheFirstPictureInside) {
+  REQUIRE_TOOL("7za.bin", "7zip");
+  ExpectPicture("archive/hopper.tar", 128, 128);  // hopper.jpg comes first
+  PICTAVO_REQUIRE_CORPUS(seven, "archive/fixture.7z");
+  Result res = ReadFile(seven);
+  EXPECT_EQ(res.status, 0);
+  EXPECT_GT(res.width, 0);
+  EXPECT_TRUE(res.temp_empty);
+  PICTAVO_REQUIRE_CORPUS(zip, "special/zip_with_images.zip");
+  res = ReadFile(zip);
+  EXPECT_EQ(res.status, 0);
+  EXPECT_TRUE(res.temp_empty);
+}
+
+TEST_F(CorpusRead, AnimationsBecomeMultiPageTiffs) {
+  ExpectPicture("raster/gif/chi.gif", 320, 240, 31);
+  ExpectPicture("multipage/iss634.webp", 245, 245, 42);
+  PICTAVO_REQUIRE_CORPUS(apng, "special/apng_fixture.apng");
+  const Result res = ReadFile(apng);
+  EXPECT_EQ(res.status, 0);
+  EXPECT_EQ(res.width, 100);
+  EXPECT_GT(res.pages, 1);
+  EXPECT_TRUE(res.temp_empty);
+}
+
+TEST_F(CorpusRead, NamesWithBlanksAndAccents) {
+  ExpectPicture("special/Crémieux 11 – copie été.tiff", 199, 47);
+}
+
+}  // namespace
+}  // namespace pictavo::reader
