@@ -71,56 +71,6 @@ pictavo::Status ApplyCurves(TIEBitmap& bmp, const std::function<double(int, doub
   return pictavo::Status::OK();
 }
 
-pictavo::Status ApplyPixelFunction(TIEBitmap& bmp,
-                                   const std::function<void(double&, double&, double&)>& fn,
-                                   bool keeps_grey) {
-  if (auto st = PrepareForColor(bmp, keeps_grey); !st.ok()) return st;
-  const TIEPixelFormat f = bmp.PixelFormat();
-  if (f == TIEPixelFormat::ie8g || f == TIEPixelFormat::ie16g) {
-    // Grey in, grey out: a curve over the grey values.
-    return ApplyCurves(
-        bmp,
-        [&](int, double v) {
-          double r = v, g = v, b = v;
-          fn(r, g, b);
-          return (r + g + b) / 3.0;
-        },
-        true);
-  }
-  auto apply8 = [&](uint8_t* p) {
-    double r = p[0] / 255.0, g = p[1] / 255.0, b = p[2] / 255.0;
-    fn(r, g, b);
-    p[0] = static_cast<uint8_t>(std::clamp(std::lround(r * 255.0), 0L, 255L));
-    p[1] = static_cast<uint8_t>(std::clamp(std::lround(g * 255.0), 0L, 255L));
-    p[2] = static_cast<uint8_t>(std::clamp(std::lround(b * 255.0), 0L, 255L));
-  };
-  const int w = bmp.Width(), h = bmp.Height();
-  if (f == TIEPixelFormat::ie8p) {
-    for (TRGB& e : bmp.Palette()) {
-      uint8_t p[3] = {e.r, e.g, e.b};
-      apply8(p);
-      e = TRGB{p[0], p[1], p[2]};
-    }
-  } else if (f == TIEPixelFormat::ie24RGB) {
-    for (int y = 0; y < h; ++y) {
-      uint8_t* s = bmp.Scanline(y);
-      for (int x = 0; x < w; ++x) apply8(s + 3 * x);
-    }
-  } else if (f == TIEPixelFormat::ie48RGB) {
-    for (int y = 0; y < h; ++y) {
-      auto* s = reinterpret_cast<uint16_t*>(bmp.Scanline(y));
-      for (int x = 0; x < w; ++x, s += 3) {
-        double r = s[0] / 65535.0, g = s[1] / 65535.0, b = s[2] / 65535.0;
-        fn(r, g, b);
-        s[0] = static_cast<uint16_t>(std::clamp(std::lround(r * 65535.0), 0L, 65535L));
-        s[1] = static_cast<uint16_t>(std::clamp(std::lround(g * 65535.0), 0L, 65535L));
-        s[2] = static_cast<uint16_t>(std::clamp(std::lround(b * 65535.0), 0L, 65535L));
-      }
-    }
-  }
-  return pictavo::Status::OK();
-}
-
 std::vector<uint8_t> LumaPlane(const TIEBitmap& bmp) {
   const int w = bmp.Width(), h = bmp.Height();
   std::vector<uint8_t> out(static_cast<size_t>(w) * h);

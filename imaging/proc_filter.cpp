@@ -2,11 +2,13 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <type_traits>
 #include <vector>
 
 #include "imaging/bitmap_rows.h"
 #include "imaging/ie_proc.h"
 #include "imaging/proc_internal.h"
+#include "imaging/resample.h"
 
 namespace pictavo::imaging {
 
@@ -126,26 +128,74 @@ void GaussianFloat(std::vector<float>& data, const Plane& p, double sigma) {
   }
 }
 
-// out = sum(weights * in) + bias over a size x size neighbourhood, edges repeated.
-void ConvolveFloat(std::vector<float>& data, const Plane& p, int size, const float* weights,
-                   float bias) {
-  const int half = size / 2, ch = p.ch;
-  const size_t n = static_cast<size_t>(p.w) * ch;
-  std::vector<float> src = data;
-  for (int y = 0; y < p.h; ++y) {
-    float* d = &data[y * n];
-    for (int x = 0; x < p.w; ++x)
+// out = sum(weights * in) + bias over a size x size neighbourhood, edges repeated. Source rows
+// are kept, padded, in a ring of `size` float rows, so the result can be written in place;
+// each tap is one multiply-add over a whole row, which vectorises.
+template <typename T>
+void ConvolveRows(TIEBitmap& b, const Plane& p, int size, const float* weights, float bias) {
+  const int half = size / 2, ch = p.ch, w = p.w, h = p.h;
+  const size_t n = static_cast<size_t>(w) * ch, pn = static_cast<size_t>(w + 2 * half) * ch;
+  const float top = std::is_same_v<T, uint16_t> ? 65535.f : 255.f;
+  std::vector<float> ring(static_cast<size_t>(size) * pn), acc(n);
+  auto slot = [&](int r) { return &ring[static_cast<size_t>(r % size) * pn]; };
+  auto load = [&](int r) {
+    float* d = slot(r);
+    const T* s = reinterpret_cast<const T*>(b.Scanline(r));
+    for (size_t i = 0; i < n; ++i) d[half * ch + i] = s[i];
+    for (int x = 0; x < half; ++x)
       for (int c = 0; c < ch; ++c) {
-        float acc = bias;
-        for (int j = -half; j <= half; ++j) {
-          const float* row = &src[std::clamp(y + j, 0, p.h - 1) * n];
-          for (int i = -half; i <= half; ++i)
-            acc +=
-                weights[(j + half) * size + i + half] * row[std::clamp(x + i, 0, p.w - 1) * ch + c];
-        }
-        d[x * ch + c] = acc;
+        d[x * ch + c] = s[c];
+        d[(half + w + x) * ch + c] = s[(w - 1) * ch + c];
       }
+  };
+  int next = 0;
+  for (int y = 0; y < h; ++y) {
+    while (next <= std::min(y + half, h - 1)) load(next++);
+    std::fill(acc.begin(), acc.end(), bias);
+    for (int j = -half; j <= half; ++j) {
+      const float* row = slot(std::clamp(y + j, 0, h - 1));
+      for (int i = -half; i <= half; ++i) {
+        const float wt = weights[(j + half) * size + i + half];
+        if (wt == 0.f) continue;
+        const float* in = row + (i + half) * ch;
+        for (size_t k = 0; k < n; ++k) acc[k] += wt * in[k];
+      }
+    }
+    T* out = reinterpret_cast<T*>(b.Scanline(y));
+    for (size_t k = 0; k < n; ++k) out[k] = static_cast<T>(std::clamp(acc[k], 0.f, top) + 0.5f);
   }
+}
+
+void Convolve(TIEBitmap& b, const Plane& p, int size, const float* weights, float bias) {
+  if (p.wide)
+    ConvolveRows<uint16_t>(b, p, size, weights, bias);
+  else
+    ConvolveRows<uint8_t>(b, p, size, weights, bias);
+}
+
+std::vector<double> GaussianKernel(double sigma) {
+  const int half = std::max(1, static_cast<int>(std::ceil(3 * sigma)));
+  std::vector<double> k(2 * half + 1);
+  double sum = 0;
+  for (int i = -half; i <= half; ++i) sum += k[i + half] = std::exp(-i * i / (2 * sigma * sigma));
+  for (double& v : k) v /= sum;
+  return k;
+}
+
+// Gaussian blur of the whole bitmap into out (same layout), 8-bit through the fixed-point
+// separable passes, 16-bit in float.
+pictavo::Status Blurred(const TIEBitmap& b, const Plane& p, double sigma, TIEBitmap& out) {
+  if (p.wide) {
+    out.Assign(b);
+    std::vector<float> data = ToFloat(b, p);
+    GaussianFloat(data, p, sigma);
+    FromFloat(out, p, data);
+    return pictavo::Status::OK();
+  }
+  if (auto st = out.Allocate(p.w, p.h, b.PixelFormat()); !st.ok()) return st;
+  ConvolveSeparable8(b.Scanline(0), p.w, p.h, b.RowLen(), p.ch, out.Scanline(0), out.RowLen(),
+                     GaussianKernel(sigma));
+  return pictavo::Status::OK();
 }
 
 TIEFilterKernel Preset(TIEFilterPreset preset) {
@@ -218,13 +268,11 @@ pictavo::Status TImageEnProc::ApplyFilter(const TIEFilterKernel& kernel) {
   if (kernel.divisor == 0) return pictavo::Status::Error("kernel divisor must not be 0");
   if (auto st = proc::PrepareForFilter(*bitmap_); !st.ok()) return st;
   const Plane p = Describe(*bitmap_);
-  std::vector<float> data = ToFloat(*bitmap_, p);
   float w[25];
   for (int i = 0; i < kernel.size * kernel.size; ++i)
     w[i] = static_cast<float>(kernel.k[i]) / kernel.divisor;
   // The bias is given in 8-bit units.
-  ConvolveFloat(data, p, kernel.size, w, static_cast<float>(kernel.bias * (p.wide ? 257 : 1)));
-  FromFloat(*bitmap_, p, data);
+  Convolve(*bitmap_, p, kernel.size, w, static_cast<float>(kernel.bias * (p.wide ? 257 : 1)));
   return pictavo::Status::OK();
 }
 
@@ -234,9 +282,10 @@ pictavo::Status TImageEnProc::Blur(double radius) {
   if (radius < 0.05) return pictavo::Status::OK();
   if (auto st = proc::PrepareForFilter(*bitmap_); !st.ok()) return st;
   const Plane p = Describe(*bitmap_);
-  std::vector<float> data = ToFloat(*bitmap_, p);
-  GaussianFloat(data, p, radius);
-  FromFloat(*bitmap_, p, data);
+  TIEBitmap out;
+  if (auto st = Blurred(*bitmap_, p, radius, out); !st.ok()) return st;
+  for (int y = 0; y < p.h; ++y)
+    std::memcpy(bitmap_->Scanline(y), out.Scanline(y), bitmap_->RowLen());
   return pictavo::Status::OK();
 }
 
@@ -246,11 +295,9 @@ pictavo::Status TImageEnProc::Sharpen(int amount) {
   if (amount == 0) return pictavo::Status::OK();
   if (auto st = proc::PrepareForFilter(*bitmap_); !st.ok()) return st;
   const Plane p = Describe(*bitmap_);
-  std::vector<float> data = ToFloat(*bitmap_, p);
   const float a = amount / 100.f;
   const float w[9] = {0, -a, 0, -a, 1 + 4 * a, -a, 0, -a, 0};
-  ConvolveFloat(data, p, 3, w, 0.f);
-  FromFloat(*bitmap_, p, data);
+  Convolve(*bitmap_, p, 3, w, 0.f);
   return pictavo::Status::OK();
 }
 
@@ -259,16 +306,26 @@ pictavo::Status TImageEnProc::UnsharpMask(double radius, double amount, int thre
   if (radius <= 0 || amount <= 0) return pictavo::Status::OK();
   if (auto st = proc::PrepareForFilter(*bitmap_); !st.ok()) return st;
   const Plane p = Describe(*bitmap_);
-  std::vector<float> data = ToFloat(*bitmap_, p);
-  std::vector<float> blurred = data;
-  GaussianFloat(blurred, p, radius);
+  TIEBitmap blurred;
+  if (auto st = Blurred(*bitmap_, p, radius, blurred); !st.ok()) return st;
   const float gain = static_cast<float>(amount / 100.0);
   const float limit = static_cast<float>(threshold) * (p.wide ? 257.f : 1.f);
-  for (size_t i = 0; i < data.size(); ++i) {
-    const float diff = data[i] - blurred[i];
-    if (std::fabs(diff) >= limit) data[i] += gain * diff;
+  const size_t n = static_cast<size_t>(p.w) * p.ch;
+  auto sharpen = [&](auto* row, const auto* soft, float top) {
+    for (size_t i = 0; i < n; ++i) {
+      const float diff = static_cast<float>(row[i]) - static_cast<float>(soft[i]);
+      if (std::fabs(diff) < limit || diff == 0.f) continue;
+      row[i] = static_cast<std::remove_reference_t<decltype(*row)>>(
+          std::clamp(row[i] + gain * diff, 0.f, top) + 0.5f);
+    }
+  };
+  for (int y = 0; y < p.h; ++y) {
+    if (p.wide)
+      sharpen(reinterpret_cast<uint16_t*>(bitmap_->Scanline(y)),
+              reinterpret_cast<const uint16_t*>(blurred.Scanline(y)), 65535.f);
+    else
+      sharpen(bitmap_->Scanline(y), blurred.Scanline(y), 255.f);
   }
-  FromFloat(*bitmap_, p, data);
   return pictavo::Status::OK();
 }
 

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <type_traits>
 #include <vector>
 
 #include "imaging/bitmap_rows.h"
@@ -48,18 +49,45 @@ pictavo::Status RotateQuarter(TIEBitmap& bmp, int quarters) {
         break;
     }
   };
-  const bool bits = bmp.PixelFormat() == TIEPixelFormat::ie1g;
-  const size_t bpp = bmp.BitsPerPixel() / 8;
-  for (int y = 0; y < h; ++y) {
-    const uint8_t* s = bmp.Scanline(y);
-    for (int x = 0; x < w; ++x) {
-      int ox, oy;
-      map(x, y, ox, oy);
-      if (bits)
-        PutBit(out.Scanline(oy), ox, GetBit(s, x));
-      else
-        std::memcpy(out.Scanline(oy) + ox * bpp, s + x * bpp, bpp);
-    }
+  // Tiles keep both the rows read and the columns written in cache.
+  constexpr int kTile = 64;
+  auto copy_tiles = [&](auto copy_pixel) {
+    for (int ty = 0; ty < h; ty += kTile)
+      for (int tx = 0; tx < w; tx += kTile)
+        for (int y = ty; y < std::min(h, ty + kTile); ++y)
+          for (int x = tx; x < std::min(w, tx + kTile); ++x) {
+            int ox, oy;
+            map(x, y, ox, oy);
+            copy_pixel(x, y, ox, oy);
+          }
+  };
+  auto fixed = [&](auto bytes) {
+    constexpr size_t n = decltype(bytes)::value;
+    copy_tiles([&](int x, int y, int ox, int oy) {
+      std::memcpy(out.Scanline(oy) + ox * n, bmp.Scanline(y) + x * n, n);
+    });
+  };
+  switch (bmp.BitsPerPixel()) {
+    case 1:
+      copy_tiles([&](int x, int y, int ox, int oy) {
+        PutBit(out.Scanline(oy), ox, GetBit(bmp.Scanline(y), x));
+      });
+      break;
+    case 8:
+      fixed(std::integral_constant<size_t, 1>{});
+      break;
+    case 16:
+      fixed(std::integral_constant<size_t, 2>{});
+      break;
+    case 24:
+      fixed(std::integral_constant<size_t, 3>{});
+      break;
+    case 32:
+      fixed(std::integral_constant<size_t, 4>{});
+      break;
+    default:
+      fixed(std::integral_constant<size_t, 6>{});
+      break;
   }
   if (bmp.HasAlphaChannel()) {
     out.AddAlphaChannel(255);
@@ -74,7 +102,14 @@ pictavo::Status RotateQuarter(TIEBitmap& bmp, int quarters) {
   return pictavo::Status::OK();
 }
 
-// Arbitrary-angle rotation of C-channel samples of type T (inverse mapping).
+inline int FloorInt(double v) {
+  // Offset keeps the truncation a floor for every coordinate a bitmap can have.
+  constexpr double kOffset = 1 << 23;
+  return static_cast<int>(v + kOffset) - (1 << 23);
+}
+
+// Arbitrary-angle rotation of C-channel samples of type T (inverse mapping). Samples outside
+// the source read as the background, which antialiases the new edges.
 template <typename T, int C>
 void RotateSamples(const TIEBitmap& src, TIEBitmap& dst, double cs, double sn, bool bilinear,
                    const T* bg, bool alpha) {
@@ -84,33 +119,53 @@ void RotateSamples(const TIEBitmap& src, TIEBitmap& dst, double cs, double sn, b
     T* d = reinterpret_cast<T*>(dst.Scanline(y));
     uint8_t* da = alpha ? dst.AlphaScanline(y) : nullptr;
     const double dy = y + 0.5 - dcy;
+    const double dx0 = 0.5 - dcx;
+    const double u0 = scx + dx0 * cs - dy * sn - 0.5, v0 = scy + dx0 * sn + dy * cs - 0.5;
     for (int x = 0; x < dw; ++x) {
-      const double dx = x + 0.5 - dcx;
-      const double u = scx + dx * cs - dy * sn - 0.5;
-      const double v = scy + dx * sn + dy * cs - 0.5;
+      const double u = u0 + x * cs, v = v0 + x * sn;
       if (!bilinear) {
-        const int ix = static_cast<int>(std::floor(u + 0.5)),
-                  iy = static_cast<int>(std::floor(v + 0.5));
+        const int ix = FloorInt(u + 0.5), iy = FloorInt(v + 0.5);
         const bool in = ix >= 0 && iy >= 0 && ix < sw && iy < sh;
         const T* s = in ? reinterpret_cast<const T*>(src.Scanline(iy)) + ix * C : bg;
         for (int c = 0; c < C; ++c) d[x * C + c] = s[c];
         if (da) da[x] = in ? src.AlphaScanline(iy)[ix] : 0;
         continue;
       }
-      const int x0 = static_cast<int>(std::floor(u)), y0 = static_cast<int>(std::floor(v));
-      const double fx = u - x0, fy = v - y0;
-      const double wgt[4] = {(1 - fx) * (1 - fy), fx * (1 - fy), (1 - fx) * fy, fx * fy};
-      double acc[C] = {};
-      double acc_a = 0;
+      const int x0 = FloorInt(u), y0 = FloorInt(v);
+      const float fx = static_cast<float>(u - x0), fy = static_cast<float>(v - y0);
+      const float w00 = (1 - fx) * (1 - fy), w10 = fx * (1 - fy), w01 = (1 - fx) * fy,
+                  w11 = fx * fy;
+      if (x0 >= 0 && y0 >= 0 && x0 + 1 < sw && y0 + 1 < sh) {
+        const T* r0 = reinterpret_cast<const T*>(src.Scanline(y0)) + x0 * C;
+        const T* r1 = reinterpret_cast<const T*>(src.Scanline(y0 + 1)) + x0 * C;
+        for (int c = 0; c < C; ++c)
+          d[x * C + c] =
+              static_cast<T>(w00 * r0[c] + w10 * r0[C + c] + w01 * r1[c] + w11 * r1[C + c] + 0.5f);
+        if (da) {
+          const uint8_t* a0 = src.AlphaScanline(y0) + x0;
+          const uint8_t* a1 = src.AlphaScanline(y0 + 1) + x0;
+          da[x] =
+              static_cast<uint8_t>(w00 * a0[0] + w10 * a0[1] + w01 * a1[0] + w11 * a1[1] + 0.5f);
+        }
+        continue;
+      }
+      if (x0 < -1 || y0 < -1 || x0 >= sw || y0 >= sh) {
+        for (int c = 0; c < C; ++c) d[x * C + c] = bg[c];
+        if (da) da[x] = 0;
+        continue;
+      }
+      const float wgt[4] = {w00, w10, w01, w11};
+      float acc[C] = {};
+      float acc_a = 0;
       for (int k = 0; k < 4; ++k) {
         const int sx = x0 + (k & 1), sy = y0 + (k >> 1);
         const bool in = sx >= 0 && sy >= 0 && sx < sw && sy < sh;
         const T* s = in ? reinterpret_cast<const T*>(src.Scanline(sy)) + sx * C : bg;
         for (int c = 0; c < C; ++c) acc[c] += wgt[k] * s[c];
-        if (da) acc_a += wgt[k] * (in ? src.AlphaScanline(sy)[sx] : 0);
+        if (da && in) acc_a += wgt[k] * src.AlphaScanline(sy)[sx];
       }
-      for (int c = 0; c < C; ++c) d[x * C + c] = static_cast<T>(std::lround(acc[c]));
-      if (da) da[x] = static_cast<uint8_t>(std::lround(acc_a));
+      for (int c = 0; c < C; ++c) d[x * C + c] = static_cast<T>(acc[c] + 0.5f);
+      if (da) da[x] = static_cast<uint8_t>(acc_a + 0.5f);
     }
   }
 }

@@ -77,6 +77,51 @@ bool Split(Box& box, const std::vector<Bin>& hist, Box& other) {
   return box.count > 0 && other.count > 0;
 }
 
+// Nearest palette entry by squared RGB distance, ties to the lowest index (as a plain scan
+// would give). Entries are sorted by red and searched outwards from the red of the query,
+// stopping once the red difference alone exceeds the best distance.
+class NearestSearch {
+ public:
+  explicit NearestSearch(const std::vector<TRGB>& palette) {
+    for (size_t i = 0; i < palette.size(); ++i)
+      entries_.push_back({palette[i], static_cast<int>(i)});
+    std::sort(entries_.begin(), entries_.end(),
+              [](const Entry& a, const Entry& b) { return a.c.r < b.c.r; });
+  }
+  int Find(int r, int g, int b) const {
+    const auto mid = std::lower_bound(entries_.begin(), entries_.end(), r,
+                                      [](const Entry& e, int v) { return e.c.r < v; });
+    int best = 1 << 30, best_idx = 0;
+    auto consider = [&](const Entry& e) {
+      const int dr = e.c.r - r, dg = e.c.g - g, db = e.c.b - b;
+      const int d = dr * dr + dg * dg + db * db;
+      if (d < best || (d == best && e.index < best_idx)) {
+        best = d;
+        best_idx = e.index;
+      }
+    };
+    for (auto it = mid; it != entries_.end(); ++it) {
+      const int dr = it->c.r - r;
+      if (dr * dr > best) break;
+      consider(*it);
+    }
+    for (auto it = mid; it != entries_.begin();) {
+      --it;
+      const int dr = it->c.r - r;
+      if (dr * dr > best) break;
+      consider(*it);
+    }
+    return best_idx;
+  }
+
+ private:
+  struct Entry {
+    TRGB c;
+    int index;
+  };
+  std::vector<Entry> entries_;
+};
+
 }  // namespace
 
 std::vector<TRGB> BuildPalette(const TIEBitmap& src, int max_colors) {
@@ -182,6 +227,7 @@ pictavo::Status MapToPalette(const TIEBitmap& src, const std::vector<TRGB>& pale
     for (int y = 0; y < h; ++y) std::memcpy(dst.AlphaScanline(y), src.AlphaScanline(y), w);
   }
 
+  const NearestSearch search(palette);
   // Lazily filled exact lookup: one entry per 24-bit colour actually met.
   std::vector<uint8_t> table(size_t{1} << 24);
   std::vector<uint64_t> known((size_t{1} << 24) / 64);
@@ -190,9 +236,7 @@ pictavo::Status MapToPalette(const TIEBitmap& src, const std::vector<TRGB>& pale
     uint64_t& word = known[key >> 6];
     const uint64_t bit = uint64_t{1} << (key & 63);
     if (!(word & bit)) {
-      table[key] = static_cast<uint8_t>(rows::NearestPaletteIndex(
-          palette,
-          TRGB{static_cast<uint8_t>(r), static_cast<uint8_t>(g), static_cast<uint8_t>(b)}));
+      table[key] = static_cast<uint8_t>(search.Find(r, g, b));
       word |= bit;
     }
     return table[key];

@@ -384,6 +384,43 @@ void ResamplePlane16(const uint16_t* src, int sw, int sh, size_t src_stride, int
   VerticalPassF<float, uint16_t>(mid.data(), row_mid, static_cast<int>(row_mid), tv, dst, ds, dh);
 }
 
+void ConvolveSeparable8(const uint8_t* src, int w, int h, size_t src_stride, int channels,
+                        uint8_t* dst, size_t dst_stride, const std::vector<double>& kernel) {
+  // Same-size "resampling" whose taps are the kernel, edge samples repeated.
+  auto taps_for = [&](int n) {
+    const int half = static_cast<int>(kernel.size() / 2);
+    const int taps = std::min<int>(static_cast<int>(kernel.size()), n);
+    Taps t;
+    t.taps = taps;
+    t.start.resize(n);
+    t.fixed.assign(static_cast<size_t>(n) * taps, 0);
+    t.real.assign(static_cast<size_t>(n) * taps, 0.f);
+    std::vector<double> w(taps);
+    for (int i = 0; i < n; ++i) {
+      const int start = std::clamp(i - half, 0, n - taps);
+      std::fill(w.begin(), w.end(), 0.0);
+      for (int k = 0; k < static_cast<int>(kernel.size()); ++k)
+        w[std::clamp(i - half + k, 0, n - 1) - start] += kernel[k];
+      t.start[i] = start;
+      int sum = 0, biggest = 0;
+      for (int k = 0; k < taps; ++k) {
+        t.fixed[static_cast<size_t>(i) * taps + k] =
+            static_cast<int16_t>(std::lround(w[k] * kFixOne));
+        t.real[static_cast<size_t>(i) * taps + k] = static_cast<float>(w[k]);
+        sum += t.fixed[static_cast<size_t>(i) * taps + k];
+        if (std::fabs(w[k]) > std::fabs(w[biggest])) biggest = k;
+      }
+      t.fixed[static_cast<size_t>(i) * taps + biggest] += static_cast<int16_t>(kFixOne - sum);
+    }
+    return t;
+  };
+  const Taps tv = taps_for(h), th = taps_for(w);
+  const size_t row = static_cast<size_t>(w) * channels;
+  std::vector<uint8_t> mid(row * h);
+  VerticalPass8(src, src_stride, static_cast<int>(row), tv, mid.data(), row, h);
+  HorizontalPass8Any(channels, mid.data(), row, th, w, dst, dst_stride, h);
+}
+
 pictavo::Status ResampleBitmap(const TIEBitmap& src, TIEBitmap& dst, int new_width, int new_height,
                                TResampleFilter filter) {
   if (src.IsEmpty()) return pictavo::Status::Error("cannot resample an empty bitmap");

@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "imaging/ie_bitmap.h"
 #include "platform/status.h"
@@ -21,6 +22,11 @@ void ResamplePlane8(const uint8_t* src, int sw, int sh, size_t src_stride, int c
                     uint8_t* dst, int dw, int dh, size_t dst_stride, TResampleFilter filter);
 void ResamplePlane16(const uint16_t* src, int sw, int sh, size_t src_stride, int channels,
                      uint16_t* dst, int dw, int dh, size_t dst_stride, TResampleFilter filter);
+
+// Separable convolution of an 8-bit plane with a normalised odd-length kernel (the same kernel
+// across and down), edges repeated; src and dst may not overlap. Used by the blurs.
+void ConvolveSeparable8(const uint8_t* src, int w, int h, size_t src_stride, int channels,
+                        uint8_t* dst, size_t dst_stride, const std::vector<double>& kernel);
 
 // Resamples src into dst (reallocated), keeping the layout and resampling the alpha plane.
 // ie1g is filtered as grey and thresholded; ie8p is filtered as RGB and mapped back to its
