@@ -12,7 +12,7 @@
 #include "read/read_routes.h"
 #include "read/zub_read.h"
 #include "settings/main_settings.h"
-#include "support/test_paths.h"
+#include "tests/support/test_paths.h"
 
 namespace pictavo::reader {
 namespace {
