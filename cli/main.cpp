@@ -3,6 +3,7 @@
 #include <string>
 #include <string_view>
 
+#include "cli/cmd_actions.h"
 #include "cli/commands.h"
 
 namespace {
@@ -19,6 +20,8 @@ constexpr Command kCommands[] = {
     {"settings", pictavo::cli::CmdSettings, "show or write a job's settings file (.cfg)"},
     {"name", pictavo::cli::CmdName, "show the result path of each source file"},
     {"pages", pictavo::cli::CmdPages, "show which pages a page list selects"},
+    {"actions", pictavo::cli::CmdActions,
+     "show how an actions file (.act) is read; check exits 1 when a line would fail"},
     {"tools", pictavo::cli::CmdTools, "show the tool folder and the formats it makes usable"},
 };
 
