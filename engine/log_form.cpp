@@ -95,57 +95,6 @@ void TfLog::SetProgress(int position) {
   if (view_) view_->ProgressChanged(position);
 }
 
-void TfLog::Timer1Timer() {
-  if (!timer_enabled) return;
-  timer_enabled = false;
-
-  settings::MemIniFile ini;
-  (void)ini.Load(cfg_file);  // a missing file reads as empty: the executor reports the rest
-  lst_file = ini.ReadString("Main", "Use_file_list", "");
-  const std::string language = platform::AsciiLower(ini.ReadString("Main", "Language", "english"));
-  settings::TLangs langs;
-  langs.LoadLanguages(platform::ExecutableFolder() + "Languages");
-  langs.SetActiveLang(language, "fLog", form_);
-  if (view_) view_->StateChanged();
-
-  TZubProcess process;
-  process.job_code = job_code;
-  process.cfg_file = cfg_file;
-  process.act_file = platform::FileExists(act_file) ? act_file : std::string();
-  process.log = [this](const std::string& t) { AppendLog(t); };
-  if (show_log) {
-    process.has_window = true;
-    process.progress = [this](int p) { SetProgress(p); };
-  }
-  process.process_messages = [this] {
-    if (view_) view_->ProcessMessages();
-  };
-
-  tools::StopFlag().store(false);
-  str_to_log.clear();
-  AppendLog(Caption("Label3"));
-  if (view_) view_->ProcessMessages();
-
-  process.Execute();
-  files_done = process.files_done();
-  files_total = process.files_total();
-  job_rejected = process.rejected();
-  if (!show_log) return;
-
-  if (!tools::StopFlag().load())
-    SetProgress(100);
-  else
-    AppendLog(Caption("Label5"));
-  if (!str_to_log.empty()) AppendLog(str_to_log);
-  show_files_visible = true;
-  if (settings::Component* close = form_.Find("AdvClose")) close->caption = Caption("Label4");
-  job_running = false;
-  if (view_) {
-    view_->ProcessMessages();
-    view_->StateChanged();
-  }
-}
-
 void TfLog::AdvCloseClick() {
   if (!job_running) {
     close_requested = true;

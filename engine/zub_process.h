@@ -38,6 +38,9 @@ std::string FormatSummary(int done, int total, int64_t elapsed_ms,
 // "pdf", or empty when the target needs none.
 std::string IntermediateFormat(std::string_view target);
 
+// The probe file that temp_ready writes (and the job's end removes).
+inline constexpr char kTempProbeName[] = "temp_ready_probe.txt";
+
 // True when a file can be created, written and deleted in `folder`.
 bool temp_ready(const std::string& folder);
 

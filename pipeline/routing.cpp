@@ -117,6 +117,7 @@ Route DecideRoute(const std::string& source, const settings::TMainSettings& s, b
   Route r;
   r.source_tag = TypeTag(source);
   r.target_tag = TargetTag(s.main.dest_ext);
+  if (r.target_tag == ";svgz;") r.target_tag = ";svg;";  // compressed SVG is routed as SVG
   const std::string& tgt = r.target_tag;
   r.raw_or_postscript = InList(r.source_tag, kRawAndPostScript);
   if (check_only) return r;

@@ -1,0 +1,158 @@
+#include "engine/zub_process.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+
+#include "pipeline/routing.h"
+#include "platform/fs.h"
+#include "platform/text_encoding.h"
+
+namespace pictavo::engine {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::AsciiLower;
+using settings::Msg;
+
+constexpr char kVersionLine[] = "\r\nver. 7.702";
+
+std::string LowerExt(const std::string& path) {
+  return AsciiLower(fs::path(path).extension().string());
+}
+
+std::string OneDecimal(double v) {
+  char buf[32];
+  std::snprintf(buf, sizeof buf, "%.1f", v);
+  return buf;
+}
+
+}  // namespace
+
+JobCode ParseJobCode(std::string_view code) {
+  JobCode j;
+  auto digit = [](char c) { return c >= '0' && c <= '9' ? c - '0' : 0; };
+  if (code.size() == 2) {
+    j.kind = digit(code[0]);
+    j.variant = digit(code[1]);
+  } else if (code.size() == 3) {
+    j.kind = digit(code[0]);
+    j.variant = digit(code[1]);
+    j.selector = digit(code[2]);
+  }
+  j.valid = j.kind != 0 && j.variant != 0 && j.variant <= 4;
+  return j;
+}
+
+std::string FormatSummary(int done, int total, int64_t elapsed_ms,
+                          const settings::MessageTable& m) {
+  std::string out = "\r\n" + m[Msg::kCompleted];
+  out += "\r\n" + std::to_string(done) + " " + m[Msg::kOf] + " " + std::to_string(total) + " " +
+         m[Msg::kFilesProcessed];
+  if (done > 0) {
+    out += "\r\n" + m[Msg::kTotalProcessingTime] + " ";
+    if (elapsed_ms < 1000) {
+      out += OneDecimal(elapsed_ms / 1000.0) + " sec.";
+    } else {
+      const double s = elapsed_ms / 1000.0;
+      const int64_t whole = elapsed_ms / 1000;
+      const int64_t minutes = whole / 60;
+      if (minutes == 0) {
+        out += OneDecimal(s) + " " + m[Msg::kSec];
+      } else {
+        out += std::to_string(minutes) + " " + m[Msg::kMin] + " " + std::to_string(whole % 60) +
+               " " + m[Msg::kSec];
+      }
+    }
+  }
+  out += kVersionLine;
+  out += "\r\n";
+  return out;
+}
+
+std::string IntermediateFormat(std::string_view target) {
+  const std::string tag = ";" + std::string(target) + ";";
+  auto in = [&](std::string_view list) { return pipeline::InList(tag, list); };
+  // Tested in this order: the first group that holds the target decides.
+  if (in(";qoi;")) return "png";
+  if (in(";webp;pcl;")) return "tif";
+  if (in(";ico;")) return "tif";
+  if (in(";apng;") || in(";png;apng;")) return "tif";
+  if (in(";swf;")) return "pdf";
+  if (in(";pdf;")) return "tif";
+  if (in(";bmp;jpg;jpeg;tif;tiff;png;gif;")) return "tif";
+  return {};
+}
+
+bool temp_ready(const std::string& folder) {
+  const std::string probe = platform::IncludeTrailingDelim(folder) + kTempProbeName;
+  {
+    std::ofstream out(probe, std::ios::trunc);
+    if (!out) return false;
+    out << "probe";
+    out.close();
+    if (!out) return false;
+  }
+  std::error_code ec;
+  return fs::remove(probe, ec) && !ec;
+}
+
+void Dir_files(const std::string& folder, const std::string& mask_list, bool subfolders,
+               std::vector<std::string>& files) {
+  std::string mask = mask_list;
+  const bool all = mask == "*";
+  if (!all) {
+    mask.erase(std::remove(mask.begin(), mask.end(), ' '), mask.end());
+    if (mask.empty() || mask.front() != ',') mask.insert(0, ",");
+    if (mask.back() != ',') mask += ",";
+    mask = AsciiLower(mask);
+  }
+  std::vector<fs::path> own, subs;
+  std::error_code ec;
+  for (const auto& entry : fs::directory_iterator(folder, ec)) {
+    std::error_code e2;
+    if (entry.is_directory(e2)) {
+      subs.push_back(entry.path());
+    } else {
+      own.push_back(entry.path());
+    }
+  }
+  std::sort(own.begin(), own.end());
+  std::sort(subs.begin(), subs.end());
+  for (const fs::path& p : own) {
+    std::string ext = LowerExt(p.string());
+    if (!ext.empty()) ext.erase(0, 1);
+    if (all || mask.find("," + ext + ",") != std::string::npos) files.push_back(p.string());
+  }
+  if (!subfolders) return;
+  for (const fs::path& p : subs) Dir_files(p.string(), mask_list, subfolders, files);
+}
+
+std::string ExtractedFolder(const std::string& container) {
+  return container + "_(extracted)";
+}
+
+namespace {
+std::mutex& LastSavedMutex() {
+  static std::mutex m;
+  return m;
+}
+std::string& LastSaved() {
+  static std::string folder;
+  return folder;
+}
+}  // namespace
+
+void SetLastSavedFolder(const std::string& folder) {
+  std::lock_guard<std::mutex> lock(LastSavedMutex());
+  LastSaved() = folder;
+}
+
+std::string LastSavedFolder() {
+  std::lock_guard<std::mutex> lock(LastSavedMutex());
+  return LastSaved();
+}
+
+}  // namespace pictavo::engine
