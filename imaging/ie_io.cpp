@@ -247,6 +247,11 @@ pictavo::Status TImageEnIO::PrepareForSave(TIOFileType type, TIEBitmap& work,
       if (chosen == F::ieNull && Accepts(*row, f)) chosen = f;
     target = chosen;
   }
+  // Composited before any layout change, so a 1-bit or grey target sees the visible picture.
+  if (!row->alpha && use->HasAlphaChannel()) {
+    copy();
+    work.RemoveAlphaChannel(0xFFFFFF);
+  }
   const bool managed = ColorManagementEnabled() && !params_.ICC.IsEmpty();
   if (managed && target == F::ieCMYK && bmp_->PixelFormat() != F::ieCMYK &&
       params_.ICC.ColorSpace() == TIEColorSpaceClass::CMYK) {
@@ -259,14 +264,10 @@ pictavo::Status TImageEnIO::PrepareForSave(TIOFileType type, TIEBitmap& work,
     if (auto st = work.ConvertTo(target); !st.ok()) return st;
   }
   // Writers that store alpha only beside RGB get RGB when the picture has alpha.
-  if (row->alpha && row->alpha_rgb_only && use->HasAlphaChannel() && use->PixelFormat() != F::ie24RGB &&
-      Accepts(*row, F::ie24RGB)) {
+  if (row->alpha && row->alpha_rgb_only && use->HasAlphaChannel() &&
+      use->PixelFormat() != F::ie24RGB && Accepts(*row, F::ie24RGB)) {
     copy();
     if (auto st = work.ConvertTo(F::ie24RGB); !st.ok()) return st;
-  }
-  if (!row->alpha && use->HasAlphaChannel()) {
-    copy();
-    work.RemoveAlphaChannel(0xFFFFFF);
   }
   if (managed && !params_.ICC.IsSRGB()) {
     copy();

@@ -56,7 +56,10 @@ pictavo::Status DecodePCX(const uint8_t* data, size_t size, const DecodeOptions&
     }
     uint8_t* d = bmp->Scanline(y);
     if (fmt == TIEPixelFormat::ie1g) {
-      std::memcpy(d, buf.data(), bmp->RowLen());
+      // Bit 1 shows EGA palette entry 1; when entry 0 is the brighter one, 1 means black.
+      const bool invert = ega[0] + ega[1] + ega[2] > ega[3] + ega[4] + ega[5];
+      for (size_t i = 0; i < bmp->RowLen(); ++i)
+        d[i] = invert ? static_cast<uint8_t>(~buf[i]) : buf[i];
     } else if (fmt == TIEPixelFormat::ie24RGB) {
       for (int x = 0; x < W; ++x)
         d[3 * x] = buf[x], d[3 * x + 1] = buf[bpl + x], d[3 * x + 2] = buf[2 * bpl + x];

@@ -21,8 +21,9 @@ inline TIEBitmap Pattern(int w, int h, TIEPixelFormat fmt, bool alpha = false) {
   EXPECT_TRUE(b.Allocate(w, h, TIEPixelFormat::ie24RGB).ok());
   for (int y = 0; y < h; ++y)
     for (int x = 0; x < w; ++x)
-      b.SetPixels_ie24RGB(x, y, TRGB{uint8_t(x * 255 / (w - 1)), uint8_t(y * 255 / (h - 1)),
-                                     uint8_t(((x / 8 + y / 8) % 2) ? 220 : 30)});
+      b.SetPixels_ie24RGB(x, y,
+                          TRGB{uint8_t(x * 255 / (w - 1)), uint8_t(y * 255 / (h - 1)),
+                               uint8_t(((x / 8 + y / 8) % 2) ? 220 : 30)});
   if (fmt != TIEPixelFormat::ie24RGB) EXPECT_TRUE(b.ConvertTo(fmt).ok());
   if (alpha) {
     b.AddAlphaChannel();
@@ -53,7 +54,8 @@ inline Diff Compare(const TIEBitmap& a, const TIEBitmap& b) {
 
 inline std::vector<uint8_t> ReadAll(const std::string& path) {
   std::ifstream f(path, std::ios::binary);
-  return std::vector<uint8_t>((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+  return std::vector<uint8_t>((std::istreambuf_iterator<char>(f)),
+                              std::istreambuf_iterator<char>());
 }
 
 inline void WriteAll(const std::string& path, const std::vector<uint8_t>& bytes) {
@@ -78,6 +80,6 @@ inline std::string Capture(const std::string& cmd) {
 
 }  // namespace pictavo::imaging::iotest
 
-#define PICTAVO_REQUIRE_PROGRAM(name, package)                                   \
-  if (!::pictavo::imaging::iotest::HaveProgram(name))                            \
+#define PICTAVO_REQUIRE_PROGRAM(name, package)        \
+  if (!::pictavo::imaging::iotest::HaveProgram(name)) \
   GTEST_SKIP() << name << " is missing (Debian package " << package << ")"

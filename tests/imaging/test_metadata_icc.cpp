@@ -39,7 +39,8 @@ TEST(ImageIoMetadata, ExifIccIptcXmpSurviveJpegToJpegAndTiff) {
     EXPECT_EQ(in.Params().IPTC_Info.back().value, "A caption");
     EXPECT_NE(in.Params().XMP_Info.find("x:xmpmeta"), std::string::npos);
     if (iotest::HaveProgram("exiftool")) {
-      const std::string t = iotest::Capture("exiftool -s -XPTitle -Copyright -Caption-Abstract '" + out + "'");
+      const std::string t =
+          iotest::Capture("exiftool -s -XPTitle -Copyright -Caption-Abstract '" + out + "'");
       EXPECT_NE(t.find("Tïtle"), std::string::npos) << t;
       EXPECT_NE(t.find("A caption"), std::string::npos) << t;
     }
@@ -83,7 +84,9 @@ TEST(ImageIoMetadata, NewExifBlockAndThumbnail) {
   ASSERT_FALSE(in.Params().EXIF_Thumbnail.empty());
   TIEBitmap thumb;
   TImageEnIO tio(&thumb);
-  ASSERT_TRUE(tio.LoadFromBuffer(in.Params().EXIF_Thumbnail.data(), in.Params().EXIF_Thumbnail.size()).ok());
+  ASSERT_TRUE(
+      tio.LoadFromBuffer(in.Params().EXIF_Thumbnail.data(), in.Params().EXIF_Thumbnail.size())
+          .ok());
   EXPECT_EQ(thumb.Width(), 160);
   EXPECT_EQ(thumb.Height(), 120);
 }
