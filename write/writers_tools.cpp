@@ -1,0 +1,193 @@
+// Targets written by command-line encoders of the tool folder. The encoders get an intermediate
+// file that the engine saves from the picture, so every tool reads a format it knows.
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <string>
+
+#include "engine/tools/tool_paths.h"
+#include "imaging/ie_io.h"
+#include "platform/text_encoding.h"
+#include "write/writers.h"
+
+namespace pictavo::writer {
+namespace {
+
+using tools::Quoted;
+using BuildCommand = std::function<std::string(const std::string& tmp, const std::string& dest)>;
+
+// Loads src_file with the engine, runs the per-frame hook and saves the picture as `tmp`.
+// Returns the picture's horizontal resolution, or 0 when nothing was saved.
+int SaveIntermediate(TZubConvert& self, const std::string& tmp) {
+  imaging::TIEBitmap bmp;
+  imaging::TImageEnIO io(&bmp);
+  if (!io.LoadFromFile(self.src_file).ok() || bmp.IsEmpty()) return 0;
+  self.snow(io);
+  if (!io.SaveToFile(tmp).ok()) return 0;
+  return std::max(1, io.Params().DpiX);
+}
+
+// The common shape of the encoders: intermediate file, one tool run, the intermediate deleted.
+int EncodeThrough(TZubConvert& self, const std::string& ext, std::string_view tool,
+                  const BuildCommand& build) {
+  const std::string tmp = self.Scratch(ext);
+  int status = 1;
+  if (SaveIntermediate(self, tmp) > 0 && Produced(tmp)) {
+    self.HasTool(tool);
+    ScratchResult out(self.dest_file);
+    RunTool(build(tmp, out.path()));
+    if (out.Commit()) status = 0;
+  }
+  RemoveFile(tmp);
+  return status;
+}
+
+// One tool run on the source itself.
+int RunOnSource(TZubConvert& self, std::string_view tool,
+                const std::function<std::string(const std::string& dest)>& build) {
+  self.HasTool(tool);
+  ScratchResult out(self.dest_file);
+  RunTool(build(out.path()));
+  return out.Commit() ? 0 : 1;
+}
+
+}  // namespace
+
+int AvifQuantizer(int quality) {
+  return 60 - static_cast<int>(std::lround(quality * 60 / 100.0));
+}
+
+int BpgQuantizer(int quality) {
+  return std::clamp(51 - quality / 2, 0, 51);
+}
+
+int webp_write(TZubConvert& self) {
+  const auto& s = *self.settings;
+  const std::string tool = Quoted(self.Tool("webp_write.bin"));
+  const std::string a = s.save.copy_alpha ? "" : " -noalpha";
+  return EncodeThrough(self, ".png", "webp_write.bin", [&](const auto& tmp, const auto& dest) {
+    if (s.webp_write.lossless)
+      return tool + " " + a + " -lossless " + Quoted(tmp) + " -o " + Quoted(dest);
+    // The switch piece is joined to "-alpha_q" without a blank: that is the command line.
+    return tool + " " + a + "-alpha_q 99 -q " + std::to_string(s.webp_write.quality) + " " +
+           Quoted(tmp) + " -o " + Quoted(dest);
+  });
+}
+
+int avif_write(TZubConvert& self) {
+  const auto& s = *self.settings;
+  const std::string tool = Quoted(self.Tool("avifenc.exe"));
+  const std::string p = s.save.copy_alpha ? "" : " -p";
+  return EncodeThrough(self, ".png", "avifenc.exe", [&](const auto& tmp, const auto& dest) {
+    if (s.avif_write.quality == 100)
+      return tool + " " + p + " -l " + Quoted(tmp) + " " + Quoted(dest);
+    const std::string q = std::to_string(AvifQuantizer(s.avif_write.quality));
+    const std::string q2 = std::to_string(AvifQuantizer(s.avif_write.quality) + 2);
+    return tool + " " + p + " --min " + q + " --max " + q2 + " --minalpha " + q + " --maxalpha " +
+           q2 + " " + Quoted(tmp) + " " + Quoted(dest);
+  });
+}
+
+int bpg_write(TZubConvert& self) {
+  const int quality = self.settings->bpg_write.quality;
+  const std::string tool = Quoted(self.Tool("bpgenc.bin"));
+  return EncodeThrough(self, ".png", "bpgenc.bin", [&](const auto& tmp, const auto& dest) {
+    const std::string q =
+        quality == 100 ? std::string(" -lossless") : " -q " + std::to_string(BpgQuantizer(quality));
+    return tool + q + " -o " + Quoted(dest) + " " + Quoted(tmp);
+  });
+}
+
+int flif_write(TZubConvert& self) {
+  const std::string tool = Quoted(self.Tool("flif.exe"));
+  return EncodeThrough(self, ".ppm", "flif.exe", [&](const auto& tmp, const auto& dest) {
+    return tool + " -n " + Quoted(tmp) + " " + Quoted(dest);
+  });
+}
+
+int cal_write(TZubConvert& self) {
+  // The number after "r" is the picture's resolution in dots per inch, which CALS records as
+  // its raster density.
+  const std::string tmp = self.Scratch(".tif");
+  int status = 1;
+  const int dpi = SaveIntermediate(self, tmp);
+  if (dpi > 0 && Produced(tmp)) {
+    self.HasTool("sc\\sc.exe");
+    ScratchResult out(self.dest_file);
+    RunTool(Quoted(self.Tool("sc\\sc.exe")) + " " + Quoted(tmp) + " " + Quoted(out.path()) +
+            " CAL r" + std::to_string(dpi));
+    if (out.Commit()) status = 0;
+  }
+  RemoveFile(tmp);
+  return status;
+}
+
+int jxr_write(TZubConvert& self) {
+  const int q = self.settings->jxr_write.quality;
+  return RunOnSource(self, "hdr_read.bin", [&](const std::string& dest) {
+    return Quoted(self.Tool("hdr_read.bin")) + " " + Quoted(self.src_file) + " " + Quoted(dest) +
+           " " + std::to_string(q);
+  });
+}
+
+int gimp_gbr_write(TZubConvert& self) {
+  const std::string png = self.Scratch(".png");
+  const bool made = SaveIntermediate(self, png) > 0 && Produced(png);
+  const std::string input = made ? png : self.src_file;
+  const int status = RunOnSource(self, "f300_uni.exe", [&](const std::string& dest) {
+    return Quoted(self.Tool("f300_uni.exe")) + "  -quiet -out gbr -o " + Quoted(dest) + " " +
+           Quoted(input);
+  });
+  RemoveFile(png);
+  return status;
+}
+
+int wpg_write(TZubConvert& self) {
+  // The tool is given the destination name only.
+  return RunOnSource(self, "MakeWPG.exe", [&](const std::string& dest) {
+    return Quoted(self.Tool("MakeWPG.exe")) + " " + Quoted(dest);
+  });
+}
+
+int ico_write(TZubConvert& self) {
+  const auto& ico = self.settings->ico;
+  const std::pair<bool, const char*> sizes[] = {
+      {ico.p256, "256"}, {ico.p128, "128"}, {ico.p64, "64"}, {ico.p48, "48"},
+      {ico.p32, "32"},   {ico.p24, "24"},   {ico.p16, "16"}};
+  std::string list;
+  for (const auto& [on, size] : sizes)
+    if (on) list += (list.empty() ? "" : ",") + std::string(size);
+  // No size ticked: every size, since a multi-size icon was asked for.
+  if (list.empty()) list = "256,128,64,48,32,24,16";
+  const std::string tool = Quoted(self.Tool("convert.bin"));
+  return EncodeThrough(self, ".png", "convert.bin", [&](const auto& tmp, const auto& dest) {
+    return tool + " " + Quoted(tmp) + " -define icon:auto-resize=" + list + " " + Quoted(dest);
+  });
+}
+
+int save_more(TZubConvert& self) {
+  const std::string format = self.DestExt();
+  std::string extra;
+  if (format == "prc") extra = " -colors 216";
+  if (format == "xbm" || format == "xpm") extra = " -binary nodither";
+  return RunOnSource(self, "f300_uni.exe", [&](const std::string& dest) {
+    return Quoted(self.Tool("f300_uni.exe")) + " -quiet -out " + format + extra + " -o " +
+           Quoted(dest) + " " + Quoted(self.src_file);
+  });
+}
+
+int i_magick(TZubConvert& self) {
+  // The general raster tool flattens the picture into a plain TIFF that the converter reads
+  // whatever the source was; without it the converter reads the source itself.
+  const std::string tif = self.Scratch(".tif");
+  RunTool(Quoted(self.Tool("f300_uni.exe")) + " -quiet -out tiff -o " + Quoted(tif) + " " +
+          Quoted(self.src_file));
+  const std::string input = Produced(tif) ? tif : self.src_file;
+  const int status = RunOnSource(self, "convert.bin", [&](const std::string& dest) {
+    return Quoted(self.Tool("convert.bin")) + " " + Quoted(input) + " " + Quoted(dest);
+  });
+  RemoveFile(tif);
+  return status;
+}
+
+}  // namespace pictavo::writer
