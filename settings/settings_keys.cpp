@@ -1,5 +1,6 @@
 #include "settings/settings_keys.h"
 
+#include <algorithm>
 #include <span>
 
 #include "platform/text_encoding.h"
@@ -489,6 +490,9 @@ constexpr ListNames kPenNames{"PLT", "Pens_Count", "PLT_Pens_Count", ""};
 
 using Visit = std::function<void(const SettingEntry&)>;
 
+// A damaged count ("Count=2000000000") must not exhaust memory; real lists are a few dozen.
+constexpr int kMaxListItems = 1000;
+
 template <typename Item>
 void WalkList(std::vector<Item>& list, const ListNames& names, std::span<const ItemRow<Item>> rows,
               WalkDirection direction, const Visit& visit) {
@@ -498,7 +502,7 @@ void WalkList(std::vector<Item>& list, const ListNames& names, std::span<const I
   if (direction == WalkDirection::kRead) {
     // Items are read over fresh defaults, so a missing item key gets the list's own fallback.
     list.clear();
-    if (count > 0) list.resize(static_cast<size_t>(count));
+    if (count > 0) list.resize(static_cast<size_t>(std::min(count, kMaxListItems)));
   }
   for (size_t i = 0; i < list.size(); ++i) {
     const std::string n = std::to_string(i + 1);

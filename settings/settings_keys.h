@@ -39,7 +39,7 @@ struct WalkOptions {
 };
 
 // Reading: a list's count is visited first (as 0), then the list is emptied and refilled
-// with that many default items whose fields are visited in turn; "Main"/"Name" and
+// with that many default items (at most 1000) whose fields are visited in turn; "Main"/"Name" and
 // "Thumbnails"/"Count_more" are skipped. Writing: counts come from the lists; write-only keys
 // point at temporaries valid during the call. The registry form has no write-only keys.
 void WalkSettings(TMainSettings& settings, const WalkOptions& options,

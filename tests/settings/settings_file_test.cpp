@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <random>
 
 #include "platform/fs.h"
 #include "platform/special_folders.h"
+#include "platform/text_encoding.h"
 #include "settings/main_settings.h"
 #include "settings/mem_ini_file.h"
 #include "settings_test_util.h"
@@ -247,6 +249,38 @@ TEST(SettingsFile, ListsReadCountFirstWithTheirOwnFallbacks) {
   EXPECT_EQ(s.plt.pens[1].width, "0.4");
   EXPECT_EQ(s.plt.pens[1].color, "rgb(0,0,0)");
   EXPECT_TRUE(s.svg.fonts.empty());
+
+  TMainSettings huge = ReadText("[PLT]\nPens_Count=2000000000\nPen_num_1000=7\n");
+  ASSERT_EQ(huge.plt.pens.size(), 1000u);
+  EXPECT_EQ(huge.plt.pens.back().num, 7);
+}
+
+TEST(SettingsFile, DamagedFilesStillGiveClampedSettings) {
+  pictavo::testing::TempDir dir;
+  const std::string path = dir.file("damaged.cfg");
+  TMainSettings source = NonDefaultSettings();
+  MemIniFile ini;
+  source.write_ini_settings(ini, 1);
+  const std::string whole = platform::EncodeUtf16LEWithBom(ini.ToText());
+  std::mt19937 random(20261122);
+  for (int round = 0; round < 200; ++round) {
+    std::string bytes = whole.substr(0, random() % (whole.size() + 1));
+    for (int k = 0; k < 8 && !bytes.empty(); ++k)
+      bytes[random() % bytes.size()] = static_cast<char>(random() & 0xFF);
+    ASSERT_TRUE(platform::WriteFileAtomic(path, bytes).ok());
+    TMainSettings s = Defaults();
+    (void)s.read_ini_settings(path);
+    ASSERT_GE(s.multipage.option, 1);
+    ASSERT_LE(s.multipage.option, 4);
+    ASSERT_GE(s.multipage.group, 1);
+    ASSERT_TRUE(s.multipage.option_flags.Is(s.multipage.option));
+    ASSERT_TRUE(s.colors.option_flags.Is(s.colors.option));
+    ASSERT_TRUE(s.dpi.option_flags.Is(s.dpi.option));
+    ASSERT_GE(s.dxf_write.version, 1);
+    ASSERT_LE(s.dxf_write.version, 8);
+    ASSERT_LE(s.thumbnail_sets[0].resize_type, 3);
+    ASSERT_EQ(s.thumbnail_set_count, 5);
+  }
 }
 
 }  // namespace
