@@ -203,14 +203,34 @@ void TZubProcess::Execute() {
     pool.back()->Resume();
   }
 
+  // The log shows the files in job order: the text of the oldest unfinished file streams as it
+  // comes; the text of files that other workers run meanwhile waits until that file is done.
+  std::vector<int> assigned(pool.size(), -1);  // file index per worker, -1 when idle
+  std::vector<std::string> pending(files_total_);
+  std::vector<bool> finished(files_total_, false);
+  int next_to_show = 0;
+  int finished_count = 0;
+  int handed_count = 0;
   auto collect = [&] {
-    int finished = 0;
-    for (auto& w : pool) {
-      std::string text = w->TakeLog();
-      if (!text.empty()) Log(text);
-      finished += w->FilesFinished();
+    for (size_t w = 0; w < pool.size(); ++w) {
+      if (assigned[w] < 0) continue;
+      const bool busy = pool[w]->Busy();  // read first: once idle, all its text is there
+      pending[assigned[w]] += pool[w]->TakeLog();
+      if (!busy) {
+        finished[assigned[w]] = true;
+        ++finished_count;
+        assigned[w] = -1;
+      }
     }
-    if (has_window && progress && files_total_ > 0) progress(finished * 100 / files_total_);
+    while (next_to_show < handed_count) {
+      if (!pending[next_to_show].empty()) {
+        Log(pending[next_to_show]);
+        pending[next_to_show].clear();
+      }
+      if (!finished[next_to_show]) break;
+      ++next_to_show;
+    }
+    if (has_window && progress && files_total_ > 0) progress(finished_count * 100 / files_total_);
   };
   auto wait_a_little = [&] {
     if (poll_ms_ > 0)
@@ -231,8 +251,11 @@ void TZubProcess::Execute() {
     bool handed = false;
     while (!handed && !tools::StopFlag().load()) {
       collect();
-      for (auto& w : pool) {
-        if (!w->Busy() && w->set_paremeters(i, files_total_, files[i], check_only, dest)) {
+      for (size_t w = 0; w < pool.size(); ++w) {
+        if (assigned[w] < 0 &&
+            pool[w]->set_paremeters(i, files_total_, files[i], check_only, dest)) {
+          assigned[w] = i;
+          handed_count = i + 1;
           handed = true;
           break;
         }
@@ -241,11 +264,11 @@ void TZubProcess::Execute() {
     }
   }
   // Draining: the files already handed out are finished, whatever the stop flag says.
-  while (std::any_of(pool.begin(), pool.end(), [](auto& w) { return w->Busy(); })) {
+  while (std::any_of(assigned.begin(), assigned.end(), [](int a) { return a >= 0; })) {
     collect();
-    wait_a_little();
+    if (std::any_of(assigned.begin(), assigned.end(), [](int a) { return a >= 0; }))
+      wait_a_little();
   }
-  collect();
   for (auto& w : pool) {
     w->Terminate();
     files_done_ += w->FilesDone();

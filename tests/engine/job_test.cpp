@@ -1,4 +1,378 @@
+// Whole jobs through the engine binary with the console view: the log text, the results, the
+// sources (byte-identical afterwards), the temp folder (empty afterwards) and the job files.
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
 #include <gtest/gtest.h>
-TEST(JobTest, Placeholder) {
-  GTEST_SKIP();
+
+#include "engine/tools/command_line.h"
+#include "engine/tools/runner.h"
+#include "engine/tools/tool_paths.h"
+#include "imaging/ie_bitmap.h"
+#include "imaging/ie_io.h"
+#include "platform/fs.h"
+#include "settings/main_settings.h"
+#include "tests/support/test_paths.h"
+
+extern char** environ;
+
+namespace pictavo {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string Engine() {
+  return testing::BuildDir() + "/pictavo-engine";
 }
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  size_t start = 0;
+  while (start < text.size()) {
+    size_t end = text.find('\n', start);
+    if (end == std::string::npos) end = text.size();
+    lines.push_back(text.substr(start, end - start));
+    start = end + 1;
+  }
+  return lines;
+}
+
+void MakePicture(const std::string& path, int width, int height, uint32_t color) {
+  imaging::TIEBitmap bmp;
+  ASSERT_TRUE(bmp.Allocate(width, height, imaging::TIEPixelFormat::ie24RGB).ok());
+  bmp.Fill(color);
+  bmp.FillRect(0, 0, width / 2, height / 3, 0x202020);
+  fs::create_directories(fs::path(path).parent_path());
+  imaging::TImageEnIO io(&bmp);
+  ASSERT_TRUE(io.SaveToFile(path).ok());
+}
+
+// Width and height of a picture the engine reads; {0, 0} when it cannot.
+std::pair<int, int> SizeOf(const std::string& path) {
+  imaging::TIEBitmap bmp;
+  imaging::TImageEnIO io(&bmp);
+  if (!io.LoadFromFile(path).ok()) return {0, 0};
+  return {bmp.Width(), bmp.Height()};
+}
+
+class JobTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!fs::exists(Engine()))
+      GTEST_SKIP() << "build/pictavo-engine is not built (it links once the read, edit, write "
+                      "and direct stages exist)";
+    setenv("PICTAVO_UI", "console", 1);
+    unsetenv("PICTAVO_WAIT");
+    settings_.SetDefault();
+    settings_.main.dest_path = dir_.file("out");
+    settings_.main.dest_ext = "PNG";
+    settings_.main.temp_folder = dir_.file("temp");
+    settings_.main.use_file_list = dir_.file("job.lst");
+    settings_.main.file_mask = "*";
+  }
+
+  // Writes the job files; `entries` become the list file.
+  void WriteJob(const std::vector<std::string>& entries) {
+    std::string list;
+    for (const std::string& e : entries) list += e + "\r\n";
+    std::ofstream(dir_.file("job.lst"), std::ios::binary) << list;
+    ASSERT_TRUE(settings_.write_ini_settings(dir_.file("job.cfg"), 0).ok());
+  }
+
+  // Runs the engine to its end; returns its exit status and fills `log_`.
+  int Run(const std::string& code) {
+    const std::string out = dir_.file("engine.out");
+    const int rc = tools::RunBatch(tools::Quoted(Engine()) + " " + code + " " +
+                                       tools::Quoted(dir_.file("job.cfg")) + " > " +
+                                       tools::Quoted(out) + " 2>&1",
+                                   dir_.file("temp"));
+    log_ = platform::ReadFileBytes(out).value_or("");
+    lines_ = Lines(log_);
+    return rc;
+  }
+
+  void RememberSources(const std::vector<std::string>& files) {
+    for (const std::string& f : files) sources_[f] = platform::ReadFileBytes(f).value_or("?");
+  }
+  void ExpectSourcesUnchanged() {
+    for (const auto& [path, bytes] : sources_)
+      EXPECT_EQ(platform::ReadFileBytes(path).value_or("<gone>"), bytes) << path;
+  }
+  // The temp folder keeps nothing of the job.
+  void ExpectTempEmpty() {
+    std::vector<std::string> left;
+    for (const auto& e : fs::directory_iterator(dir_.file("temp")))
+      left.push_back(e.path().filename().string());
+    EXPECT_TRUE(left.empty()) << "left in the temp folder: " << ::testing::PrintToString(left);
+  }
+  std::vector<std::string> HeaderLines() const {
+    std::vector<std::string> h;
+    for (const std::string& l : lines_)
+      if (l.rfind("File ", 0) == 0 && l.find(" of ") != std::string::npos) h.push_back(l);
+    return h;
+  }
+
+  testing::TempDir dir_;
+  settings::TMainSettings settings_;
+  std::map<std::string, std::string> sources_;
+  std::string log_;
+  std::vector<std::string> lines_;
+};
+
+TEST_F(JobTest, JpegToPng) {
+  const std::string a = dir_.file("in/a.jpg"), b = dir_.file("in/b.png");
+  MakePicture(a, 64, 48, 0x3366CC);
+  MakePicture(b, 20, 30, 0x00FF00);
+  RememberSources({a, b});
+  WriteJob({a, b});
+  EXPECT_EQ(Run("12"), 0) << log_;
+
+  ASSERT_GE(lines_.size(), 16u) << log_;
+  EXPECT_EQ(lines_[0], "Starting...");
+  EXPECT_EQ(lines_[1], "Starting...");
+  EXPECT_EQ(lines_[2], "File 1 of 2: " + a);
+  EXPECT_EQ(lines_[3], "   Reading file... Done");
+  EXPECT_EQ(lines_[4], "   Converting to PNG... Done");
+  EXPECT_EQ(lines_[5], "   Saving result to: " + dir_.file("out/a.png"));
+  EXPECT_TRUE(std::regex_match(lines_[6], std::regex(R"(   Processing time: \d+\.\d sec\.)")))
+      << lines_[6];
+  EXPECT_EQ(lines_[7], "File 2 of 2: " + b);
+  EXPECT_EQ(lines_[12], "The conversion has been completed.");
+  EXPECT_EQ(lines_[13], "2 of 2 files were successfully processed.");
+  EXPECT_TRUE(std::regex_match(lines_[14], std::regex(R"(Total processing time: \d+\.\d sec\.)")))
+      << lines_[14];
+  EXPECT_EQ(lines_[15], "ver. 7.702");
+
+  EXPECT_EQ(SizeOf(dir_.file("out/a.png")), std::make_pair(64, 48));
+  EXPECT_EQ(SizeOf(dir_.file("out/b.png")), std::make_pair(20, 30));
+  ExpectSourcesUnchanged();
+  ExpectTempEmpty();
+  // Closing the console view deletes the three job files.
+  EXPECT_FALSE(fs::exists(dir_.file("job.cfg")));
+  EXPECT_FALSE(fs::exists(dir_.file("job.lst")));
+}
+
+TEST_F(JobTest, FolderWithMasksAndSubfoldersDepthFirst) {
+  const std::string root = dir_.file("photos");
+  MakePicture(root + "/b.jpg", 16, 16, 0xFF0000);
+  MakePicture(root + "/a.JPG", 16, 16, 0xFF0000);
+  MakePicture(root + "/skip.png", 16, 16, 0xFF0000);
+  MakePicture(root + "/2019/c.jpg", 16, 16, 0xFF0000);
+  MakePicture(root + "/2019/deep/d.jpg", 16, 16, 0xFF0000);
+  MakePicture(root + "/2020/e.jpg", 16, 16, 0xFF0000);
+  RememberSources({root + "/b.jpg", root + "/2019/deep/d.jpg"});
+  settings_.main.file_mask = "jpg";
+  settings_.main.read_subfolders = true;
+  settings_.main.dest_ext = "BMP";
+  WriteJob({root});
+  EXPECT_EQ(Run("12"), 0) << log_;
+  const std::vector<std::string> expected = {
+      "File 1 of 5: " + root + "/a.JPG", "File 2 of 5: " + root + "/b.jpg",
+      "File 3 of 5: " + root + "/2019/c.jpg", "File 4 of 5: " + root + "/2019/deep/d.jpg",
+      "File 5 of 5: " + root + "/2020/e.jpg"};
+  EXPECT_EQ(HeaderLines(), expected);
+  EXPECT_NE(log_.find("5 of 5 files were successfully processed."), std::string::npos);
+  for (const char* name : {"a.bmp", "b.bmp", "c.bmp", "d.bmp", "e.bmp"})
+    EXPECT_EQ(SizeOf(dir_.file(std::string("out/") + name)), std::make_pair(16, 16)) << name;
+  EXPECT_FALSE(fs::exists(dir_.file("out/skip.bmp")));
+  ExpectSourcesUnchanged();
+}
+
+TEST_F(JobTest, InvalidCodesAreRejected) {
+  WriteJob({});
+  for (const char* code : {"1", "15", "50"}) {
+    WriteJob({});
+    EXPECT_EQ(Run(code), 1) << code;
+    EXPECT_NE(log_.find("Error! Unknown type of conversion."), std::string::npos) << log_;
+    EXPECT_EQ(log_.find("files were successfully processed"), std::string::npos) << log_;
+  }
+}
+
+TEST_F(JobTest, EmptyListEndsWithZeroOfZero) {
+  WriteJob({});
+  EXPECT_EQ(Run("33"), 0) << log_;
+  EXPECT_NE(log_.find("0 of 0 files were successfully processed.\nver. 7.702"), std::string::npos)
+      << log_;
+  EXPECT_EQ(log_.find("Total processing time"), std::string::npos);
+}
+
+TEST_F(JobTest, SilentCodeExitsAndKeepsTheJobFiles) {
+  MakePicture(dir_.file("in/a.jpg"), 8, 8, 0);
+  WriteJob({dir_.file("in/a.jpg")});
+  EXPECT_EQ(Run("36"), 0) << log_;
+  EXPECT_TRUE(fs::exists(dir_.file("out/a.png")));
+  EXPECT_TRUE(fs::exists(dir_.file("job.cfg")));  // only closing the window deletes them
+  EXPECT_TRUE(fs::exists(dir_.file("job.lst")));
+}
+
+TEST_F(JobTest, OverwriteSkipAndFailedFileCount) {
+  MakePicture(dir_.file("in/a.jpg"), 8, 8, 0);
+  std::ofstream(dir_.file("in/broken.jpg")) << "not a picture";
+  fs::create_directories(dir_.file("out"));
+  std::ofstream(dir_.file("out/a.png")) << "earlier result";
+  settings_.save.overwrite = 2;
+  WriteJob({dir_.file("in/a.jpg"), dir_.file("in/broken.jpg")});
+  EXPECT_EQ(Run("12"), 1) << log_;
+  EXPECT_NE(log_.find("   File " + dir_.file("out/a.png") + " was skipped"), std::string::npos)
+      << log_;
+  EXPECT_EQ(platform::ReadFileBytes(dir_.file("out/a.png")).value_or(""), "earlier result");
+  EXPECT_NE(log_.find("   Error: Could not read file broken.jpg"), std::string::npos) << log_;
+  EXPECT_NE(log_.find("1 of 2 files were successfully processed."), std::string::npos) << log_;
+  ExpectTempEmpty();
+}
+
+TEST_F(JobTest, ZipAndWinmailAreExpandedAndTheirFoldersRemoved) {
+  MakePicture(dir_.file("pack/a.jpg"), 10, 10, 0);
+  MakePicture(dir_.file("pack/b.jpg"), 12, 12, 0);
+  const std::string zip = dir_.file("mail/pack.zip");
+  fs::create_directories(dir_.file("mail"));
+  const int zrc = tools::RunAndWait(std::string("7zz a -tzip ") + tools::Quoted(zip) + " " +
+                                        tools::Quoted(dir_.file("pack/a.jpg")) + " " +
+                                        tools::Quoted(dir_.file("pack/b.jpg")),
+                                    tools::kHidden);
+  if (!fs::exists(zip)) GTEST_SKIP() << "cannot make a zip (7zz: Debian 7zip), rc " << zrc;
+  std::vector<std::string> entries = {zip};
+  const std::string winmail_src = testing::CorpusFile("special/winmail.dat");
+  const bool tnef = !winmail_src.empty() && fs::exists("/usr/bin/tnef");
+  if (tnef) {
+    fs::copy_file(winmail_src, dir_.file("mail/winmail.dat"));
+    entries.push_back(dir_.file("mail/winmail.dat"));
+  }
+  RememberSources(entries);
+  settings_.main.file_mask = "jpg";
+  WriteJob(entries);
+  EXPECT_EQ(Run("12"), 0) << log_;
+  const std::vector<std::string> headers = HeaderLines();
+  ASSERT_EQ(headers.size(), tnef ? 3u : 2u) << log_;
+  EXPECT_EQ(headers[0],
+            "File 1 of " + std::to_string(headers.size()) + ": " + zip + "_(extracted)/a.jpg");
+  if (tnef)
+    EXPECT_EQ(headers[2],
+              "File 3 of 3: " + dir_.file("mail/winmail.dat_(extracted)/zappa_av1.jpg"));
+  EXPECT_TRUE(fs::exists(dir_.file("out/a.png")));
+  EXPECT_TRUE(fs::exists(dir_.file("out/b.png")));
+  EXPECT_FALSE(fs::exists(zip + "_(extracted)"));
+  EXPECT_FALSE(fs::exists(dir_.file("mail/winmail.dat_(extracted)")));
+  ExpectSourcesUnchanged();
+  if (!tnef) GTEST_SKIP() << "winmail.dat part skipped: needs tnef (Debian tnef) and the corpus";
+}
+
+TEST_F(JobTest, TempFolderProblems) {
+  MakePicture(dir_.file("in/a.jpg"), 8, 8, 0);
+  settings_.main.temp_folder = "/proc/no-such-folder/temp";
+  WriteJob({dir_.file("in/a.jpg")});
+  EXPECT_EQ(Run("12"), 1);
+  EXPECT_NE(log_.find("Error! Unable to create the temp folder: /proc/no-such-folder/temp/"),
+            std::string::npos)
+      << log_;
+  // A folder that exists but takes no files: a warning, then the job goes on.
+  settings_.main.temp_folder = "/proc/1";
+  WriteJob({dir_.file("in/a.jpg")});
+  Run("12");
+  EXPECT_NE(log_.find("Warning: Access to Pictavo Temp folder /proc/1/ is denied."),
+            std::string::npos)
+      << log_;
+  EXPECT_NE(log_.find("files were successfully processed."), std::string::npos) << log_;
+}
+
+// Starts the engine in the background with its output in `out`.
+pid_t Spawn(const std::vector<std::string>& args, const std::string& out) {
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  posix_spawn_file_actions_adddup2(&actions, 1, 2);
+  std::vector<char*> argv;
+  for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+  argv.push_back(nullptr);
+  pid_t pid = -1;
+  posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  return pid;
+}
+
+bool WaitForText(const std::string& file, const std::string& text, int seconds) {
+  for (int i = 0; i < seconds * 50; ++i) {
+    if (platform::ReadFileBytes(file).value_or("").find(text) != std::string::npos) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return false;
+}
+
+class StopTest : public JobTest {
+ protected:
+  // Thirty large pictures, one worker, so that the job is still running when it is stopped.
+  std::vector<std::string> ManyFiles() {
+    std::vector<std::string> files;
+    for (int i = 0; i < 30; ++i) {
+      files.push_back(dir_.file("in/p" + std::to_string(10 + i) + ".jpg"));
+      MakePicture(files.back(), 1600, 1200, 0x102030 * (i + 1));
+    }
+    RememberSources(files);
+    settings_.main.cpu_priority = 1;
+    settings_.main.dest_ext = "TIF";
+    WriteJob({dir_.file("in")});
+    return files;
+  }
+  std::vector<std::string> Results() {
+    std::vector<std::string> r;
+    if (fs::exists(dir_.file("out")))
+      for (const auto& e : fs::directory_iterator(dir_.file("out"))) r.push_back(e.path().string());
+    return r;
+  }
+};
+
+TEST_F(StopTest, CtrlCStopsHandingOutFiles) {
+  ManyFiles();
+  const std::string out = dir_.file("engine.out");
+  pid_t pid = Spawn({Engine(), "12", dir_.file("job.cfg")}, out);
+  ASSERT_GT(pid, 0);
+  ASSERT_TRUE(WaitForText(out, "File 2 of 30", 60)) << platform::ReadFileBytes(out).value_or("");
+  kill(pid, SIGINT);
+  int status = 0;
+  waitpid(pid, &status, 0);
+  log_ = platform::ReadFileBytes(out).value_or("");
+  EXPECT_NE(log_.find("The conversion process was terminated by user."), std::string::npos) << log_;
+  std::smatch m;
+  ASSERT_TRUE(std::regex_search(log_, m, std::regex(R"((\d+) of 30 files were successfully)")));
+  const int done = std::stoi(m[1]);
+  EXPECT_GE(done, 1);
+  EXPECT_LT(done, 30);
+  const std::vector<std::string> results = Results();
+  EXPECT_EQ(static_cast<int>(results.size()), done);
+  for (const std::string& r : results) EXPECT_EQ(SizeOf(r), std::make_pair(1600, 1200)) << r;
+  ExpectSourcesUnchanged();
+  ExpectTempEmpty();
+}
+
+TEST_F(StopTest, KilledEngineLeavesNoHalfWrittenResult) {
+  ManyFiles();
+  const std::string out = dir_.file("engine.out");
+  pid_t pid = Spawn({Engine(), "12", dir_.file("job.cfg")}, out);
+  ASSERT_GT(pid, 0);
+  ASSERT_TRUE(WaitForText(out, "File 3 of 30", 60));
+  kill(pid, SIGKILL);
+  int status = 0;
+  waitpid(pid, &status, 0);
+  // Every file under a result name is complete; scratch files are hidden ".rcp*.part" ones.
+  for (const std::string& r : Results()) {
+    if (fs::path(r).filename().string().front() == '.') continue;
+    EXPECT_EQ(SizeOf(r), std::make_pair(1600, 1200)) << r;
+  }
+  ExpectSourcesUnchanged();
+}
+
+}  // namespace
+}  // namespace pictavo
