@@ -31,9 +31,8 @@ class ToolWriter : public ::testing::Test {
 TEST_F(ToolWriter, WebpKeepsTheJoinedNoAlphaSwitch) {
   job.settings.save.copy_alpha = false;
   job.settings.webp_write.quality = 80;
-  EXPECT_EQ(Run("webp").at(0),
-            (Call{"webp_write.bin", "-noalpha-alpha_q", "99", "-q", "80", "TMP.png", "-o",
-                  "DEST.webp"}));
+  EXPECT_EQ(Run("webp").at(0), (Call{"webp_write.bin", "-noalpha-alpha_q", "99", "-q", "80",
+                                     "TMP.png", "-o", "DEST.webp"}));
   job.settings.save.copy_alpha = true;
   EXPECT_EQ(Run("webp").at(0),
             (Call{"webp_write.bin", "-alpha_q", "99", "-q", "80", "TMP.png", "-o", "DEST.webp"}));
@@ -82,10 +81,10 @@ TEST_F(ToolWriter, OtherEncodersAndTheirArguments) {
   EXPECT_EQ(Run("gbr").at(0),
             (Call{"f300_uni.exe", "-quiet", "-out", "gbr", "-o", "DEST.gbr", "TMP.png"}));
   EXPECT_EQ(Run("wpg").at(0), (Call{"MakeWPG.exe", "DEST.wpg"}));
-  EXPECT_EQ(Run("xpm").at(0), (Call{"f300_uni.exe", "-quiet", "-out", "xpm", "-binary",
-                                    "nodither", "-o", "DEST.xpm", "SRC"}));
-  EXPECT_EQ(Run("prc").at(0), (Call{"f300_uni.exe", "-quiet", "-out", "prc", "-colors", "216",
-                                    "-o", "DEST.prc", "SRC"}));
+  EXPECT_EQ(Run("xpm").at(0), (Call{"f300_uni.exe", "-quiet", "-out", "xpm", "-binary", "nodither",
+                                    "-o", "DEST.xpm", "SRC"}));
+  EXPECT_EQ(Run("prc").at(0), (Call{"f300_uni.exe", "-quiet", "-out", "prc", "-colors", "216", "-o",
+                                    "DEST.prc", "SRC"}));
   std::vector<Call> calls = Run("dds");
   ASSERT_EQ(calls.size(), 2u);
   EXPECT_EQ(calls[0], (Call{"f300_uni.exe", "-quiet", "-out", "tiff", "-o", "TMP.tif", "SRC"}));

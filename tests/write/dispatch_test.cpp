@@ -42,12 +42,12 @@ TEST(WriterRows, EachTargetReachesItsRow) {
     const char* ext;
     int row;
   } cases[] = {
-      {"jpg", 3},  {"JPEG", 3}, {"tiff", 3},   {"ppm", 3},  {"psd", 3},   {"pdf", 5},
-      {"ai", 5},   {"epi", 5},  {"pcl", 4},    {"sgi", 6},  {"xpm", 6},   {"swf", 7},
-      {"jxr", 8},  {"wpg", 10}, {"dxf", 11},   {"cgm", 11}, {"svg", 11},  {"stl", 11},
-      {"gbr", 11}, {"webp", 12}, {"webpll", 12}, {"bpg", 13}, {"flif", 14}, {"dds", 15},
-      {"fits", 16}, {"fax", 16}, {"cal", 17},  {"cg4", 17}, {"avif", 18}, {"xyz", 19},
-      {"", 19},    {"a>png", 3}, {".tga", 3},
+      {"jpg", 3},   {"JPEG", 3},  {"tiff", 3},    {"ppm", 3},  {"psd", 3},   {"pdf", 5},
+      {"ai", 5},    {"epi", 5},   {"pcl", 4},     {"sgi", 6},  {"xpm", 6},   {"swf", 7},
+      {"jxr", 8},   {"wpg", 10},  {"dxf", 11},    {"cgm", 11}, {"svg", 11},  {"stl", 11},
+      {"gbr", 11},  {"webp", 12}, {"webpll", 12}, {"bpg", 13}, {"flif", 14}, {"dds", 15},
+      {"fits", 16}, {"fax", 16},  {"cal", 17},    {"cg4", 17}, {"avif", 18}, {"xyz", 19},
+      {"", 19},     {"a>png", 3}, {".tga", 3},
   };
   job.settings.ico.create_multi_size = false;
   for (const auto& c : cases) EXPECT_EQ(ReachedRow(job, c.ext), c.row) << c.ext;

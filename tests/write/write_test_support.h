@@ -32,7 +32,8 @@ inline imaging::TIEBitmap TestPicture(int w = 60, int h = 40, bool alpha = false
     for (int x = 0; x < w; ++x) {
       imaging::TRGB c{255, 255, 255};
       if (x >= w / 3 && x < 2 * w / 3) c = {0, 0, 0};
-      if (x >= 2 * w / 3) c = {static_cast<uint8_t>(x * 255 / w), static_cast<uint8_t>(y * 255 / h), 60};
+      if (x >= 2 * w / 3)
+        c = {static_cast<uint8_t>(x * 255 / w), static_cast<uint8_t>(y * 255 / h), 60};
       bmp.SetPixels_ie24RGB(x, y, c);
     }
   if (alpha)
@@ -144,7 +145,8 @@ class WriterJob {
 inline std::vector<std::string> FilesIn(const std::string& folder) {
   std::vector<std::string> names;
   std::error_code ec;
-  for (const auto& e : fs::directory_iterator(folder, ec)) names.push_back(e.path().filename().string());
+  for (const auto& e : fs::directory_iterator(folder, ec))
+    names.push_back(e.path().filename().string());
   return names;
 }
 
