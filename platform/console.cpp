@@ -1,5 +1,6 @@
 #include "platform/console.h"
 
+#include <stdlib.h>
 #include <unistd.h>
 
 namespace pictavo::platform {
@@ -9,6 +10,10 @@ bool StdoutIsTerminal() {
 }
 bool StderrIsTerminal() {
   return ::isatty(2) == 1;
+}
+
+void SetEnvironmentVariable(const std::string& name, const std::string& value) {
+  ::setenv(name.c_str(), value.c_str(), 1);
 }
 
 }  // namespace pictavo::platform

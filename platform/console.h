@@ -1,9 +1,14 @@
-// The process's console: whether a standard stream is a terminal.
+// The process's console and environment, as the engine's views and the front end need them.
 #pragma once
+
+#include <string>
 
 namespace pictavo::platform {
 
 bool StdoutIsTerminal();
 bool StderrIsTerminal();
+
+// Sets an environment variable of this process (inherited by the programs it starts).
+void SetEnvironmentVariable(const std::string& name, const std::string& value);
 
 }  // namespace pictavo::platform

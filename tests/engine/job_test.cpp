@@ -374,5 +374,74 @@ TEST_F(StopTest, KilledEngineLeavesNoHalfWrittenResult) {
   ExpectSourcesUnchanged();
 }
 
+class ConvertTest : public JobTest {
+ protected:
+  int Convert(const std::string& words) {
+    const std::string out = dir_.file("convert.out");
+    const int rc =
+        tools::RunBatch(tools::Quoted(testing::BuildDir() + "/convert_harness") + " " + words +
+                            " --set Main/Temp_folder=" + tools::Quoted(dir_.file("temp")) + " > " +
+                            tools::Quoted(out) + " 2>&1",
+                        dir_.file("temp"));
+    log_ = platform::ReadFileBytes(out).value_or("");
+    return rc;
+  }
+};
+
+TEST_F(ConvertTest, FolderWithActions) {
+  MakePicture(dir_.file("in/a.jpg"), 40, 30, 0x808080);
+  MakePicture(dir_.file("in/b.bmp"), 60, 30, 0x808080);
+  RememberSources({dir_.file("in/a.jpg"), dir_.file("in/b.bmp")});
+  std::ofstream(dir_.file("half.act")) << "resize(50;50;1;1;3;0)\n";
+  fs::create_directories(dir_.file("temp"));
+  EXPECT_EQ(Convert(tools::Quoted(dir_.file("in")) + " --to png --output " +
+                    tools::Quoted(dir_.file("out")) + " --actions " +
+                    tools::Quoted(dir_.file("half.act"))),
+            0)
+      << log_;
+  EXPECT_NE(log_.find("   Applying editing actions:"), std::string::npos) << log_;
+  EXPECT_NE(log_.find("2 of 2 files were successfully processed."), std::string::npos) << log_;
+  EXPECT_EQ(SizeOf(dir_.file("out/a.png")), std::make_pair(20, 15));
+  EXPECT_EQ(SizeOf(dir_.file("out/b.png")), std::make_pair(30, 15));
+  EXPECT_TRUE(fs::exists(dir_.file("half.act")));  // the user's own file is only read
+  ExpectSourcesUnchanged();
+  ExpectTempEmpty();
+}
+
+TEST_F(ConvertTest, ExitStatusTellsFailuresAndUsageErrors) {
+  std::ofstream(dir_.file("broken.png")) << "no picture";
+  fs::create_directories(dir_.file("temp"));
+  EXPECT_EQ(Convert(tools::Quoted(dir_.file("broken.png")) + " --to jpg --output " +
+                    tools::Quoted(dir_.file("out"))),
+            1)
+      << log_;
+  EXPECT_NE(log_.find("0 of 1 files were successfully processed."), std::string::npos) << log_;
+  EXPECT_EQ(Convert(tools::Quoted(dir_.file("broken.png"))), 2) << log_;  // no --to
+  EXPECT_NE(log_.find("--to EXT is needed"), std::string::npos) << log_;
+  EXPECT_EQ(Convert(tools::Quoted(dir_.file("nothing-here.png")) + " --to jpg"), 2);
+  EXPECT_EQ(Convert(tools::Quoted(dir_.file("broken.png")) + " --to jpg --set Nope"), 2);
+}
+
+TEST_F(ConvertTest, DryRunFlagsCollisionsAndWritesNothing) {
+  MakePicture(dir_.file("one/photo.jpg"), 8, 8, 0);
+  MakePicture(dir_.file("two/photo.jpg"), 8, 8, 0);
+  MakePicture(dir_.file("two/other.jpg"), 8, 8, 0);
+  fs::create_directories(dir_.file("temp"));
+  EXPECT_EQ(Convert(tools::Quoted(dir_.file("one")) + " " + tools::Quoted(dir_.file("two")) +
+                    " --to png --dry-run --output " + tools::Quoted(dir_.file("out"))),
+            1)
+      << log_;
+  EXPECT_NE(log_.find(dir_.file("two/other.jpg") + " -> " + dir_.file("out/other.png")),
+            std::string::npos)
+      << log_;
+  EXPECT_NE(log_.find("collision: 2 sources give " + dir_.file("out/photo.png")), std::string::npos)
+      << log_;
+  EXPECT_FALSE(fs::exists(dir_.file("out")));
+  EXPECT_EQ(Convert(tools::Quoted(dir_.file("one")) + " --to png --dry-run --output " +
+                    tools::Quoted(dir_.file("out"))),
+            0)
+      << log_;
+}
+
 }  // namespace
 }  // namespace pictavo
