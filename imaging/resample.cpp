@@ -437,6 +437,50 @@ pictavo::Status ResampleBitmap(const TIEBitmap& src, TIEBitmap& dst, int new_wid
                    new_width, filter);
   }
 
+  // Colours are filtered premultiplied by alpha, so that the colour hidden under transparent
+  // pixels does not bleed into the visible edge.
+  const bool deep = fmt == TIEPixelFormat::ie16g || fmt == TIEPixelFormat::ie48RGB;
+  const bool direct = deep || fmt == TIEPixelFormat::ie8g || fmt == TIEPixelFormat::ie24RGB ||
+                      fmt == TIEPixelFormat::ieCMYK;
+  if (direct && filter != TResampleFilter::rfNearest && src.HasAlphaChannel() &&
+      !std::all_of(src.AlphaScanline(0), src.AlphaScanline(0) + static_cast<size_t>(sw) * sh,
+                   [](uint8_t a) { return a == 255; })) {
+    TIEBitmap pre;
+    pre.Assign(src);
+    const int ch = deep ? src.BitsPerPixel() / 16 : src.BitsPerPixel() / 8;
+    auto scale = [&](TIEBitmap& b, bool multiply) {
+      for (int y = 0; y < b.Height(); ++y) {
+        const uint8_t* a = b.AlphaScanline(y);
+        for (int x = 0; x < b.Width(); ++x) {
+          const uint32_t al = a[x];
+          if (al == 255 || (!multiply && al == 0)) continue;
+          for (int c = 0; c < ch; ++c) {
+            if (deep) {
+              uint16_t& v = reinterpret_cast<uint16_t*>(b.Scanline(y))[x * ch + c];
+              v = static_cast<uint16_t>(multiply
+                                            ? (v * al + 127) / 255
+                                            : std::min<uint32_t>(65535, (v * 255 + al / 2) / al));
+            } else {
+              uint8_t& v = b.Scanline(y)[x * ch + c];
+              v = static_cast<uint8_t>(multiply ? (v * al + 127) / 255
+                                                : std::min<uint32_t>(255, (v * 255 + al / 2) / al));
+            }
+          }
+        }
+      }
+    };
+    scale(pre, true);
+    if (deep)
+      ResamplePlane16(reinterpret_cast<const uint16_t*>(pre.Scanline(0)), sw, sh, pre.RowLen(), ch,
+                      reinterpret_cast<uint16_t*>(dst.Scanline(0)), new_width, new_height,
+                      dst.RowLen(), filter);
+    else
+      ResamplePlane8(pre.Scanline(0), sw, sh, pre.RowLen(), ch, dst.Scanline(0), new_width,
+                     new_height, dst.RowLen(), filter);
+    scale(dst, false);
+    return pictavo::Status::OK();
+  }
+
   switch (fmt) {
     case TIEPixelFormat::ie8g:
     case TIEPixelFormat::ie24RGB:

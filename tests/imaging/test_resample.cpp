@@ -134,6 +134,18 @@ TEST(Resample, AlphaPlaneIsResampledWithThePixels) {
   EXPECT_EQ(b.GetAlpha(17, 5), 255);
   EXPECT_GT(b.GetAlpha(10, 5), 0);
   EXPECT_LT(b.GetAlpha(9, 5), 255);
+  // The colour under transparent pixels does not darken the visible edge.
+  EXPECT_EQ(b.GetPixels(10, 5), (TRGB{0, 255, 0}));
+  TIEBitmap red = testing::Make24(40, 4);
+  red.FillRect(20, 0, 20, 4, 0x0000FF);  // left half black but fully transparent
+  red.AddAlphaChannel(255);
+  for (int y = 0; y < 4; ++y)
+    for (int x = 0; x < 20; ++x) red.SetAlpha(x, y, 0);
+  ASSERT_TRUE(red.Resample(10, 1, TResampleFilter::rfLanczos3).ok());
+  for (int x = 0; x < 10; ++x) {
+    if (red.GetAlpha(x, 0) < 8) continue;  // too transparent to carry a colour
+    EXPECT_LE(testing::MaxChannelDiff(red.GetPixels(x, 0), TRGB{255, 0, 0}), 8) << x;
+  }
   EXPECT_FALSE(b.Resample(0, 10).ok());
   EXPECT_EQ(b.Width(), 20);
 }
