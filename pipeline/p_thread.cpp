@@ -1,5 +1,6 @@
 #include "pipeline/p_thread.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -296,6 +297,8 @@ bool TPThread::Edit() {
   std::string text;
   if (has_actions) {
     text = kStepPrefix + M(Msg::kApplyingActions);
+    while (!edit_log.empty() && (edit_log.back() == '\n' || edit_log.back() == '\r'))
+      edit_log.pop_back();
     if (!edit_log.empty()) {
       if (edit_log.rfind("\r\n", 0) != 0) text += "\r\n";
       text += edit_log;
@@ -359,8 +362,12 @@ bool TPThread::Direct_convert() {
   const int32_t status = d.Direct();
   written_.clear();
   if (platform::FileExists(d.dest_file)) written_.push_back({d.dest_file, 0});
-  for (const WrittenFile& w : d.more_files)
-    if (platform::FileExists(w.file_name)) written_.push_back(w);
+  for (const WrittenFile& w : d.more_files) {
+    const bool listed = std::any_of(written_.begin(), written_.end(), [&](const WrittenFile& x) {
+      return x.file_name == w.file_name;
+    });
+    if (!listed && platform::FileExists(w.file_name)) written_.push_back(w);
+  }
   if (status == 0 && !written_.empty()) {
     print_log(line + " " + M(Msg::kDone));
     return true;
@@ -379,7 +386,9 @@ bool TPThread::SaveAll() {
   std::string saved_folder;
   for (size_t i = 0; i < written_.size(); ++i) {
     const WrittenFile& w = written_[i];
-    const int page = many ? (w.page > 0 ? w.page - 1 : static_cast<int>(i)) : 0;
+    // Writers number pages from 0 and some direct routines from 1; the list is in page order
+    // either way, so the position is the page.
+    const int page = many ? static_cast<int>(i) : 0;
     std::string dest = dest_.result;
     if (many) dest = PageDestination(s, source_, index_, page);
     std::string log;
