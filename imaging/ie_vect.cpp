@@ -32,10 +32,11 @@ void BlendPixel(TIEBitmap& b, int x, int y, TRGB c, double a) {
 // Calls cover(px, py) for pixel centres in the clipped box and blends the result.
 template <typename Cover>
 void Paint(TIEBitmap& b, double x0, double y0, double x1, double y1, TRGB c, bool aa, Cover cover) {
-  const int ix0 = std::max(0, static_cast<int>(std::floor(x0)));
-  const int iy0 = std::max(0, static_cast<int>(std::floor(y0)));
-  const int ix1 = std::min(b.Width() - 1, static_cast<int>(std::ceil(x1)));
-  const int iy1 = std::min(b.Height() - 1, static_cast<int>(std::ceil(y1)));
+  // Clamped as doubles first: shapes far outside the bitmap must not overflow an int.
+  const int ix0 = static_cast<int>(std::clamp(std::floor(x0), 0.0, double(b.Width())));
+  const int iy0 = static_cast<int>(std::clamp(std::floor(y0), 0.0, double(b.Height())));
+  const int ix1 = static_cast<int>(std::clamp(std::ceil(x1), -1.0, double(b.Width() - 1)));
+  const int iy1 = static_cast<int>(std::clamp(std::ceil(y1), -1.0, double(b.Height() - 1)));
   for (int y = iy0; y <= iy1; ++y)
     for (int x = ix0; x <= ix1; ++x) {
       double a = cover(x, y);
@@ -199,8 +200,9 @@ pictavo::Status TImageEnVect::DrawObjectsToBitmap() {
         break;
       }
       case TIEVObjectKind::iekBOX: {
-        const double l = std::min(o.left, o.left + o.width), r = std::max(o.left, o.left + o.width);
-        const double t = std::min(o.top, o.top + o.height), bt = std::max(o.top, o.top + o.height);
+        const double left = o.left, top = o.top, right = left + o.width, bottom = top + o.height;
+        const double l = std::min(left, right), r = std::max(left, right);
+        const double t = std::min(top, bottom), bt = std::max(top, bottom);
         if (o.brush_style != TBrushStyle::bsClear)
           Paint(b, l, t, r, bt, brush, antialias_, [&](int x, int y) {
             return HatchOn(o.brush_style, x, y) ? RectArea(x, y, l, t, r, bt) : 0.0;
@@ -233,8 +235,8 @@ pictavo::Status TImageEnVect::DrawObjectsToBitmap() {
       case TIEVObjectKind::iekELLIPSE: {
         const double a = std::fabs(o.width) / 2.0, e = std::fabs(o.height) / 2.0;
         if (a < 0.5 || e < 0.5) break;
-        const double cx = std::min(o.left, o.left + o.width) + a;
-        const double cy = std::min(o.top, o.top + o.height) + e;
+        const double cx = std::min<double>(o.left, double(o.left) + o.width) + a;
+        const double cy = std::min<double>(o.top, double(o.top) + o.height) + e;
         if (o.brush_style != TBrushStyle::bsClear)
           Paint(b, cx - a - 1, cy - e - 1, cx + a + 1, cy + e + 1, brush, antialias_,
                 [&](int x, int y) {

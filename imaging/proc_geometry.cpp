@@ -186,6 +186,7 @@ pictavo::Status TImageEnProc::Resample(int new_width, int new_height, TResampleF
 
 pictavo::Status TImageEnProc::Rotate(double angle, bool antialias, TColor background) {
   if (auto st = Check(); !st.ok()) return st;
+  if (!std::isfinite(angle)) return pictavo::Status::Error("rotation angle is not a number");
   double a = std::fmod(angle, 360.0);
   if (a < 0) a += 360.0;
   const double quarters = a / 90.0;

@@ -28,7 +28,8 @@ void ResamplePlane16(const uint16_t* src, int sw, int sh, size_t src_stride, int
 void ConvolveSeparable8(const uint8_t* src, int w, int h, size_t src_stride, int channels,
                         uint8_t* dst, size_t dst_stride, const std::vector<double>& kernel);
 
-// Resamples src into dst (reallocated), keeping the layout and resampling the alpha plane.
+// Resamples src into dst (reallocated), keeping the layout and resampling the alpha plane
+// (colours are filtered premultiplied by alpha).
 // ie1g is filtered as grey and thresholded; ie8p is filtered as RGB and mapped back to its
 // palette (nearest entry); the nearest filter copies samples of both exactly.
 pictavo::Status ResampleBitmap(const TIEBitmap& src, TIEBitmap& dst, int new_width, int new_height,

@@ -232,6 +232,7 @@ TEST(Proc, FreeRotationEnlargesCanvasAndAntialiasesEdges) {
       const TRGB c = hard.GetPixels(x, y);
       ASSERT_TRUE(c.g == 0 || c.g == 255);
     }
+  EXPECT_FALSE(hp.Rotate(std::nan("")).ok());
   // With an alpha plane the uncovered corners are transparent.
   TIEBitmap a = testing::Make24(40, 40);
   a.AddAlphaChannel(255);

@@ -183,6 +183,16 @@ TEST(Vect, HatchBrushLayoutsAndAlpha) {
   EXPECT_EQ(deep.GetAlpha(2, 2), 255);
   EXPECT_EQ(deep.GetAlpha(4, 4), 0);
 
+  // Shapes far outside the bitmap are clipped without overflow.
+  TIEBitmap far = WhiteCanvas(8, 8);
+  TImageEnVect fv(&far);
+  const TIEVObject huge =
+      AddShape(fv, TIEVObjectKind::iekBOX, 2000000000, -2000000000, 2000000000, 2000000000);
+  fv.SetObjBrushStyle(huge, TBrushStyle::bsSolid);
+  AddShape(fv, TIEVObjectKind::iekELLIPSE, -2000000000, 4, 2000000000, 3);
+  ASSERT_TRUE(fv.DrawObjectsToBitmap().ok());
+  EXPECT_EQ(far.GetPixels(7, 7), kWhite);
+
   TImageEnVect unbound;
   EXPECT_FALSE(unbound.DrawObjectsToBitmap().ok());
 }
