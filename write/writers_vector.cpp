@@ -61,11 +61,12 @@ int TraceTo(TZubConvert& self, const char* corners) {
       d.settings = self.settings;
       d.exe_folder = self.exe_folder;
       d.temp_folder = self.temp_folder;
-      // Map data goes through GeoJSON, which GDAL converts; other drawings through a PDF of the
-      // tracing, which the PDF routines convert.
+      // Map data goes through GeoJSON, which GDAL converts; other drawings through an EPS of the
+      // tracing, which the PostScript routines convert (pstoedit's HPGL drivers draw nothing
+      // from the tracer's PDF, but do from its EPS).
       const bool gis = ext == ".shp" || ext == ".dgn" || ext == ".mif";
-      const std::string mid = self.Scratch(gis ? ".geojson" : ".pdf");
-      if (Trace(self, pbm, gis ? "geojson" : "pdf", corners, mid)) {
+      const std::string mid = self.Scratch(gis ? ".geojson" : ".eps");
+      if (Trace(self, pbm, gis ? "geojson" : "eps", corners, mid)) {
         const int32_t r =
             gis ? direct::vec2vec(d, mid, out.path()) : direct::adobe2vec(d, mid, out.path());
         if (r != 0 && !d.error_text.empty()) self.error_text = d.error_text;

@@ -191,8 +191,8 @@ TEST(Convert, VectorRouterChoosesTheTracingRoute) {
   };
   // CGM with option 1: traced straight into the destination's format (through a PDF).
   testing::Call t = first_trace("cgm", 1);
-  EXPECT_EQ(t, (testing::Call{"tovec1.bin", "-a", "1", "-t", "2", "--tight", "-b", "pdf", "-o",
-                              "TMP.pdf", "TMP.pbm"}));
+  EXPECT_EQ(t, (testing::Call{"tovec1.bin", "-a", "1", "-t", "2", "--tight", "-b", "eps", "-o",
+                              "TMP.eps", "TMP.pbm"}));
   // CGM with option 2: traced with straight lines into a temporary DXF first.
   t = first_trace("cgm", 2);
   EXPECT_EQ(t, (testing::Call{"tovec1.bin", "-a", "0", "-t", "2", "--tight", "-b", "dxf", "-o",
@@ -207,7 +207,7 @@ TEST(Convert, VectorRouterChoosesTheTracingRoute) {
   t = first_trace("svg", 3);
   ASSERT_EQ(t.size(), 11u);
   EXPECT_EQ(t[2], "1");
-  EXPECT_EQ(t[7], "pdf");
+  EXPECT_EQ(t[7], "eps");
   bool made_hpgl = false;
   for (const auto& call : job.Calls())
     for (const auto& arg : call) made_hpgl = made_hpgl || arg == "TMP.plt";
