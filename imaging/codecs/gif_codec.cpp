@@ -197,6 +197,29 @@ Indexed ToIndexed(const TIEBitmap& bmp, const TIOParamsVals& params) {
   return out;
 }
 
+// Deep copy of a frame read by DGifSlurp, its extension blocks (timing, loop count,
+// comments) included; giflib's own copy does not keep them on every version.
+bool CopyFrame(GifFileType* gif, const SavedImage& from) {
+  SavedImage* to = GifMakeSavedImage(gif, nullptr);
+  if (!to) return false;
+  to->ImageDesc = from.ImageDesc;
+  to->ImageDesc.ColorMap = nullptr;
+  if (from.ImageDesc.ColorMap)
+    to->ImageDesc.ColorMap =
+        GifMakeMapObject(from.ImageDesc.ColorMap->ColorCount, from.ImageDesc.ColorMap->Colors);
+  const size_t n = static_cast<size_t>(from.ImageDesc.Width) * from.ImageDesc.Height;
+  to->RasterBits = static_cast<GifByteType*>(std::malloc(std::max<size_t>(n, 1)));
+  if (!to->RasterBits) return false;
+  if (from.RasterBits) std::memcpy(to->RasterBits, from.RasterBits, n);
+  for (int i = 0; i < from.ExtensionBlockCount; ++i) {
+    const ExtensionBlock& e = from.ExtensionBlocks[i];
+    if (GifAddExtensionBlock(&to->ExtensionBlockCount, &to->ExtensionBlocks, e.Function,
+                             e.ByteCount, e.Bytes) != GIF_OK)
+      return false;
+  }
+  return true;
+}
+
 pictavo::Status Write(const GifFileType* in, const TIEBitmap& bmp, const TIOParamsVals& params,
                       std::vector<uint8_t>& out) {
   Indexed ix = ToIndexed(bmp, params);
@@ -212,7 +235,7 @@ pictavo::Status Write(const GifFileType* in, const TIEBitmap& bmp, const TIOPara
     gif->SBackGroundColor = in->SBackGroundColor;
     if (in->SColorMap)
       gif->SColorMap = GifMakeMapObject(in->SColorMap->ColorCount, in->SColorMap->Colors);
-    for (int i = 0; i < in->ImageCount; ++i) GifMakeSavedImage(gif, &in->SavedImages[i]);
+    for (int i = 0; i < in->ImageCount; ++i) CopyFrame(gif, in->SavedImages[i]);
     for (int i = 0; i < in->ExtensionBlockCount; ++i) {
       const ExtensionBlock& e = in->ExtensionBlocks[i];
       GifAddExtensionBlock(&gif->ExtensionBlockCount, &gif->ExtensionBlocks, e.Function,

@@ -240,9 +240,43 @@ TEST(ImageIoFiles, InsertPagesAndFramesThenSelectThem) {
     page.Fill(i == 0 ? 0x0000FF : i == 1 ? 0x00FF00 : 0xFF0000);
     TImageEnIO io(&page);
     io.Params().GIF_DelayTime = 10 * (i + 1);
-    io.Params().GIF_Loop = 0;
+    io.Params().GIF_Loop = i == 0 ? 3 : 7;  // only the first frame's loop count is written
+    io.Params().GIF_TransparentIndex = i == 2 ? 1 : -1;  // an unused entry
     ASSERT_TRUE(io.InsertToFileTIFF(tif).ok());
     ASSERT_TRUE(io.InsertToFileGIF(gif).ok());
+  }
+  {
+    TIEBitmap b;
+    TImageEnIO io(&b);
+    ASSERT_TRUE(io.ParamsFromFile(gif).ok());
+    ASSERT_EQ(io.Params().GIF_Frames.size(), 3u);
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_EQ(io.Params().GIF_Frames[i].delay_cs, 10 * (i + 1)) << "frame " << i;
+      EXPECT_EQ(io.Params().GIF_Frames[i].transparent_index, i == 2 ? 1 : -1) << "frame " << i;
+    }
+    EXPECT_EQ(io.Params().GIF_Loop, 3);
+    io.Params().ImageIndex = 1;
+    ASSERT_TRUE(io.ParamsFromFile(gif).ok());
+    EXPECT_EQ(io.Params().GIF_DelayTime, 20);
+    // ImageMagick reads the same timing when it is installed.
+    if (iotest::HaveProgram("identify"))
+      EXPECT_EQ(iotest::Capture("identify -format '%T,' '" + gif + "'"), "10,20,30,");
+  }
+  {
+    // A one-frame save keeps its delay, loop count and transparent index as well.
+    TIEBitmap one = Pattern(16, 16, F::ie8p);
+    TImageEnIO io(&one);
+    io.Params().GIF_DelayTime = 42;
+    io.Params().GIF_Loop = 0;
+    io.Params().GIF_TransparentIndex = 5;
+    ASSERT_TRUE(io.SaveToFile(tmp.file("one.gif")).ok());
+    TIEBitmap b;
+    TImageEnIO rio(&b);
+    ASSERT_TRUE(rio.LoadFromFile(tmp.file("one.gif")).ok());
+    EXPECT_EQ(rio.Params().GIF_DelayTime, 42);
+    EXPECT_EQ(rio.Params().GIF_Loop, 0);
+    EXPECT_EQ(rio.Params().GIF_TransparentIndex, 5);
+    EXPECT_TRUE(b.HasAlphaChannel());
   }
   for (const std::string& path : {tif, gif}) {
     TIEBitmap b;
