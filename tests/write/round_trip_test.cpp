@@ -1,6 +1,9 @@
 // Round trips over the writer table: every extension of every row is written from a real photo
 // with the real tool folder of this build, then opened by another program. Targets that no
 // program on this platform writes must fail cleanly: a non-zero status and nothing left behind.
+#include <gif_lib.h>
+#include <tiffio.h>
+
 #include <cstdio>
 #include <set>
 #include <sstream>
@@ -94,6 +97,41 @@ TEST_P(WriterTableRoundTrip, WritesAFileOthersOpenOrFailsCleanly) {
   const int rc = pclose(pipe);
   EXPECT_EQ(rc, 0) << cmd << "\n" << output;
   if (reader.program == "identify") EXPECT_NE(output.find("128x128"), std::string::npos) << output;
+}
+
+// The finishing tools of simple_write, run for real.
+TEST(FinishingTools, AnimatedGifLoopsAndCmykTiffIsSeparated) {
+  WriterJob job;
+  if (!fs::exists(::pictavo::testing::BuildDir() + "/utl/convert.bin") ||
+      !fs::exists(::pictavo::testing::BuildDir() + "/utl/f300_uni.exe"))
+    GTEST_SKIP() << "convert.bin or f300_uni.exe is missing: install imagemagick-6.q16";
+  testing::SaveFrames(job.In("three.gif"), 3);
+  job.settings.gif.delay_time = 20;
+  job.Target("gif", job.In("three.gif"));
+  ASSERT_EQ(job.c.Convert(), 0);
+  const std::string gif_bytes = testing::ReadBytes(job.c.dest_file);
+  EXPECT_NE(gif_bytes.find("NETSCAPE2.0"), std::string::npos);
+  int error = 0;
+  GifFileType* gif = DGifOpenFileName(job.c.dest_file.c_str(), &error);
+  ASSERT_NE(gif, nullptr);
+  EXPECT_EQ(DGifSlurp(gif), GIF_OK);
+  EXPECT_EQ(gif->ImageCount, 3);
+  DGifCloseFile(gif, &error);
+
+  // JPEG in TIFF saved with 3 samples, then made CMYK by the general raster tool.
+  testing::SavePicture(testing::TestPicture(), job.In("a.png"));
+  job.settings.tif.save_in_cmyk = true;
+  job.settings.tif.compression = 6;
+  job.Target("tif", job.In("a.png"));
+  ASSERT_EQ(job.c.Convert(), 0);
+  TIFF* tif = TIFFOpen(job.c.dest_file.c_str(), "r");
+  ASSERT_NE(tif, nullptr);
+  uint16_t photometric = 0, compression = 0;
+  TIFFGetField(tif, TIFFTAG_PHOTOMETRIC, &photometric);
+  TIFFGetField(tif, TIFFTAG_COMPRESSION, &compression);
+  TIFFClose(tif);
+  EXPECT_EQ(photometric, PHOTOMETRIC_SEPARATED);
+  EXPECT_EQ(compression, COMPRESSION_JPEG);
 }
 
 INSTANTIATE_TEST_SUITE_P(AllTargets, WriterTableRoundTrip, ::testing::ValuesIn(TableExtensions()),
