@@ -2,6 +2,24 @@
 
 namespace pictavo::imaging::codecs {
 
+namespace {
+
+// What the fourth byte of a 32-bit pixel means, from the attributes-type field of the extension
+// area that a TGA 2.0 footer points to: 0 no alpha, 1 and 2 data that is not alpha, 3 alpha,
+// 4 premultiplied alpha. -1 when the file has no (sane) extension area.
+int AttributesType(const uint8_t* data, size_t size) {
+  constexpr size_t kFooter = 26, kExtension = 495;
+  if (size < 18 + kFooter) return -1;
+  const uint8_t* foot = data + size - kFooter;
+  if (std::memcmp(foot + 8, "TRUEVISION-XFILE.", 18) != 0) return -1;
+  const size_t ext = foot[0] | foot[1] << 8 | foot[2] << 16 | size_t{foot[3]} << 24;
+  if (ext < 18 || ext > size - kFooter || size - kFooter - ext < kExtension) return -1;
+  if ((data[ext] | data[ext + 1] << 8) < static_cast<int>(kExtension)) return -1;
+  return data[ext + kExtension - 1];
+}
+
+}  // namespace
+
 pictavo::Status DecodeTGA(const uint8_t* data, size_t size, const DecodeOptions& opt,
                           TIEBitmap* bmp, TIOParamsVals& params) {
   ByteReader r(data, size);
@@ -18,7 +36,11 @@ pictavo::Status DecodeTGA(const uint8_t* data, size_t size, const DecodeOptions&
   params.Width = w, params.Height = h;
   params.BitsPerSample = 8;
   params.SamplesPerPixel = base == 2 ? (bpp == 32 ? 4 : 3) : (bpp == 16 && base == 3 ? 2 : 1);
-  params.HasAlpha = (base == 2 && bpp == 32) || (base == 3 && bpp == 16);
+  // A 32-bit pixel's fourth byte is alpha when the extension area says so; without one, when
+  // the descriptor counts attribute bits, or (older writers) unless it is zero everywhere.
+  const int attributes = base == 2 && bpp == 32 ? AttributesType(data, size) : -1;
+  params.HasAlpha =
+      (base == 2 && bpp == 32 && (attributes < 0 || attributes >= 3)) || (base == 3 && bpp == 16);
   params.TGA_Compressed = rle;
   params.ImageCount = 1;
   if ((base == 1 && (bpp != 8 || cmap_type != 1)) ||
@@ -73,8 +95,7 @@ pictavo::Status DecodeTGA(const uint8_t* data, size_t size, const DecodeOptions&
                              : base == 3 ? TIEPixelFormat::ie8g
                                          : TIEPixelFormat::ie24RGB;
   if (auto st = bmp->Allocate(w, h, fmt); !st.ok()) return st;
-  bool alpha = (base == 2 && bpp == 32 && alpha_bits > 0) ||
-               (base == 2 && bpp == 32 && alpha_bits == 0) || (base == 3 && bpp == 16);
+  bool alpha = params.HasAlpha;
   bool pal_has_alpha = false;
   for (uint8_t a : pal_alpha) pal_has_alpha = pal_has_alpha || a < 255;
   if (base == 1 && pal_has_alpha) alpha = true;
@@ -111,8 +132,18 @@ pictavo::Status DecodeTGA(const uint8_t* data, size_t size, const DecodeOptions&
       }
     }
   }
+  if (attributes == 4) {
+    // Premultiplied: bring the colours back to their straight values.
+    for (int y = 0; y < h; ++y) {
+      uint8_t* d = bmp->Scanline(y);
+      const uint8_t* a = bmp->AlphaScanline(y);
+      for (int x = 0; x < w; ++x)
+        for (int c = 0; c < 3; ++c)
+          d[3 * x + c] = a[x] ? static_cast<uint8_t>(std::min(255, d[3 * x + c] * 255 / a[x])) : 0;
+    }
+  }
   // 32-bit files whose alpha bits say 0 but hold all zeros are opaque pictures.
-  if (alpha && base == 2 && alpha_bits == 0) {
+  if (alpha && base == 2 && alpha_bits == 0 && attributes < 0) {
     bool all_zero = true;
     for (int y = 0; y < h && all_zero; ++y)
       for (int x = 0; x < w && all_zero; ++x) all_zero = bmp->AlphaScanline(y)[x] == 0;

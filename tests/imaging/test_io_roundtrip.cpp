@@ -357,6 +357,48 @@ TEST(ImageIoFiles, RawPdfAndSavesThatCannotHappen) {
         << "scratch left: " << e.path();
 }
 
+// A 2 x 1 uncompressed 32-bit TGA with a TGA 2.0 extension area whose attributes type is
+// `attributes` (or none when negative).
+std::vector<uint8_t> Tga32(int attributes, uint8_t alpha_bits) {
+  std::vector<uint8_t> f = {0, 0, 2, 0, 0, 0, 0, 0,  0,
+                            0, 0, 0, 2, 0, 1, 0, 32, static_cast<uint8_t>(0x20 | alpha_bits)};
+  // Blue-green-red-alpha: a half-covered premultiplied grey, and an opaque red.
+  for (uint8_t b : {64, 64, 64, 128, 0, 0, 255, 255}) f.push_back(b);
+  if (attributes < 0) return f;
+  const size_t ext = f.size();
+  f.resize(ext + 495, 0);
+  f[ext] = 495 & 0xFF, f[ext + 1] = 495 >> 8;
+  f[ext + 494] = static_cast<uint8_t>(attributes);
+  for (int i = 0; i < 4; ++i) f.push_back(static_cast<uint8_t>(ext >> (8 * i)));
+  for (int i = 0; i < 4; ++i) f.push_back(0);
+  const char sig[] = "TRUEVISION-XFILE.";
+  f.insert(f.end(), sig, sig + sizeof sig);
+  return f;
+}
+
+TEST(ImageIoFiles, TgaAttributesTypeDecidesAlpha) {
+  TIEBitmap b;
+  TImageEnIO io(&b);
+  auto f = Tga32(0, 8);  // the extension area overrides the descriptor: no alpha
+  ASSERT_TRUE(io.LoadFromBuffer(f.data(), f.size()).ok());
+  EXPECT_FALSE(b.HasAlphaChannel());
+  EXPECT_EQ(b.GetPixels(1, 0), (TRGB{255, 0, 0}));
+  f = Tga32(3, 0);  // straight alpha even though the descriptor counts no attribute bits
+  ASSERT_TRUE(io.LoadFromBuffer(f.data(), f.size()).ok());
+  ASSERT_TRUE(b.HasAlphaChannel());
+  EXPECT_EQ(b.GetAlpha(0, 0), 128);
+  EXPECT_EQ(b.GetPixels(0, 0), (TRGB{64, 64, 64}));
+  f = Tga32(4, 8);  // premultiplied: colours divided by alpha
+  ASSERT_TRUE(io.LoadFromBuffer(f.data(), f.size()).ok());
+  EXPECT_EQ(b.GetPixels(0, 0), (TRGB{127, 127, 127}));
+  EXPECT_EQ(b.GetAlpha(1, 0), 255);
+  f = Tga32(-1, 8);  // no extension area: the descriptor's 8 alpha bits count
+  ASSERT_TRUE(io.LoadFromBuffer(f.data(), f.size()).ok());
+  EXPECT_TRUE(b.HasAlphaChannel());
+  EXPECT_TRUE(io.ParamsFromBuffer(f.data(), f.size()).ok());
+  EXPECT_TRUE(io.Params().HasAlpha);
+}
+
 TEST(ImageIoFiles, FormatIsJudgedByContentNotName) {
   testing::TempDir tmp;
   TIEBitmap src = Pattern(16, 16, F::ie24RGB);
