@@ -323,6 +323,17 @@ bool TPThread::Convert() {
   d.exe_folder = platform::ExecutableFolder();
   d.temp_folder = context_.temp_folder;
   d.dest_folder = context_.temp_folder;
+  if (work_file_ == source_) {
+    // Writers may work on their input file in place; they get a scratch copy, never the source.
+    const std::string copy = ScratchName(fs::path(source_).extension().string());
+    std::error_code ec;
+    fs::copy_file(source_, copy, fs::copy_options::overwrite_existing, ec);
+    if (ec) {
+      print_log(line + " " + M(Msg::kFail) + kStepPrefix + M(Msg::kError) + " " + ec.message());
+      return false;
+    }
+    work_file_ = copy;
+  }
   writer::TZubConvert c;
   c.job_id = context_.job_kind * 100 + context_.job_variant * 10 + context_.job_selector;
   c.src_file = work_file_;

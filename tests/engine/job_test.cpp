@@ -191,6 +191,41 @@ TEST_F(JobTest, FolderWithMasksAndSubfoldersDepthFirst) {
   ExpectSourcesUnchanged();
 }
 
+TEST_F(JobTest, DirectRouteAndCheckOnlyJob) {
+  const std::string svg = dir_.file("in/r.svg");
+  fs::create_directories(dir_.file("in"));
+  std::ofstream(svg) << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"100\" height=\"50\">"
+                        "<rect width=\"100\" height=\"50\" fill=\"red\"/></svg>";
+  MakePicture(dir_.file("in/c.jpg"), 20, 20, 0xFF);
+  RememberSources({svg, dir_.file("in/c.jpg")});
+  settings_.main.dest_ext = "PDF";
+  WriteJob({dir_.file("in")});
+  EXPECT_EQ(Run("12"), 0) << log_;
+  EXPECT_NE(log_.find("File 2 of 2: " + svg +
+                      "\n   Converting from SVG to PDF... Done\n"
+                      "   Saving result to: " +
+                      dir_.file("out/r.pdf")),
+            std::string::npos)
+      << log_;
+  EXPECT_EQ(platform::ReadFileBytes(dir_.file("out/r.pdf")).value_or("").substr(0, 5), "%PDF-");
+  EXPECT_EQ(platform::ReadFileBytes(dir_.file("out/c.pdf")).value_or("").substr(0, 5), "%PDF-");
+
+  // Kind 2 only reads: every file is checked, nothing is written.
+  fs::remove_all(dir_.file("out"));
+  std::ofstream(dir_.file("in/broken.png")) << "no picture";
+  WriteJob({dir_.file("in")});
+  EXPECT_EQ(Run("21"), 1) << log_;
+  EXPECT_NE(log_.find("   Checking file... c.jpg... OK"), std::string::npos) << log_;
+  EXPECT_NE(
+      log_.find("   Checking file... broken.png...\n   Error: Could not read file broken.png"),
+      std::string::npos)
+      << log_;
+  EXPECT_NE(log_.find("2 of 3 files were successfully processed."), std::string::npos) << log_;
+  EXPECT_FALSE(fs::exists(dir_.file("out")));
+  ExpectSourcesUnchanged();
+  ExpectTempEmpty();
+}
+
 TEST_F(JobTest, InvalidCodesAreRejected) {
   WriteJob({});
   for (const char* code : {"1", "15", "50"}) {
