@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
-#include <unordered_map>
 
 #include "imaging/bitmap_rows.h"
 #include "imaging/quantize.h"
@@ -556,13 +555,9 @@ bool TIEBitmap::IsGrayScale() const {
         const uint8_t* s = Scanline(y);
         for (int x = 0; x < width_; ++x) used[s[x]] = true;
       }
-      for (int i = 0; i < 256; ++i) {
-        if (!used[i]) continue;
-        if (static_cast<size_t>(i) >= palette_.size() || !IsGreyColor(palette_[i])) {
-          if (static_cast<size_t>(i) >= palette_.size()) continue;  // reads as black
-          return false;
-        }
-      }
+      // Indices beyond the palette read as black, which is grey.
+      for (size_t i = 0; i < palette_.size() && i < 256; ++i)
+        if (used[i] && !IsGreyColor(palette_[i])) return false;
       return true;
     }
     case TIEPixelFormat::ie24RGB:
