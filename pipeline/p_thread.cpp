@@ -403,6 +403,9 @@ bool TPThread::SaveAll() {
     std::string dest = dest_.result;
     if (many) dest = PageDestination(s, source_, index_, page);
     std::string log;
+    // A PDF is finished while it is still a scratch file, so the result appears complete.
+    if (platform::AsciiLower(fs::path(w.file_name).extension().string()) == ".pdf")
+      FinishPdf(w.file_name, s, context_.temp_folder, *context_.messages, log);
     SaveResult r = SaveWritten(w.file_name, dest, source_, index_, s, *context_.messages, log);
     if (r.ok && !r.skipped) {
       saved_folder = fs::path(r.final_path).parent_path().string();

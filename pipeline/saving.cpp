@@ -5,6 +5,10 @@
 #include <random>
 #include <system_error>
 
+#include "engine/tools/probes.h"
+#include "engine/tools/runner.h"
+#include "engine/tools/temp_names.h"
+#include "engine/tools/tool_paths.h"
 #include "imaging/ie_bitmap.h"
 #include "imaging/ie_io.h"
 #include "platform/fs.h"
@@ -212,6 +216,56 @@ void FinishOriginal(const std::string& source, bool processed, const settings::T
     fs::path folder = fs::path(source).parent_path();
     if (fs::is_empty(folder, ec) && !ec) fs::remove(folder, ec);
   }
+}
+
+bool FinishPdf(const std::string& pdf, const settings::TMainSettings& s,
+               const std::string& temp_folder, const settings::MessageTable& m, std::string& log) {
+  const auto& w = s.pdf_write;
+  if (tools::FindCount(pdf, "/Encrypt", false) > 0) return true;  // finished by its writer
+  std::string switches;
+  if (w.curves_pdf) switches += " -dNoOutputFonts";
+  if (w.image_res_pdf > 0) {
+    const std::string res = std::to_string(w.image_res_pdf);
+    switches += " -dDownsampleColorImages=true -dColorImageResolution=" + res +
+                " -dDownsampleGrayImages=true -dGrayImageResolution=" + res +
+                " -dDownsampleMonoImages=true -dMonoImageResolution=" + res;
+  }
+  const bool pdf_a = w.create_pdf_a && tools::FindCount(pdf, "pdfaid:part", true) <= 0;
+  if (pdf_a) switches += " -dPDFA=2 -dPDFACompatibilityPolicy=1 -sColorConversionStrategy=RGB";
+  if (w.create_linearized_pdf && tools::FindCount(pdf, "/Linearized", false) <= 0)
+    switches += " -dFastWebView=true";
+  if (w.set_user_password || w.set_owner_password) {
+    int permissions = -3904;  // everything refused, then what the user allows
+    if (w.allow_printing) permissions |= 4;
+    if (w.allow_editing) permissions |= 8;
+    if (w.allow_copying) permissions |= 16;
+    const std::string owner = w.set_owner_password ? w.owner_password : w.user_password;
+    switches += " -sOwnerPassword=" + tools::Quoted(owner);
+    if (w.set_user_password) switches += " -sUserPassword=" + tools::Quoted(w.user_password);
+    switches += " -dEncryptionR=3 -dKeyLength=128 -dPermissions=" + std::to_string(permissions);
+  }
+  if (switches.empty()) return true;
+
+  const std::string out = tools::NewTempName(temp_folder) + ".pdf";
+  std::string cmd = tools::Quoted(tools::ToolPath("pdfpsai.bin")) +
+                    " -dNOSAFER -dBATCH -dNOPAUSE -sDEVICE=pdfwrite" + switches +
+                    " -sOutputFile=" + tools::Quoted(out);
+  if (pdf_a) cmd += " " + tools::Quoted(tools::ToolPath("pdfa_def.ps"));
+  cmd += " " + tools::Quoted(pdf);
+  (void)tools::RunAndWait(cmd, tools::kHidden);
+  std::error_code ec;
+  if (!fs::exists(out, ec) || fs::file_size(out, ec) == 0) {
+    fs::remove(out, ec);
+    log += kStepPrefix + m[Msg::kError] +
+           " PDF finishing failed (utl/pdfpsai.bin: Debian ghostscript)";
+    return false;
+  }
+  fs::rename(out, pdf, ec);
+  if (ec) {
+    fs::remove(out, ec);
+    return false;
+  }
+  return true;
 }
 
 }  // namespace pictavo::pipeline

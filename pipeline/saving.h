@@ -53,6 +53,16 @@ void FinishOriginal(const std::string& source, bool processed,
                     const settings::TMainSettings& settings, const settings::MessageTable& messages,
                     std::string& log);
 
+// PDF finishing of a written PDF (a scratch file of the job, changed in place) from the
+// "PDF_write" keys that its writer did not apply: user and owner passwords with the permissions,
+// PDF/A, linearising ("Create_linearized_pdf"), text to curves ("curves_pdf") and image
+// resolution ("image_res_pdf", in dpi, when above 0), in one pass of the interpreter
+// "utl/pdfpsai.bin". A PDF that is already encrypted is left as it is. On failure the file
+// stays unfinished and a line says so. True when nothing was needed or the pass succeeded.
+bool FinishPdf(const std::string& pdf, const settings::TMainSettings& settings,
+               const std::string& temp_folder, const settings::MessageTable& messages,
+               std::string& log);
+
 // "\r\n" + three blanks: how every step line of a file begins.
 inline constexpr char kStepPrefix[] = "\r\n   ";
 

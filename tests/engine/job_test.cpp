@@ -226,6 +226,27 @@ TEST_F(JobTest, DirectRouteAndCheckOnlyJob) {
   ExpectTempEmpty();
 }
 
+TEST_F(JobTest, PdfResultsAreFinishedWithPasswords) {
+  const std::string svg = dir_.file("in/r.svg");
+  fs::create_directories(dir_.file("in"));
+  std::ofstream(svg) << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"10\" height=\"10\">"
+                        "<rect width=\"10\" height=\"10\"/></svg>";
+  MakePicture(dir_.file("in/c.jpg"), 20, 20, 0xFF);
+  RememberSources({svg, dir_.file("in/c.jpg")});
+  settings_.main.dest_ext = "PDF";
+  settings_.pdf_write.set_user_password = true;
+  settings_.pdf_write.user_password = "secret";
+  WriteJob({dir_.file("in")});
+  EXPECT_EQ(Run("12"), 0) << log_;
+  for (const char* name : {"out/c.pdf", "out/r.pdf"}) {
+    const std::string pdf = platform::ReadFileBytes(dir_.file(name)).value_or("");
+    EXPECT_EQ(pdf.substr(0, 5), "%PDF-") << name;
+    EXPECT_NE(pdf.find("/Encrypt"), std::string::npos) << name << " is not encrypted";
+  }
+  ExpectSourcesUnchanged();
+  ExpectTempEmpty();
+}
+
 TEST_F(JobTest, InvalidCodesAreRejected) {
   WriteJob({});
   for (const char* code : {"1", "15", "50"}) {
