@@ -193,7 +193,7 @@ int CmdConvert(const Args& args) {
   for (const std::string& in : inputs) list += in + "\r\n";
   s.main.use_file_list = lst;
   Status written = platform::WriteFileAtomic(lst, list);
-  if (written.ok()) written = s.write_ini_settings(cfg, 0);
+  if (written.ok()) written = s.write_ini_settings(cfg, 1);  // 1: with "Main"/"Language"
   if (written.ok() && !actions.empty()) {
     fs::copy_file(actions, act, fs::copy_options::overwrite_existing, ec);
     if (ec) written = Status::Error("cannot copy " + actions + ": " + ec.message());

@@ -89,7 +89,7 @@ class JobTest : public ::testing::Test {
     std::string list;
     for (const std::string& e : entries) list += e + "\r\n";
     std::ofstream(dir_.file("job.lst"), std::ios::binary) << list;
-    ASSERT_TRUE(settings_.write_ini_settings(dir_.file("job.cfg"), 0).ok());
+    ASSERT_TRUE(settings_.write_ini_settings(dir_.file("job.cfg"), 1).ok());
   }
 
   // Runs the engine to its end; returns its exit status and fills `log_`.
@@ -245,6 +245,27 @@ TEST_F(JobTest, PdfResultsAreFinishedWithPasswords) {
   }
   ExpectSourcesUnchanged();
   ExpectTempEmpty();
+}
+
+TEST_F(JobTest, LanguageFileTranslatesWindowAndMessages) {
+  // Languages/ beside the engine; a name of this test's own so parallel jobs are not affected.
+  const std::string name = "testlang" + std::to_string(getpid());
+  const std::string lng = testing::BuildDir() + "/Languages/" + name + ".lng";
+  fs::create_directories(fs::path(lng).parent_path());
+  std::ofstream(lng) << "[fLog]\nLabel3.Caption=Beginne...\n[fProcess]\nLabel1.Caption=Los...\n"
+                        "Label3.Caption=von\nLabel15.Caption=Fertig\nLabel22.Caption=Datei\n";
+  MakePicture(dir_.file("in/a.jpg"), 8, 8, 0);
+  settings_.main.language = name;
+  WriteJob({dir_.file("in/a.jpg")});
+  const int rc = Run("12");
+  fs::remove(lng);
+  EXPECT_EQ(rc, 0) << log_;
+  ASSERT_GE(lines_.size(), 4u) << log_;
+  EXPECT_EQ(lines_[0], "Beginne...");
+  EXPECT_EQ(lines_[1], "Los...");
+  EXPECT_EQ(lines_[2], "Datei 1 von 1: " + dir_.file("in/a.jpg"));
+  EXPECT_EQ(lines_[3], "   Reading file... Fertig");
+  EXPECT_NE(log_.find("1 von 1 files were successfully processed."), std::string::npos) << log_;
 }
 
 TEST_F(JobTest, InvalidCodesAreRejected) {
