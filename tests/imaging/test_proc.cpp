@@ -1,5 +1,6 @@
 #include <cmath>
 #include <set>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -510,6 +511,41 @@ TEST(Proc, EveryLayoutSurvivesTheMainOperations) {
     ASSERT_TRUE(p.ConvertTo24Bit().ok());
     EXPECT_EQ(b.PixelFormat(), TIEPixelFormat::ie24RGB);
   }
+}
+
+TEST(Proc, TinyAndThinBitmapsSurviveEveryOperation) {
+  const std::pair<int, int> sizes[] = {{1, 1}, {1, 9}, {9, 1}, {2, 3}, {17, 2}};
+  for (TIEPixelFormat f : kAllLayouts)
+    for (auto [w, h] : sizes) {
+      TIEBitmap b = testing::Noise(w, h, static_cast<unsigned>(w * 31 + h));
+      ASSERT_TRUE(b.ConvertTo(f).ok());
+      b.SetAlpha(0, 0, 100);
+      TImageEnProc p(&b);
+      const std::string where =
+          std::string(LayoutName(f)) + " " + std::to_string(w) + "x" + std::to_string(h);
+      EXPECT_TRUE(p.Blur(3).ok()) << where;
+      EXPECT_TRUE(p.UnsharpMask(2, 100, 0).ok()) << where;
+      EXPECT_TRUE(p.ApplyFilterPreset(TIEFilterPreset::fpHighPass).ok()) << where;
+      EXPECT_TRUE(p.RemoveIsolatedPixels().ok()) << where;
+      EXPECT_TRUE(p.AutoSharp().ok()) << where;
+      EXPECT_TRUE(p.Rotate(33).ok()) << where;
+      EXPECT_TRUE(p.Rotate(270).ok()) << where;
+      EXPECT_TRUE(p.Flip(TFlipDirection::fdHorizontal).ok()) << where;
+      EXPECT_TRUE(p.AutoCrop(0).ok()) << where;
+      (void)p.SkewDetection();
+      EXPECT_TRUE(p.WhiteBalance_AutoWhite().ok()) << where;
+      EXPECT_TRUE(p.Resample(1, 1, TResampleFilter::rfLanczos3).ok()) << where;
+      EXPECT_TRUE(p.Resample(5, 7, TResampleFilter::rfBicubic).ok()) << where;
+      EXPECT_TRUE(p.ConvertTo(4, TIEDitherMethod::ieOrdered).ok()) << where;
+      EXPECT_TRUE(p.ConvertToBW_FloydSteinberg().ok()) << where;
+      TImageEnVect v(&b);
+      const TIEVObject o = v.AddNewObject();
+      v.SetObjKind(o, TIEVObjectKind::iekELLIPSE);
+      v.SetObjWidth(o, 3);
+      v.SetObjHeight(o, 1);
+      EXPECT_TRUE(v.DrawObjectsToBitmap().ok()) << where;
+      EXPECT_FALSE(b.IsEmpty()) << where;
+    }
 }
 
 TEST(Proc, WorkersOnSeparateBitmapsGetTheSameResults) {
