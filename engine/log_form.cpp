@@ -5,10 +5,7 @@
 #include "engine/tools/runner.h"
 #include "engine/zub_process.h"
 #include "platform/fs.h"
-#include "platform/text_encoding.h"
-#include "settings/langs.h"
 #include "settings/main_settings.h"
-#include "settings/mem_ini_file.h"
 
 namespace pictavo::engine {
 

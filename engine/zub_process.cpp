@@ -4,9 +4,7 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <memory>
-#include <mutex>
 #include <random>
 #include <thread>
 

@@ -453,6 +453,11 @@ TEST_F(StopTest, KilledEngineLeavesNoHalfWrittenResult) {
 
 class ConvertTest : public JobTest {
  protected:
+  void SetUp() override {
+    JobTest::SetUp();
+    if (!IsSkipped() && !fs::exists(testing::BuildDir() + "/convert_harness"))
+      GTEST_SKIP() << "convert_harness is not built";
+  }
   int Convert(const std::string& words) {
     const std::string out = dir_.file("convert.out");
     const int rc =
