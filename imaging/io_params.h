@@ -42,12 +42,14 @@ enum class TIOFileType {
 
 // JPEG colour spaces, numbered as the program's settings map expects them.
 enum TIOJPEGColorSpace {
-  ioJPEG_UNKNOWN = 0,  // let the encoder choose (YCbCr for colour, grey for grey)
+  // The numbers are the engine's JPEG colour-space codes that the settings map onto
+  // ("JPG"/"Color_space" 0 -> 2 YCbCr, 1 -> 3 CMYK, 2 -> 0 RGB, 3 -> 4 YCbCrK, 4 -> 1 grey).
+  ioJPEG_UNKNOWN = -1,  // let the encoder choose (YCbCr for colour, grey for grey)
+  ioJPEG_RGB = 0,
   ioJPEG_GRAYLEV = 1,
-  ioJPEG_RGB = 2,
-  ioJPEG_YCbCr = 3,
-  ioJPEG_CMYK = 4,
-  ioJPEG_YCbCrK = 5,
+  ioJPEG_YCbCr = 2,
+  ioJPEG_CMYK = 3,
+  ioJPEG_YCbCrK = 4,
 };
 
 enum class TIOTIFFCompression {

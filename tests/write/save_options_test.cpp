@@ -102,13 +102,12 @@ TEST_F(SaveOptions, JpegQualityProgressiveAndColourSpace) {
   const std::string path = Write("jpg");
   EXPECT_GT(fs::file_size(path), low);
   bool progressive = true;
-  // Colour space 0 is the engine's RGB code: components named R, G, B.
-  EXPECT_EQ(JpegComponentIds(testing::ReadBytes(path), progressive), "RGB");
+  // Colour space 0 is the engine's YCbCr code: components numbered 1, 2, 3.
+  EXPECT_EQ(JpegComponentIds(testing::ReadBytes(path), progressive), std::string("\x01\x02\x03"));
   EXPECT_FALSE(progressive);
   job.settings.jpg.progressive = true;
-  job.settings.jpg.color_space = 1;  // YCbCr
-  EXPECT_EQ(JpegComponentIds(testing::ReadBytes(Write("jpeg")), progressive),
-            std::string("\x01\x02\x03"));
+  job.settings.jpg.color_space = 2;  // RGB: components named R, G, B
+  EXPECT_EQ(JpegComponentIds(testing::ReadBytes(Write("jpeg")), progressive), "RGB");
   EXPECT_TRUE(progressive);
   job.settings.jpg.color_space = 4;  // grey
   EXPECT_EQ(JpegComponentIds(testing::ReadBytes(Write("jpg")), progressive).size(), 1u);
