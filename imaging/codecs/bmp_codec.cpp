@@ -44,9 +44,10 @@ bool DecodeRle(ByteReader& r, int w, int h, int bits, std::vector<uint8_t>& out)
         if (bits == 8)
           v = r.u8();
         else {
-          if ((i & 1) == 0)
+          if ((i & 1) == 0) {
+            if (r.left() == 0) return false;  // the high nibble is read without moving on
             v = r.here()[0] >> 4;
-          else
+          } else
             v = r.u8() & 15;
         }
         if (x < w && y < h) out[static_cast<size_t>(y) * w + x] = v;

@@ -303,7 +303,10 @@ pictavo::Status DecodeGIF(const uint8_t* data, size_t size, const DecodeOptions&
   std::vector<uint8_t> pixels;
   GifImageDesc target_desc{};
   std::vector<uint8_t> target_pixels;
-  const ColorMapObject* target_map = nullptr;
+  struct MapFree {
+    void operator()(ColorMapObject* m) const { GifFreeMapObject(m); }
+  };
+  std::unique_ptr<ColorMapObject, MapFree> target_map;
   int frames = 0;
   TGIFFrameInfo pending;
   bool have_target = false;
@@ -370,7 +373,7 @@ pictavo::Status DecodeGIF(const uint8_t* data, size_t size, const DecodeOptions&
       if (index == opt.frame) {
         target_desc = d;
         target_pixels = pixels;
-        target_map = map ? GifMakeMapObject(map->ColorCount, map->Colors) : nullptr;
+        target_map.reset(map ? GifMakeMapObject(map->ColorCount, map->Colors) : nullptr);
         have_target = true;
       }
       std::vector<uint8_t> saved_rgb, saved_alpha;
@@ -397,18 +400,14 @@ pictavo::Status DecodeGIF(const uint8_t* data, size_t size, const DecodeOptions&
   params.HasAlpha = params.GIF_TransparentIndex >= 0;
   if (!decode) return pictavo::Status::OK();
   if (!have_target) return Corrupt("GIF", "frame missing");
-  struct MapFree {
-    const ColorMapObject* m;
-    ~MapFree() { GifFreeMapObject(const_cast<ColorMapObject*>(m)); }
-  } free_map{target_map};
 
   const bool single = frames == 1 && target_desc.Left == 0 && target_desc.Top == 0 &&
                       target_desc.Width == sw && target_desc.Height == sh;
   if (single) {
     if (auto st = bmp->Allocate(sw, sh, TIEPixelFormat::ie8p); !st.ok()) return st;
     bmp->Palette().assign(256, TRGB{});
-    if (target_map)
-      for (int i = 0; i < target_map->ColorCount && i < 256; ++i)
+    if (const ColorMapObject* target = target_map.get())
+      for (int i = 0; i < target->ColorCount && i < 256; ++i)
         bmp->Palette()[i] = TRGB{target_map->Colors[i].Red, target_map->Colors[i].Green,
                                  target_map->Colors[i].Blue};
     for (int y = 0; y < sh; ++y)

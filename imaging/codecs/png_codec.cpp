@@ -132,6 +132,14 @@ pictavo::Status DecodePNG(const uint8_t* data, size_t size, const DecodeOptions&
   if (!info) return pictavo::Status::Error("out of memory");
   // Refuse absurd sizes before libpng allocates anything.
   png_set_user_limits(png, kMaxBitmapSide, kMaxBitmapSide);
+  // Ancillary chunks (profiles, text, EXIF) are read whole: a length field of 2 GiB in a small
+  // file must not become a 2 GiB allocation.
+  // libpng reads eXIf whole whatever its length says; the metadata reader takes EXIF from the
+  // file itself, so libpng skips the chunk.
+  static const png_byte kExif[] = {'e', 'X', 'I', 'f', 0};
+  png_set_keep_unknown_chunks(png, PNG_HANDLE_CHUNK_NEVER, kExif, 1);
+  png_set_chunk_malloc_max(
+      png, std::clamp<png_alloc_size_t>(png_alloc_size_t{size} * 16, 8u << 20, 64u << 20));
   MemSource src{data, size, 0};
   png_set_read_fn(png, &src, ReadFromMemory);
   Header h{};
@@ -179,6 +187,15 @@ pictavo::Status DecodePNG(const uint8_t* data, size_t size, const DecodeOptions&
   if (opt.params_only || !bmp) return pictavo::Status::OK();
 
   if (auto st = CheckDimensions(h.width, h.height, opt.max_pixels); !st.ok()) return st;
+  // Deflate expands at most about 1032 to 1: a header promising more pixel data than the file
+  // could carry is refused before the rows are allocated.
+  const int file_channels = h.color_type == PNG_COLOR_TYPE_RGB_ALPHA    ? 4
+                            : h.color_type == PNG_COLOR_TYPE_RGB        ? 3
+                            : h.color_type == PNG_COLOR_TYPE_GRAY_ALPHA ? 2
+                                                                        : 1;
+  const uint64_t raw_bytes =
+      (uint64_t{h.width} * file_channels * h.bit_depth + 7) / 8 * h.height + h.height;
+  if (raw_bytes > uint64_t{size} * 1040 + 4096) return Corrupt("PNG", "image data cut short");
   if (!SetTransforms(png, info, &h)) return Corrupt("PNG", err.text);
 
   const bool gray1 = h.out_depth == 1;

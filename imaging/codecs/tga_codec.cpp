@@ -72,6 +72,8 @@ pictavo::Status DecodeTGA(const uint8_t* data, size_t size, const DecodeOptions&
   const int pb = (bpp + 7) / 8;
   const size_t total = static_cast<size_t>(w) * h;
   if (!rle && total * pb > r.left()) return Corrupt("TGA", "pixel data cut short");
+  // An RLE packet of 1 + pb bytes gives at most 128 pixels.
+  if (rle && total / 128 > r.left() / (1 + pb) + 1) return Corrupt("TGA", "pixel data cut short");
   std::vector<uint8_t> px(total * pb);
   if (!rle) {
     r.read(px.data(), px.size());

@@ -1,5 +1,6 @@
 // Save/load round trips through every writer and layout, option effects on the written files,
 // and the file-level operations (insert pages and frames, raw, PDF, atomic saves).
+#include <cstring>
 #include <filesystem>
 
 #include <gtest/gtest.h>
@@ -355,6 +356,33 @@ TEST(ImageIoFiles, RawPdfAndSavesThatCannotHappen) {
   for (const auto& e : std::filesystem::directory_iterator(tmp.path()))
     EXPECT_EQ(e.path().filename().string().find(".tmp"), std::string::npos)
         << "scratch left: " << e.path();
+}
+
+TEST(ImageIoFiles, IconWithSeveralSizes) {
+  TIEBitmap wide = Pattern(300, 150, F::ie24RGB);
+  TImageEnIO io(&wide);
+  io.Params().ICO_Sizes = {256, 48, 16};
+  std::vector<uint8_t> ico;
+  ASSERT_TRUE(io.SaveToBuffer(TIOFileType::ioICO, ico).ok());
+  TIEBitmap b;
+  TImageEnIO rio(&b);
+  ASSERT_TRUE(rio.ParamsFromBuffer(ico.data(), ico.size()).ok());
+  EXPECT_EQ(rio.Params().ImageCount, 3);
+  const int sides[] = {256, 48, 16};
+  for (int i = 0; i < 3; ++i) {
+    rio.Params().ImageIndex = i;
+    ASSERT_TRUE(rio.LoadFromBuffer(ico.data(), ico.size()).ok()) << i;
+    EXPECT_EQ(b.Width(), sides[i]);
+    EXPECT_EQ(b.Height(), sides[i]);
+    // The 2:1 picture sits in the middle band; above and below it is transparent.
+    EXPECT_EQ(b.GetAlpha(sides[i] / 2, 0), 0) << i;
+    EXPECT_EQ(b.GetAlpha(sides[i] / 2, sides[i] / 2), 255) << i;
+  }
+  // The 256 image is stored as PNG, the small ones as DIBs.
+  const uint32_t first = ico[18] | ico[19] << 8 | ico[20] << 16 | uint32_t(ico[21]) << 24;
+  EXPECT_EQ(std::memcmp(&ico[first], "\x89PNG", 4), 0);
+  io.Params().ICO_Sizes = {512};
+  EXPECT_FALSE(io.SaveToBuffer(TIOFileType::ioICO, ico).ok());
 }
 
 // A 2 x 1 uncompressed 32-bit TGA with a TGA 2.0 extension area whose attributes type is
