@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "cli/cmd_actions.h"
+#include "cli/cmd_convert.h"
 #include "cli/commands.h"
 
 namespace {
@@ -17,6 +18,8 @@ struct Command {
 };
 
 constexpr Command kCommands[] = {
+    {"convert", pictavo::cli::CmdConvert,
+     "convert files and folders: write the job files and run the engine"},
     {"settings", pictavo::cli::CmdSettings, "show or write a job's settings file (.cfg)"},
     {"name", pictavo::cli::CmdName, "show the result path of each source file"},
     {"pages", pictavo::cli::CmdPages, "show which pages a page list selects"},

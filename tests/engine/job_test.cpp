@@ -455,13 +455,13 @@ class ConvertTest : public JobTest {
  protected:
   void SetUp() override {
     JobTest::SetUp();
-    if (!IsSkipped() && !fs::exists(testing::BuildDir() + "/convert_harness"))
-      GTEST_SKIP() << "convert_harness is not built";
+    if (!IsSkipped() && !fs::exists(testing::BuildDir() + "/pictavo"))
+      GTEST_SKIP() << "build/pictavo is not built";
   }
   int Convert(const std::string& words) {
     const std::string out = dir_.file("convert.out");
     const int rc =
-        tools::RunBatch(tools::Quoted(testing::BuildDir() + "/convert_harness") + " " + words +
+        tools::RunBatch(tools::Quoted(testing::BuildDir() + "/pictavo") + " convert " + words +
                             " --set Main/Temp_folder=" + tools::Quoted(dir_.file("temp")) + " > " +
                             tools::Quoted(out) + " 2>&1",
                         dir_.file("temp"));
