@@ -61,6 +61,15 @@ Status WriteFileAtomic(const std::string& path, std::string_view bytes) {
   return Status::OK();
 }
 
+ExclusiveCreate CreateFileExclusive(const std::string& path) {
+  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (fd >= 0) {
+    ::close(fd);
+    return ExclusiveCreate::kCreated;
+  }
+  return errno == EEXIST ? ExclusiveCreate::kAlreadyExists : ExclusiveCreate::kFailed;
+}
+
 bool FileExists(const std::string& path) {
   struct stat st;
   return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);

@@ -21,6 +21,11 @@ std::optional<std::string> ReadFileBytes(const std::string& path);
 // scratch file over `path`. On any failure the scratch file is removed and `path` is untouched.
 Status WriteFileAtomic(const std::string& path, std::string_view bytes);
 
+// Creates an empty file only when nothing of that name exists yet (atomic, so of several callers
+// racing for one name exactly one gets kCreated). kFailed: the folder is missing or not writable.
+enum class ExclusiveCreate { kCreated, kAlreadyExists, kFailed };
+ExclusiveCreate CreateFileExclusive(const std::string& path);
+
 bool FileExists(const std::string& path);
 bool DirectoryExists(const std::string& path);
 

@@ -1,14 +1,11 @@
 #include "engine/tools/temp_names.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <random>
 
+#include "platform/clock.h"
 #include "platform/fs.h"
 
 namespace pictavo::tools {
@@ -20,8 +17,7 @@ std::string ClockPart() {
   std::time_t t = std::chrono::system_clock::to_time_t(now);
   auto ms =
       std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
-  std::tm local{};
-  ::localtime_r(&t, &local);
+  const std::tm local = platform::LocalTime(t);
   char buf[16];
   std::snprintf(buf, sizeof buf, "%02d%02d%02d%03d", local.tm_hour, local.tm_min, local.tm_sec,
                 static_cast<int>(ms));
@@ -53,12 +49,9 @@ std::string NewTempName(const std::string& temp_folder) {
     // The marker beside the name reserves it; the name itself stays free, so a caller may make a
     // folder of it as well as files with any extension.
     const std::string marker = name + "~";
-    int fd = ::open(marker.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (fd >= 0) {
-      ::close(fd);
+    // Created: reserved. Failed: the folder is missing or not writable, nothing to reserve.
+    if (platform::CreateFileExclusive(marker) != platform::ExclusiveCreate::kAlreadyExists)
       return name;
-    }
-    if (errno != EEXIST) return name;  // folder missing or not writable: nothing to reserve
   }
   return name;
 }

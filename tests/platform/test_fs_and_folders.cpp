@@ -87,6 +87,18 @@ TEST(Fs, TrailingDelimiterAndExistence) {
   EXPECT_TRUE(DirectoryExists(exe));
 }
 
+TEST(Fs, CreateFileExclusiveCreatesOnlyOnce) {
+  testing::TempDir dir;
+  const std::string path = dir.file("marker~");
+  EXPECT_EQ(CreateFileExclusive(path), ExclusiveCreate::kCreated);
+  EXPECT_TRUE(FileExists(path));
+  EXPECT_EQ(fs::file_size(path), 0u);
+  EXPECT_EQ(CreateFileExclusive(path), ExclusiveCreate::kAlreadyExists);
+  fs::create_directory(dir.path() / "sub");
+  EXPECT_EQ(CreateFileExclusive(dir.file("sub")), ExclusiveCreate::kAlreadyExists);
+  EXPECT_EQ(CreateFileExclusive(dir.file("missing/marker~")), ExclusiveCreate::kFailed);
+}
+
 TEST(SpecialFolders, FollowXdgVariablesAndUserDirs) {
   testing::TempDir dir;
   ScopedEnv home("HOME", dir.path().string());
