@@ -1,5 +1,7 @@
 // `pictavo_adapter`: the tool folder names this program under each adapted tool's name; the name
 // it was started by (its path relative to the tool folder) picks the adapter.
+// The adapters are Linux-only by nature (they translate switches to Debian programs), so they call
+// POSIX directly instead of going through platform/.
 #include <unistd.h>
 
 #include <climits>
