@@ -9,7 +9,7 @@ namespace pictavo::engine {
 namespace {
 
 extern "C" void OnInterrupt(int) {
-  // The stop flag is lock-free, so setting it is safe in a signal handler.
+  // The stop flag is lock-free, so this handler may set it safely.
   pictavo::tools::StopFlag().store(true);
   std::signal(SIGINT, SIG_DFL);
 }
