@@ -14,6 +14,7 @@
 #include "pipeline/routing.h"
 #include "platform/fs.h"
 #include "platform/text_encoding.h"
+#include "settings/mem_ini_file.h"
 
 namespace pictavo::engine {
 namespace {
@@ -100,6 +101,22 @@ std::vector<std::string> TZubProcess::BuildFileList(const settings::TMainSetting
   return files;
 }
 
+namespace {
+
+// "Limits"/"Tool_timeout" (seconds, 0 = none) and "Limits"/"Max_megapixels" (0 = the default),
+// before the first tool runs (the archive expansion of the input list is one).
+void SetLimits(const std::string& cfg_file) {
+  settings::MemIniFile ini;
+  (void)ini.Load(cfg_file);
+  tools::JobLimits limits;
+  limits.tool_timeout_s = ini.ReadInteger("Limits", "Tool_timeout", limits.tool_timeout_s);
+  const int megapixels = ini.ReadInteger("Limits", "Max_megapixels", 0);
+  if (megapixels > 0) limits.max_pixels = static_cast<uint64_t>(megapixels) * 1000000u;
+  tools::SetJobLimits(limits);
+}
+
+}  // namespace
+
 void TZubProcess::Execute() {
   using Clock = std::chrono::steady_clock;
   messages_ = settings::MessageTable();  // step 1: English defaults
@@ -129,6 +146,7 @@ void TZubProcess::Execute() {
     return;
   }
   if (!cfg_ok) return;
+  SetLimits(cfg_file);
   if (!(LowerExt(act_file) == ".act" && platform::FileExists(act_file))) act_file.clear();
 
   std::string target = AsciiLower(s.main.dest_ext);

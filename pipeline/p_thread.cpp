@@ -52,6 +52,20 @@ std::string OneDecimal(double seconds) {
   return buf;
 }
 
+// Width x height of a picture the engine decodes itself when it is above the job's cap; the
+// header alone is read, so a few-kilobyte "bomb" never gets its pixels allocated.
+std::string AbovePixelLimit(const std::string& file) {
+  imaging::TIEBitmap probe;
+  imaging::TImageEnIO io(&probe);
+  if (!io.ParamsFromFile(file).ok()) return {};
+  const uint64_t limit = tools::CurrentJobLimits().max_pixels;
+  const uint64_t w = static_cast<uint64_t>(std::max(0, io.Params().Width));
+  const uint64_t h = static_cast<uint64_t>(std::max(0, io.Params().Height));
+  if (w * h <= limit) return {};
+  return std::to_string(w) + " x " + std::to_string(h) + " pixels is above the limit of " +
+         std::to_string(limit / 1000000u) + " megapixels (\"Limits\"/\"Max_megapixels\")";
+}
+
 }  // namespace
 
 TPThread::TPThread(JobContext context) : context_(std::move(context)) {}
@@ -224,6 +238,13 @@ bool TPThread::Read() {
     as_is = sniffed != imaging::TIOFileType::ioUnknown || tag == ";tga;";
   }
   std::string line = kStepPrefix + M(Msg::kReadingFile);
+  if (sniffed != imaging::TIOFileType::ioUnknown) {
+    if (const std::string why = AbovePixelLimit(source_); !why.empty()) {
+      print_log(line + " " + M(Msg::kFail) + kStepPrefix + M(Msg::kError) + " " +
+                M(Msg::kCouldNotRead) + " " + FileName(source_) + ": " + why);
+      return false;
+    }
+  }
   if (as_is) {
     work_file_ = source_;
   } else {
@@ -274,7 +295,8 @@ bool TPThread::Edit() {
   // to a lossy format between the actions and the writer.
   if (work_file_ == source_ || !InList(TypeTag(work_file_), ";tif;tiff;")) {
     const std::string copy = ScratchName(".tif");
-    if (Status st = CopyAsTiff(work_file_, copy); !st.ok()) {
+    const int denom = ShrinkOnLoad(work_file_, context_.act_file);
+    if (Status st = CopyAsTiff(work_file_, copy, denom); !st.ok()) {
       print_log(kStepPrefix + M(Msg::kError) + " " + M(Msg::kCouldNotApplyActions) + " " +
                 FileName(source_));
       return false;

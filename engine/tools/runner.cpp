@@ -22,6 +22,9 @@ constexpr milliseconds kPauseAfterTool(100);
 
 std::atomic<bool> g_stop{false};
 std::atomic<EventPump> g_pump{nullptr};
+// No time-out until the engine sets its limits: `pictavo convert` runs a whole job as one tool.
+std::atomic<int> g_tool_timeout_s{0};
+std::atomic<uint64_t> g_max_pixels{JobLimits{}.max_pixels};
 
 void Pump() {
   if (EventPump pump = g_pump.load()) pump();
@@ -42,6 +45,7 @@ int SpawnAndWait(const BatchCommand& cmd, const std::string& working_folder, int
   spec.stderr_to_stdout = cmd.stderr_to_stdout;
   platform::Process process;
   if (!platform::StartProcess(spec, process).ok()) return kNotStarted;
+  if (timeout_s <= 0) timeout_s = g_tool_timeout_s.load();
 
   const auto deadline = Clock::now() + std::chrono::seconds(timeout_s > 0 ? timeout_s : 0);
   for (;;) {
@@ -72,6 +76,18 @@ int Finish(int result) {
 
 std::atomic<bool>& StopFlag() {
   return g_stop;
+}
+
+void SetJobLimits(const JobLimits& limits) {
+  g_tool_timeout_s.store(limits.tool_timeout_s);
+  g_max_pixels.store(limits.max_pixels);
+}
+
+JobLimits CurrentJobLimits() {
+  JobLimits limits;
+  limits.tool_timeout_s = g_tool_timeout_s.load();
+  limits.max_pixels = g_max_pixels.load();
+  return limits;
 }
 
 void SetEventPump(EventPump pump) {

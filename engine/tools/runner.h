@@ -11,6 +11,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <string>
 
 namespace pictavo::tools {
@@ -29,6 +30,19 @@ void SetEventPump(EventPump pump);
 // 3 high = unchanged, since raising needs privileges). Tools inherit it.
 void SetProcessPriority(int cpu_priority);
 
+// The job's resource limits, set once by the engine from the settings file's "Limits" section
+// before any worker starts (process-wide, like the stop flag; tests may set them too). Until
+// they are set, runs have no time-out (the front end runs a whole job as one tool).
+//   tool_timeout_s: a tool still running after this many seconds is ended with its children
+//                   (every run that names no time-out of its own; 0 or less = none).
+//   max_pixels:     the largest picture, in pixels, that the engine decodes in-process.
+struct JobLimits {
+  int tool_timeout_s = 600;
+  uint64_t max_pixels = uint64_t{1} << 28;  // 268 megapixels: 1 GiB at 32 bits per pixel
+};
+void SetJobLimits(const JobLimits& limits);
+JobLimits CurrentJobLimits();
+
 // Value returned when the program could not be started.
 inline constexpr int kNotStarted = -1;
 // Value returned when the tool was ended by the stop flag or a time-out. Callers must not rely on
@@ -40,12 +54,13 @@ inline constexpr int kTerminated = 4;
 inline constexpr int kHidden = 0;
 inline constexpr int kShowNormal = 1;
 
-// Runs the command line in the process's current folder and waits for it. Returns the tool's
-// exit code (128 + signal when it died of a signal), kNotStarted, or kTerminated on stop.
+// Runs the command line in the process's current folder and waits for it, at most the job's
+// tool time-out. Returns the tool's exit code (128 + signal when it died of a signal),
+// kNotStarted, or kTerminated on stop or time-out.
 int RunAndWait(const std::string& command_line, int show_window);
 
 // As RunAndWait, in `working_folder` (empty = the current folder) and ending the tool when
-// `timeout_s` whole seconds have passed (0 or less = no time-out).
+// `timeout_s` whole seconds have passed (0 or less = the job's tool time-out).
 int RunAndWaitTimeout(const std::string& command_line, int show_window,
                       const std::string& working_folder, int timeout_s);
 
@@ -53,8 +68,8 @@ int RunAndWaitTimeout(const std::string& command_line, int show_window,
 // several commands (line breaks, "&", "&&"). The redirections are done here, without a command
 // interpreter, so file names stay data. Commands run one after the other, each like RunAndWait;
 // returns the last command's result, or kNotStarted when the line cannot be parsed or a
-// redirection file cannot be opened. `temp_folder` is kept for the callers' signature: no script
-// file is needed.
+// redirection file cannot be opened. Each command has the job's tool time-out. `temp_folder` is
+// kept for the callers' signature: no script file is needed.
 int RunBatch(const std::string& command_line, const std::string& temp_folder);
 
 }  // namespace pictavo::tools
