@@ -1,0 +1,488 @@
+// Whole jobs under injected faults. Every case checks the same promises: the job ends with a
+// summary whose count matches the results on disk, every source is byte-identical, no result
+// is half-written under its final name, and no scratch file or "_(extracted)" folder is left.
+//
+// Tool faults run a copy of the engine in a folder of its own whose utl/ links the real tools,
+// except the one under test, which is tests/faults/fault_tool told by PICTAVO_FAULT how to fail.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "engine/tools/command_line.h"
+#include "engine/tools/runner.h"
+#include "engine/tools/tool_paths.h"
+#include "imaging/ie_bitmap.h"
+#include "imaging/ie_io.h"
+#include "platform/fs.h"
+#include "settings/main_settings.h"
+#include "settings/mem_ini_file.h"
+#include "tests/support/test_paths.h"
+
+namespace pictavo {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string BuiltEngine() {
+  return testing::BuildDir() + "/pictavo-engine";
+}
+
+// A copy of the engine with a tool folder of links; `fault_tool` replaces convert.bin, or
+// convert.bin is left out when it is empty. Made once per name and kept in the build folder.
+std::string FakeInstall(const std::string& name, bool with_fault_tool) {
+  const fs::path root = fs::path(testing::BuildDir()) / "tests/faults" / name;
+  const fs::path engine = root / "pictavo-engine";
+  std::error_code ec;
+  fs::create_directories(root / "utl");
+  if (!fs::exists(engine) || fs::last_write_time(engine) < fs::last_write_time(BuiltEngine())) {
+    fs::remove(engine, ec);
+    fs::create_hard_link(BuiltEngine(), engine, ec);  // /proc/self/exe names the link's folder
+    if (ec) fs::copy_file(BuiltEngine(), engine, fs::copy_options::overwrite_existing);
+  }
+  for (const auto& e : fs::directory_iterator(fs::path(testing::BuildDir()) / "utl")) {
+    const fs::path link = root / "utl" / e.path().filename();
+    if (e.path().filename() == "convert.bin" || fs::is_symlink(link) || fs::exists(link)) continue;
+    fs::create_symlink(e.path(), link, ec);
+  }
+  const fs::path tool = root / "utl" / "convert.bin";
+  fs::remove(tool, ec);
+  if (with_fault_tool)
+    fs::create_symlink(fs::path(testing::BuildDir()) / "tests/faults/fault_tool", tool);
+  return engine.string();
+}
+
+void MakePicture(const std::string& path, int width, int height, uint32_t color) {
+  imaging::TIEBitmap bmp;
+  ASSERT_TRUE(bmp.Allocate(width, height, imaging::TIEPixelFormat::ie24RGB).ok());
+  bmp.Fill(color);
+  fs::create_directories(fs::path(path).parent_path());
+  imaging::TImageEnIO io(&bmp);
+  ASSERT_TRUE(io.SaveToFile(path).ok()) << path;
+}
+
+bool Loads(const std::string& path) {
+  imaging::TIEBitmap bmp;
+  imaging::TImageEnIO io(&bmp);
+  return io.LoadFromFile(path).ok() && bmp.Width() > 0;
+}
+
+void AppendChunk(std::string& png, const char* type, const std::string& data) {
+  auto be32 = [&png](uint32_t v) {
+    for (int s = 24; s >= 0; s -= 8) png += static_cast<char>((v >> s) & 0xFF);
+  };
+  be32(static_cast<uint32_t>(data.size()));
+  const std::string body = std::string(type, 4) + data;
+  png += body;
+  be32(static_cast<uint32_t>(
+      crc32(0, reinterpret_cast<const Bytef*>(body.data()), static_cast<uInt>(body.size()))));
+}
+
+// A 1-bit grey PNG of `side` x `side` white pixels: a few dozen kilobytes on disk.
+std::string BombPng(uint32_t side) {
+  std::string png = "\x89PNG\r\n\x1a\n";
+  std::string ihdr;
+  for (uint32_t v : {side, side})
+    for (int s = 24; s >= 0; s -= 8) ihdr += static_cast<char>((v >> s) & 0xFF);
+  ihdr += std::string("\x01\x00\x00\x00\x00", 5);
+  AppendChunk(png, "IHDR", ihdr);
+  const size_t row = 1 + (side + 7) / 8;
+  std::string raw(row * side, '\xFF');
+  for (size_t y = 0; y < side; ++y) raw[y * row] = 0;  // filter byte
+  uLongf size = compressBound(raw.size());
+  std::string packed(size, '\0');
+  compress2(reinterpret_cast<Bytef*>(packed.data()), &size,
+            reinterpret_cast<const Bytef*>(raw.data()), raw.size(), 9);
+  packed.resize(size);
+  AppendChunk(png, "IDAT", packed);
+  AppendChunk(png, "IEND", "");
+  return png;
+}
+
+// A zip archive of stored or deflated entries, names taken as given ("../x", "/abs/y").
+std::string Zip(const std::vector<std::pair<std::string, std::string>>& entries) {
+  std::string zip, central;
+  auto le = [](std::string& s, uint32_t v, int bytes) {
+    for (int i = 0; i < bytes; ++i) s += static_cast<char>((v >> (8 * i)) & 0xFF);
+  };
+  for (const auto& [name, data] : entries) {
+    const uint32_t crc = static_cast<uint32_t>(
+        crc32(0, reinterpret_cast<const Bytef*>(data.data()), static_cast<uInt>(data.size())));
+    // Raw deflate (no zlib header), as zip stores it.
+    z_stream z{};
+    deflateInit2(&z, 9, Z_DEFLATED, -15, 9, Z_DEFAULT_STRATEGY);
+    std::string packed(deflateBound(&z, data.size()), '\0');
+    z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data.data()));
+    z.avail_in = static_cast<uInt>(data.size());
+    z.next_out = reinterpret_cast<Bytef*>(packed.data());
+    z.avail_out = static_cast<uInt>(packed.size());
+    deflate(&z, Z_FINISH);
+    packed.resize(z.total_out);
+    deflateEnd(&z);
+    const uint32_t offset = static_cast<uint32_t>(zip.size());
+    std::string local;
+    le(local, 0x04034b50, 4);
+    le(local, 20, 2), le(local, 0, 2), le(local, 8, 2), le(local, 0, 4);
+    le(local, crc, 4), le(local, static_cast<uint32_t>(packed.size()), 4);
+    le(local, static_cast<uint32_t>(data.size()), 4);
+    le(local, static_cast<uint32_t>(name.size()), 2), le(local, 0, 2);
+    zip += local + name + packed;
+    le(central, 0x02014b50, 4);
+    le(central, 20, 2), le(central, 20, 2), le(central, 0, 2), le(central, 8, 2), le(central, 0, 4);
+    le(central, crc, 4), le(central, static_cast<uint32_t>(packed.size()), 4);
+    le(central, static_cast<uint32_t>(data.size()), 4);
+    le(central, static_cast<uint32_t>(name.size()), 2);
+    le(central, 0, 2), le(central, 0, 2), le(central, 0, 2), le(central, 0, 2), le(central, 0, 4);
+    le(central, offset, 4);
+    central += name;
+  }
+  const uint32_t central_at = static_cast<uint32_t>(zip.size());
+  zip += central;
+  le(zip, 0x06054b50, 4);
+  le(zip, 0, 2), le(zip, 0, 2);
+  le(zip, static_cast<uint32_t>(entries.size()), 2),
+      le(zip, static_cast<uint32_t>(entries.size()), 2);
+  le(zip, static_cast<uint32_t>(central.size()), 4), le(zip, central_at, 4), le(zip, 0, 2);
+  return zip;
+}
+
+std::string RandomBytes(size_t n, unsigned seed) {
+  std::string s(n, '\0');
+  for (char& c : s) c = static_cast<char>((seed = seed * 1103515245u + 12345u) >> 16);
+  return s;
+}
+
+class FaultTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!fs::exists(BuiltEngine())) GTEST_SKIP() << "build/pictavo-engine is not built";
+    setenv("PICTAVO_UI", "console", 1);
+    unsetenv("PICTAVO_WAIT");
+    unsetenv("PICTAVO_FAULT");
+    engine_ = BuiltEngine();
+    settings_.SetDefault();
+    settings_.main.dest_path = dir_.file("out");
+    settings_.main.dest_ext = "PNG";
+    settings_.main.temp_folder = dir_.file("temp");
+    settings_.main.use_file_list = dir_.file("job.lst");
+    settings_.main.file_mask = "*";
+    settings_.main.cpu_priority = 2;
+  }
+  void TearDown() override { unsetenv("PICTAVO_FAULT"); }
+
+  // Writes the job files; `limits` are "Limits" keys added to the settings file.
+  void WriteJob(const std::vector<std::string>& entries,
+                const std::map<std::string, int>& limits = {}) {
+    std::string list;
+    for (const std::string& e : entries) list += e + "\r\n";
+    std::ofstream(dir_.file("job.lst"), std::ios::binary) << list;
+    ASSERT_TRUE(settings_.write_ini_settings(dir_.file("job.cfg"), 1).ok());
+    if (limits.empty()) return;
+    settings::MemIniFile ini;
+    ASSERT_TRUE(ini.Load(dir_.file("job.cfg")).ok());
+    for (const auto& [key, value] : limits) ini.WriteInteger("Limits", key, value);
+    ASSERT_TRUE(ini.Save(dir_.file("job.cfg")).ok());
+  }
+
+  int Run(const std::string& code = "12", const std::string& act = "") {
+    const std::string out = dir_.file("engine.out");
+    const auto start = std::chrono::steady_clock::now();
+    const int rc = tools::RunBatch(
+        tools::Quoted(engine_) + " " + code + " " + tools::Quoted(dir_.file("job.cfg")) +
+            (act.empty() ? "" : " " + tools::Quoted(act)) + " > " + tools::Quoted(out) + " 2>&1",
+        "");
+    seconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    log_ = platform::ReadFileBytes(out).value_or("");
+    ++jobs_run_;
+    return rc;
+  }
+
+  void RememberSources(const std::vector<std::string>& files) {
+    for (const std::string& f : files) sources_[f] = platform::ReadFileBytes(f).value_or("?");
+  }
+
+  // The promises every case keeps. `expected_done` < 0: whatever the results on disk say.
+  // `total` < 0: whatever the summary says; `stopped`: a stopped file has no error line.
+  void ExpectPromisesKept(int total, int expected_done, bool stopped = false) {
+    std::smatch m;
+    ASSERT_TRUE(std::regex_search(log_, m, std::regex(R"((\d+) of (\d+) files were successfully)")))
+        << log_;
+    const int done = std::stoi(m[1]);
+    if (total < 0) total = std::stoi(m[2]);
+    EXPECT_EQ(std::stoi(m[2]), total) << log_;
+    if (expected_done >= 0) EXPECT_EQ(done, expected_done) << log_;
+    // Every result under a final name is whole; scratch names never survive.
+    int results = 0;
+    if (fs::exists(dir_.file("out")))
+      for (const auto& e : fs::recursive_directory_iterator(dir_.file("out"))) {
+        if (!e.is_regular_file()) continue;
+        const std::string name = e.path().filename().string();
+        EXPECT_FALSE(name.rfind(".rcp", 0) == 0 || name.find(".part") != std::string::npos)
+            << "scratch file left: " << e.path();
+        EXPECT_TRUE(Loads(e.path().string())) << "broken result: " << e.path();
+        ++results;
+      }
+    EXPECT_EQ(results, done) << "the summary and the results disagree\n" << log_;
+    if (!stopped) EXPECT_EQ(static_cast<int>(Count(log_, "   Error")), total - done) << log_;
+    for (const auto& [path, bytes] : sources_)
+      EXPECT_EQ(platform::ReadFileBytes(path).value_or("<gone>"), bytes) << path;
+    std::vector<std::string> left;
+    if (fs::exists(dir_.file("temp")))
+      for (const auto& e : fs::directory_iterator(dir_.file("temp")))
+        left.push_back(e.path().filename().string());
+    EXPECT_TRUE(left.empty()) << "left in the temp folder: " << ::testing::PrintToString(left);
+    for (const auto& e : fs::recursive_directory_iterator(dir_.path()))
+      EXPECT_EQ(e.path().filename().string().find("_(extracted)"), std::string::npos) << e.path();
+  }
+
+  static size_t Count(const std::string& text, const std::string& what) {
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+    return n;
+  }
+
+  testing::TempDir dir_;
+  settings::TMainSettings settings_;
+  std::string engine_;
+  std::map<std::string, std::string> sources_;
+  std::string log_;
+  double seconds_ = 0;
+  int jobs_run_ = 0;
+};
+
+// One job per tool fault: an EXR goes to convert.bin, a JPEG next to it is read in-process.
+TEST_F(FaultTest, FailingToolsFailTheirFileAlone) {
+  const std::string exr = dir_.file("in/scene.exr"), jpg = dir_.file("in/photo.jpg");
+  fs::create_directories(dir_.file("in"));
+  std::ofstream(exr, std::ios::binary) << "v/1\x01 not really OpenEXR";
+  MakePicture(jpg, 32, 24, 0x3366CC);
+  RememberSources({exr, jpg});
+  engine_ = FakeInstall("install-fault", true);
+  for (const char* fault : {"exit", "segv", "hang", "empty", "truncated", "garbage", "flood"}) {
+    SCOPED_TRACE(fault);
+    fs::remove_all(dir_.file("out"));
+    setenv("PICTAVO_FAULT", fault, 1);
+    WriteJob({exr, jpg}, {{"Tool_timeout", 2}});
+    EXPECT_EQ(Run(), 1) << log_;
+    ExpectPromisesKept(2, 1);
+    EXPECT_NE(log_.find("Error: Could not read file scene.exr"), std::string::npos) << log_;
+    EXPECT_LT(seconds_, 30.0) << "a tool fault held the job up";
+  }
+  // Missing tool: the same, without the link.
+  engine_ = FakeInstall("install-missing", false);
+  fs::remove_all(dir_.file("out"));
+  WriteJob({exr, jpg});
+  EXPECT_EQ(Run(), 1) << log_;
+  ExpectPromisesKept(2, 1);
+}
+
+TEST_F(FaultTest, StopEndsAHungToolAndTheJob) {
+  const std::string exr = dir_.file("in/scene.exr");
+  fs::create_directories(dir_.file("in"));
+  std::ofstream(exr, std::ios::binary) << "v/1\x01 not really OpenEXR";
+  RememberSources({exr});
+  engine_ = FakeInstall("install-fault", true);
+  setenv("PICTAVO_FAULT", "hang", 1);
+  WriteJob({exr});  // the default time-out (minutes) is not what ends it here
+  const std::string out = dir_.file("engine.out");
+  pid_t pid = fork();
+  if (pid == 0) {
+    const int fd = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    dup2(fd, 1), dup2(fd, 2);
+    execl(engine_.c_str(), engine_.c_str(), "12", dir_.file("job.cfg").c_str(), nullptr);
+    _exit(127);
+  }
+  ASSERT_GT(pid, 0);
+  for (int i = 0; i < 250 && platform::ReadFileBytes(out).value_or("").find("File 1 of 1") ==
+                                 std::string::npos;
+       ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  const auto start = std::chrono::steady_clock::now();
+  kill(pid, SIGINT);
+  int status = 0;
+  waitpid(pid, &status, 0);
+  EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 10.0);
+  log_ = platform::ReadFileBytes(out).value_or("");
+  EXPECT_NE(log_.find("The conversion process was terminated by user."), std::string::npos) << log_;
+  ExpectPromisesKept(1, 0, true);
+}
+
+// Empty, cut and damaged files of every format the engine reads itself, a lying extension, a
+// decompression bomb: each fails alone (or converts), and the count stays truthful.
+TEST_F(FaultTest, BadInputsFailAlone) {
+  std::vector<std::string> files;
+  const std::vector<std::string> exts = {"jpg", "png", "gif",  "bmp", "tif", "tga", "pcx",
+                                         "ico", "psd", "webp", "jp2", "qoi", "ppm"};
+  fs::create_directories(dir_.file("in"));
+  int planted_failures = 0;
+  for (const std::string& ext : exts) {
+    const std::string good = dir_.file("in/good." + ext);
+    imaging::TIEBitmap bmp;
+    ASSERT_TRUE(bmp.Allocate(40, 30, imaging::TIEPixelFormat::ie24RGB).ok());
+    bmp.Fill(0x804020);
+    imaging::TImageEnIO io(&bmp);
+    if (!io.SaveToFile(good).ok()) continue;  // no in-process writer: covered by the others
+    const std::string bytes = platform::ReadFileBytes(good).value_or("");
+    fs::remove(good);
+    std::ofstream(dir_.file("in/empty." + ext), std::ios::binary);
+    std::ofstream(dir_.file("in/cut." + ext), std::ios::binary)
+        << bytes.substr(0, bytes.size() / 3);
+    std::string damaged = bytes;
+    for (size_t i = damaged.size() / 4; i < damaged.size(); i += 7) damaged[i] ^= 0x5A;
+    std::ofstream(dir_.file("in/damaged." + ext), std::ios::binary) << damaged;
+    files.insert(files.end(), {dir_.file("in/empty." + ext), dir_.file("in/cut." + ext),
+                               dir_.file("in/damaged." + ext)});
+    ++planted_failures;  // the empty one fails for sure
+  }
+  MakePicture(dir_.file("in/really-a-png.jpg"), 10, 10, 0);
+  {
+    // MakePicture wrote a JPEG; give it PNG bytes instead, under the .jpg name.
+    MakePicture(dir_.file("in/tmp.png"), 10, 10, 0);
+    fs::rename(dir_.file("in/tmp.png"), dir_.file("in/really-a-png.jpg"));
+  }
+  std::ofstream(dir_.file("in/bomb.png"), std::ios::binary) << BombPng(20000);
+  files.insert(files.end(), {dir_.file("in/really-a-png.jpg"), dir_.file("in/bomb.png")});
+  RememberSources(files);
+  WriteJob(files);
+  EXPECT_EQ(Run(), 1);
+  ExpectPromisesKept(static_cast<int>(files.size()), -1);
+  EXPECT_GE(static_cast<int>(Count(log_, "   Error")), planted_failures + 1);
+  EXPECT_TRUE(Loads(dir_.file("out/really-a-png.png"))) << log_;
+  EXPECT_NE(log_.find("bomb.png: 20000 x 20000 pixels is above the limit of 268 megapixels"),
+            std::string::npos)
+      << log_;
+  EXPECT_FALSE(fs::exists(dir_.file("out/bomb.png")));
+}
+
+TEST_F(FaultTest, HostileFileNamesAreData) {
+  const std::vector<std::string> names = {
+      "with blank.jpg",   "quote\"d.jpg",      "single'q.jpg",         "dollar$HOME.jpg",
+      "back`id`tick.jpg", "semi;colon.jpg",    "pipe|d.jpg",           "amp&er.jpg",
+      "new\nline.jpg",    "-leading-dash.jpg", "bad\xff\xfe-utf8.jpg", "percent%PATH%.jpg",
+      "star*.jpg"};
+  std::vector<std::string> files;
+  for (const std::string& n : names) {
+    files.push_back(dir_.file("in/" + n));
+    MakePicture(files.back(), 12, 10, 0x00FF00);
+  }
+  RememberSources(files);
+  WriteJob({dir_.file("in")});  // a name with a line break cannot stand in a list file
+  EXPECT_EQ(Run(), 0) << log_;
+  ExpectPromisesKept(static_cast<int>(names.size()), static_cast<int>(names.size()));
+  for (const std::string& n : names)
+    EXPECT_TRUE(Loads(dir_.file("out/" + n.substr(0, n.size() - 4) + ".png"))) << n;
+}
+
+TEST_F(FaultTest, HostileArchivesStayInTheirFolder) {
+  MakePicture(dir_.file("src/a.jpg"), 10, 10, 0);
+  const std::string jpg = platform::ReadFileBytes(dir_.file("src/a.jpg")).value_or("");
+  const std::string outside = "/tmp/pictavo-fault-abs-" + std::to_string(getpid()) + ".jpg";
+  fs::create_directories(dir_.file("box"));
+  const std::string zip = dir_.file("box/evil.zip");
+  std::ofstream(zip, std::ios::binary)
+      << Zip({{"ok.jpg", jpg},
+              {"../escaped.jpg", jpg},
+              {"../../escaped2.jpg", jpg},
+              {outside, jpg},
+              {"zeros.jpg", std::string(64u << 20, '\0')}});  // 64 MiB in about 64 KiB
+  RememberSources({zip});
+  settings_.main.file_mask = "jpg";
+  WriteJob({zip});
+  Run();
+  EXPECT_FALSE(fs::exists(dir_.file("box/../escaped.jpg")));
+  EXPECT_FALSE(fs::exists(dir_.file("escaped2.jpg")));
+  EXPECT_FALSE(fs::exists(outside));
+  EXPECT_FALSE(fs::exists(dir_.file("box/escaped.jpg")));
+  fs::remove(outside);
+  EXPECT_TRUE(Loads(dir_.file("out/ok.png"))) << log_;
+  ExpectPromisesKept(-1, -1);
+}
+
+TEST_F(FaultTest, BrokenFoldersEndTheJobCleanly) {
+  const std::string jpg = dir_.file("in/a.jpg");
+  MakePicture(jpg, 8, 8, 0);
+  RememberSources({jpg});
+  // A file where the temp folder should be: the job ends at once, with its reason.
+  std::ofstream(dir_.file("temp-file")) << "x";
+  settings_.main.temp_folder = dir_.file("temp-file");
+  WriteJob({jpg});
+  EXPECT_EQ(Run(), 1);
+  EXPECT_NE(log_.find("Error! Unable to create the temp folder: " + dir_.file("temp-file")),
+            std::string::npos)
+      << log_;
+  EXPECT_EQ(platform::ReadFileBytes(dir_.file("temp-file")).value_or(""), "x");
+  // A destination that cannot be created (under a file): the file fails, the count says so.
+  settings_.main.temp_folder = dir_.file("temp");
+  std::ofstream(dir_.file("blocker")) << "x";
+  settings_.main.dest_path = dir_.file("blocker/out");
+  WriteJob({jpg});
+  EXPECT_EQ(Run(), 1);
+  ExpectPromisesKept(1, 0);
+  // A read-only destination, where permissions hold (not for root).
+  if (geteuid() != 0) {
+    settings_.main.dest_path = dir_.file("out");
+    fs::create_directories(dir_.file("out"));
+    chmod(dir_.file("out").c_str(), 0555);
+    WriteJob({jpg});
+    EXPECT_EQ(Run(), 1);
+    chmod(dir_.file("out").c_str(), 0755);
+    ExpectPromisesKept(1, 0);
+  }
+}
+
+TEST_F(FaultTest, LongListAndRandomJobFiles) {
+  const std::string jpg = dir_.file("in/a.jpg");
+  MakePicture(jpg, 8, 8, 0);
+  RememberSources({jpg});
+  std::vector<std::string> entries = {jpg};
+  for (int i = 0; i < 9999; ++i) entries.push_back(dir_.file("gone/missing" + std::to_string(i)));
+  WriteJob(entries);
+  EXPECT_EQ(Run(), 1);
+  ExpectPromisesKept(10000, 1);
+  EXPECT_LT(seconds_, 40.0);
+
+  // Settings, actions and language files of random bytes: no crash, a summary or a clean stop.
+  engine_ = FakeInstall("install-fault", true);
+  for (unsigned seed = 1; seed <= 3; ++seed) {
+    SCOPED_TRACE(seed);
+    std::ofstream(dir_.file("noise.act"), std::ios::binary) << RandomBytes(4096, seed);
+    WriteJob({jpg});
+    fs::remove_all(dir_.file("out"));
+    const int rc = Run("12", dir_.file("noise.act"));
+    EXPECT_TRUE(rc == 0 || rc == 1) << rc << log_;
+    ExpectPromisesKept(1, -1);
+
+    const std::string lng = fs::path(engine_).parent_path() / "Languages/noise.lng";
+    fs::create_directories(fs::path(lng).parent_path());
+    std::ofstream(lng, std::ios::binary) << RandomBytes(8192, seed + 10);
+    settings_.main.language = "noise";
+    WriteJob({jpg});
+    fs::remove_all(dir_.file("out"));
+    EXPECT_EQ(Run(), 0) << log_;
+    settings_.main.language = "English";
+
+    std::ofstream(dir_.file("job.cfg"), std::ios::binary) << RandomBytes(16384, seed + 20);
+    const int cfg_rc = Run();
+    EXPECT_TRUE(cfg_rc == 0 || cfg_rc == 1) << cfg_rc << log_;
+    for (const auto& [path, bytes] : sources_)
+      EXPECT_EQ(platform::ReadFileBytes(path).value_or("<gone>"), bytes) << path;
+  }
+}
+
+}  // namespace
+}  // namespace pictavo
