@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <optional>
+#include <vector>
 
 #include "engine/tools/temp_names.h"
 #include "imaging/format_sniff.h"
@@ -23,7 +25,80 @@ int PageCount(const std::string& path) {
   return std::max(io.Params().ImageCount, 1);
 }
 
+// Splits "key(p1;p2;...)" into the lower-case key and its integers; false when a parameter is
+// not a plain decimal integer or the line is not of that shape.
+bool ParseAction(std::string line, std::string& key, std::vector<int>& numbers) {
+  const size_t open = line.find('(');
+  if (open == std::string::npos || line.empty() || line.back() != ')') return false;
+  key = platform::AsciiLower(line.substr(0, open));
+  const std::string inner = line.substr(open + 1, line.size() - open - 2);
+  numbers.clear();
+  size_t at = 0;
+  while (at <= inner.size()) {
+    const size_t end = std::min(inner.find(';', at), inner.size());
+    const std::string part = inner.substr(at, end - at);
+    if (part.empty() || part.size() > 6 ||
+        !std::all_of(part.begin(), part.end(), [](char c) { return c >= '0' && c <= '9'; }))
+      return false;
+    numbers.push_back(std::stoi(part));
+    at = end + 1;
+  }
+  return true;
+}
+
 }  // namespace
+
+int ShrinkOnLoad(const std::string& picture, const std::string& act_file) {
+  if (act_file.empty()) return 1;
+  const std::optional<std::string> text = platform::ReadTextFile(act_file);
+  if (!text) return 1;
+  std::vector<std::string> lines;
+  size_t at = 0;
+  while (at < text->size()) {
+    size_t end = text->find('\n', at);
+    if (end == std::string::npos) end = text->size();
+    std::string line = text->substr(at, end - at);
+    at = end + 1;
+    const size_t first = line.find_first_not_of(" \t\r");
+    if (first == std::string::npos) continue;
+    line = line.substr(first, line.find_last_not_of(" \t\r") - first + 1);
+    lines.push_back(line);
+  }
+  std::string key;
+  std::vector<int> n;
+  if (lines.size() != 1 || !ParseAction(lines[0], key, n)) return 1;
+
+  imaging::TIEBitmap bmp;
+  imaging::TImageEnIO io(&bmp);
+  if (!io.ParamsFromFile(picture).ok()) return 1;
+  const imaging::TIOParamsVals& p = io.Params();
+  // Only a single-page JPEG whose rows are not turned by its orientation tag.
+  if (p.FileType != imaging::TIOFileType::ioJPEG || p.ImageCount > 1 || p.EXIF_Orientation > 4)
+    return 1;
+  const double w = p.Width, h = p.Height;
+  if (w <= 0 || h <= 0) return 1;
+
+  double scale = 1;  // target size / source size
+  if (key == "resize2" && (n.size() == 1 || (n.size() >= 2 && (n[1] == 2 || n[1] == 3)))) {
+    if (n[0] <= 0) return 1;
+    scale = n[0] / std::max(w, h);
+  } else if (key == "resize" && n.size() >= 5 && n[2] == 0 && n[3] == 1 &&
+             (n[4] == 2 || n[4] == 3) && (n[0] > 0 || n[1] > 0)) {
+    // In pixels, keeping the aspect: the picture fits inside width x height; a 0 side follows
+    // the other. (A size in percent is of the loaded picture, so it cannot be scaled on load.)
+    const double sx = n[0] / w, sy = n[1] / h;
+    scale = n[0] == 0 ? sy : n[1] == 0 ? sx : std::min(sx, sy);
+    if (n.size() >= 6 && n[5] == 2) return 1;  // only enlarges
+  } else {
+    return 1;
+  }
+  // The resize's own filter finishes from more than the target size, never from less; and
+  // only exact divisors, so that the scaled picture has the source's aspect to the pixel and
+  // the resize computes the same result size.
+  for (int denom : {8, 4, 2})
+    if (scale * denom < 1.0 && p.Width % denom == 0 && p.Height % denom == 0) return denom;
+  return 1;
+}
 
 bool valid_tif(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
@@ -50,14 +125,16 @@ bool IsBlankPage(const imaging::TIEBitmap& page, int accuracy) {
   return share <= (100 - accuracy) / 100.0 * 0.001;
 }
 
-Status CopyAsTiff(const std::string& source, const std::string& tiff) {
+Status CopyAsTiff(const std::string& source, const std::string& tiff, int jpeg_scale_denom) {
   const int pages = PageCount(source);
   for (int i = 0; i < pages; ++i) {
     imaging::TIEBitmap bmp;
     imaging::TImageEnIO io(&bmp);
     io.Params().ImageIndex = i;
+    io.Params().JPEG_ScaleDenom = jpeg_scale_denom;
     if (Status st = io.LoadFromFile(source); !st.ok()) return st;
-    io.Params().TIFF_Compression = imaging::TIOTIFFCompression::ioTIFF_LZW;
+    // A scratch file is read once more right away: writing it fast beats writing it small.
+    io.Params().TIFF_Compression = imaging::TIOTIFFCompression::ioTIFF_UNCOMPRESSED;
     if (Status st = pages == 1 ? io.SaveToFile(tiff) : io.InsertToFileTIFF(tiff); !st.ok())
       return st;
   }
@@ -84,7 +161,7 @@ PageSelection SelectPages(const std::string& picture, const settings::TMainSetti
     io.Params().ImageIndex = i;
     if (!io.LoadFromFile(picture).ok()) continue;
     if (skip_blank && IsBlankPage(bmp, s.skip_blank_settings.skip_blank_accuracy)) continue;
-    io.Params().TIFF_Compression = imaging::TIOTIFFCompression::ioTIFF_LZW;
+    io.Params().TIFF_Compression = imaging::TIOTIFFCompression::ioTIFF_UNCOMPRESSED;
     if (io.InsertToFileTIFF(out).ok()) ++kept;
   }
   if (kept == 0) {

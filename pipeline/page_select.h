@@ -29,8 +29,15 @@ struct PageSelection {
 PageSelection SelectPages(const std::string& picture, const settings::TMainSettings& settings,
                           const std::string& temp_folder);
 
-// Writes every frame of a raster file the engine reads into a (multi-page) TIFF, losslessly.
-Status CopyAsTiff(const std::string& source, const std::string& tiff);
+// Writes every frame of a raster file the engine reads into a (multi-page) TIFF, losslessly
+// and uncompressed (it is a scratch file). A JPEG is decoded at 1/jpeg_scale_denom of its size.
+Status CopyAsTiff(const std::string& source, const std::string& tiff, int jpeg_scale_denom = 1);
+
+// The JPEG scale denominator (1, 2, 4 or 8) at which `picture` may be decoded before the
+// actions of `act_file` run: above 1 only when the file holds a single resize (or resize2)
+// with a smoothing filter that shrinks the picture by that factor or more, so that the
+// resize still finishes from at least its target size. 1 for anything else.
+int ShrinkOnLoad(const std::string& picture, const std::string& act_file);
 
 // The result name of page `page` (0-based) of a multi-page result: a "#" run of the naming
 // template counts the pages; without one (and without a "<page:>" token) "_page_" and the

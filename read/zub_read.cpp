@@ -52,6 +52,8 @@ int EngineFallBack(TZubRead& r, imaging::TIEBitmap& bitmap, imaging::TImageEnIO&
   if (!io.LoadFromFile(r.src_file).ok()) return kNoRoute;
   if (bitmap.Width() <= 0 || bitmap.Height() <= 0) return kNoRoute;
   if (io.Params().ImageCount > 1) return SavePicture(r, r.src_file) == 0 ? 0 : kNoRoute;
+  // The scratch TIFF is read once more right away: written fast rather than small.
+  io.Params().TIFF_Compression = imaging::TIOTIFFCompression::ioTIFF_UNCOMPRESSED;
   if (io.SaveToFile(r.out_file).ok() && FileOk(r.out_file)) return 0;
   return kNoRoute;
 }
