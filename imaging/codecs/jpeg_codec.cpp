@@ -245,6 +245,11 @@ pictavo::Status DecodeJPEG(const uint8_t* data, size_t size, const DecodeOptions
 
   const int w = static_cast<int>(ci.output_width), h = static_cast<int>(ci.output_height);
   if (auto st = CheckDimensions(w, h, opt.max_pixels); !st.ok()) return st;
+  // Huffman coding spends at least one bit on the DC value of every 8 x 8 block of the
+  // full-resolution component: a header promising more blocks than the file has bits is
+  // refused before the picture is allocated.
+  if (!ci.arith_code && uint64_t{ci.image_width} * ci.image_height > uint64_t{size} * 512)
+    return Corrupt("JPEG", "the data ends too early");
   TIEPixelFormat fmt = ci.out_color_space == JCS_GRAYSCALE ? TIEPixelFormat::ie8g
                        : ci.out_color_space == JCS_CMYK    ? TIEPixelFormat::ieCMYK
                                                            : TIEPixelFormat::ie24RGB;

@@ -34,6 +34,9 @@ pictavo::Status DecodePCX(const uint8_t* data, size_t size, const DecodeOptions&
   const size_t line = static_cast<size_t>(bpl) * planes;
   std::vector<uint8_t> buf(line);
   r.seek(128);
+  // A run byte stands for at most 63 bytes of a line.
+  if (uint64_t{line} * H > uint64_t{r.left()} * (rle == 1 ? 63 : 1))
+    return Corrupt("PCX", "pixel data cut short");
   const TIEPixelFormat fmt = planes == 3                  ? TIEPixelFormat::ie24RGB
                              : (bits == 1 && planes == 1) ? TIEPixelFormat::ie1g
                                                           : TIEPixelFormat::ie8p;
