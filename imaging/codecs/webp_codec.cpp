@@ -80,6 +80,44 @@ pictavo::Status DecodeWEBP(const uint8_t* data, size_t size, const DecodeOptions
   return pictavo::Status::OK();
 }
 
+namespace {
+
+// Puts an ICCP chunk into an encoded WebP. A simple file (one VP8 or VP8L chunk) becomes an
+// extended one: a VP8X header announcing the profile comes first, then the profile, then the
+// image; a file that is already extended gets the profile flag and the chunk after its VP8X.
+bool EmbedIcc(std::vector<uint8_t>& webp, const std::vector<uint8_t>& icc, int w, int h,
+              bool alpha) {
+  if (webp.size() < 20 || std::memcmp(webp.data(), "RIFF", 4) != 0 ||
+      std::memcmp(webp.data() + 8, "WEBP", 4) != 0)
+    return false;
+  std::vector<uint8_t> chunk = {'I', 'C', 'C', 'P'};
+  PutLE32(chunk, static_cast<uint32_t>(icc.size()));
+  chunk.insert(chunk.end(), icc.begin(), icc.end());
+  if (icc.size() & 1) chunk.push_back(0);
+  std::vector<uint8_t> out(webp.begin(), webp.begin() + 12);
+  if (std::memcmp(webp.data() + 12, "VP8X", 4) == 0) {
+    if (webp.size() < 30) return false;
+    out.insert(out.end(), webp.begin() + 12, webp.begin() + 30);
+    out[20] |= 0x20;  // ICC profile flag
+    out.insert(out.end(), chunk.begin(), chunk.end());
+    out.insert(out.end(), webp.begin() + 30, webp.end());
+  } else {
+    out.insert(out.end(), {'V', 'P', '8', 'X', 10, 0, 0, 0});
+    out.push_back(static_cast<uint8_t>(0x20 | (alpha ? 0x10 : 0)));
+    out.insert(out.end(), {0, 0, 0});
+    for (int v : {w - 1, h - 1})
+      for (int i = 0; i < 3; ++i) out.push_back(static_cast<uint8_t>((v >> (8 * i)) & 0xFF));
+    out.insert(out.end(), chunk.begin(), chunk.end());
+    out.insert(out.end(), webp.begin() + 12, webp.end());
+  }
+  const uint32_t riff = static_cast<uint32_t>(out.size() - 8);
+  for (int i = 0; i < 4; ++i) out[4 + i] = static_cast<uint8_t>(riff >> (8 * i));
+  webp = std::move(out);
+  return true;
+}
+
+}  // namespace
+
 pictavo::Status EncodeWEBP(const TIEBitmap& bmp, const TIOParamsVals& params,
                            std::vector<uint8_t>& out) {
   const int w = bmp.Width(), h = bmp.Height();
@@ -110,6 +148,8 @@ pictavo::Status EncodeWEBP(const TIEBitmap& bmp, const TIOParamsVals& params,
   if (!n || !enc) return pictavo::Status::Error("WebP encoder failed");
   out.assign(enc, enc + n);
   WebPFree(enc);
+  if (!params.ICC.IsEmpty() && !EmbedIcc(out, params.ICC.Raw(), w, h, alpha))
+    return pictavo::Status::Error("WebP encoder gave an unexpected file");
   return pictavo::Status::OK();
 }
 

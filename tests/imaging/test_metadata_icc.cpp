@@ -133,5 +133,36 @@ TEST(ImageIoIcc, ProfilesAndColourManagement) {
   EXPECT_LT(iotest::Compare(pic, back).mean, 2.0);
 }
 
+TEST(ImageIoIcc, WebPCarriesTheProfile) {
+  testing::TempDir tmp;
+  SetColorManagement(false);
+  const TIEICC srgb = TIEICC::SRGB();
+  for (bool lossless : {false, true})
+    for (bool alpha : {false, true}) {
+      SCOPED_TRACE(std::string(lossless ? "lossless" : "lossy") + (alpha ? " with alpha" : ""));
+      TIEBitmap b = iotest::Pattern(40, 30, TIEPixelFormat::ie24RGB, alpha);
+      TImageEnIO io(&b);
+      io.Params().WEBP_Lossless = lossless;
+      io.Params().ICC = srgb;
+      io.Params().EXIF_HasEXIFData = true;
+      io.Params().EXIF_Make = "Maker";
+      const std::string out = tmp.file("p.webp");
+      ASSERT_TRUE(io.SaveToFile(out).ok());
+      TIEBitmap c;
+      TImageEnIO in(&c);
+      ASSERT_TRUE(in.LoadFromFile(out).ok());
+      EXPECT_EQ(in.Params().ICC, srgb);
+      EXPECT_EQ(in.Params().EXIF_Make, "Maker");
+      EXPECT_EQ(c.HasAlphaChannel(), alpha);
+      // Lossless WebP may drop the colour of fully transparent pixels.
+      EXPECT_LE(iotest::Compare(b, c).mean, lossless && !alpha ? 0.0 : 16.0);
+      if (iotest::HaveProgram("webpinfo")) {
+        const std::string info = iotest::Capture("webpinfo '" + out + "' 2>&1");
+        EXPECT_NE(info.find("Chunk ICCP"), std::string::npos) << info;
+        EXPECT_NE(info.find("No error detected"), std::string::npos) << info;
+      }
+    }
+}
+
 }  // namespace
 }  // namespace pictavo::imaging
