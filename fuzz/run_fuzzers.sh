@@ -9,7 +9,7 @@ build=${1:?fuzz build folder}
 seconds=${2:-60}
 corpus=${3:-$(dirname "$0")/../../shared/corpus}
 shift $(( $# < 3 ? $# : 3 ))
-targets=${*:-"jpeg png tiff gif bmp pcx tga ico pnm qoi psd webp jp2 io"}
+targets=${*:-"jpeg png tiff gif bmp pcx tga ico pnm qoi psd webp jp2 io settings registry language list pages names"}
 
 # Sample files per target, by extension (small ones only: they make quicker seeds).
 exts() {
@@ -17,6 +17,8 @@ exts() {
     jpeg) echo "jpg jpeg" ;; tiff) echo "tif tiff" ;; pnm) echo "pbm pgm ppm pam pnm" ;;
     jp2) echo "jp2 j2k jpc" ;; ico) echo "ico cur" ;;
     io) echo "jpg png tif gif bmp pcx tga ico ppm qoi psd webp jp2" ;;
+    settings) echo "cfg" ;; language) echo "lng" ;; list) echo "lst" ;;
+    registry|pages|names) echo "" ;;
     *) echo "$1" ;;
   esac
 }

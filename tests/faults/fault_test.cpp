@@ -42,22 +42,20 @@ std::string BuiltEngine() {
   return testing::BuildDir() + "/pictavo-engine";
 }
 
-// A copy of the engine with a tool folder of links; `fault_tool` replaces convert.bin, or
-// convert.bin is left out when it is empty. Made once per name and kept in the build folder.
-std::string FakeInstall(const std::string& name, bool with_fault_tool) {
-  const fs::path root = fs::path(testing::BuildDir()) / "tests/faults" / name;
+// A copy (hard link) of the engine in `root` with a tool folder of links to the real tools;
+// convert.bin is the fault tool, or is left out when `with_fault_tool` is false.
+std::string FakeInstall(const fs::path& root, bool with_fault_tool) {
   const fs::path engine = root / "pictavo-engine";
   std::error_code ec;
   fs::create_directories(root / "utl");
-  if (!fs::exists(engine) || fs::last_write_time(engine) < fs::last_write_time(BuiltEngine())) {
-    fs::remove(engine, ec);
+  if (!fs::exists(engine)) {
     fs::create_hard_link(BuiltEngine(), engine, ec);  // /proc/self/exe names the link's folder
-    if (ec) fs::copy_file(BuiltEngine(), engine, fs::copy_options::overwrite_existing);
+    if (ec) fs::copy_file(BuiltEngine(), engine);
   }
   for (const auto& e : fs::directory_iterator(fs::path(testing::BuildDir()) / "utl")) {
     const fs::path link = root / "utl" / e.path().filename();
-    if (e.path().filename() == "convert.bin" || fs::is_symlink(link) || fs::exists(link)) continue;
-    fs::create_symlink(e.path(), link, ec);
+    if (e.path().filename() != "convert.bin" && !fs::is_symlink(link))
+      fs::create_symlink(e.path(), link, ec);
   }
   const fs::path tool = root / "utl" / "convert.bin";
   fs::remove(tool, ec);
@@ -271,7 +269,7 @@ TEST_F(FaultTest, FailingToolsFailTheirFileAlone) {
   std::ofstream(exr, std::ios::binary) << "v/1\x01 not really OpenEXR";
   MakePicture(jpg, 32, 24, 0x3366CC);
   RememberSources({exr, jpg});
-  engine_ = FakeInstall("install-fault", true);
+  engine_ = FakeInstall(dir_.path() / "install-fault", true);
   for (const char* fault : {"exit", "segv", "hang", "empty", "truncated", "garbage", "flood"}) {
     SCOPED_TRACE(fault);
     fs::remove_all(dir_.file("out"));
@@ -283,7 +281,7 @@ TEST_F(FaultTest, FailingToolsFailTheirFileAlone) {
     EXPECT_LT(seconds_, 30.0) << "a tool fault held the job up";
   }
   // Missing tool: the same, without the link.
-  engine_ = FakeInstall("install-missing", false);
+  engine_ = FakeInstall(dir_.path() / "install-missing", false);
   fs::remove_all(dir_.file("out"));
   WriteJob({exr, jpg});
   EXPECT_EQ(Run(), 1) << log_;
@@ -295,7 +293,7 @@ TEST_F(FaultTest, StopEndsAHungToolAndTheJob) {
   fs::create_directories(dir_.file("in"));
   std::ofstream(exr, std::ios::binary) << "v/1\x01 not really OpenEXR";
   RememberSources({exr});
-  engine_ = FakeInstall("install-fault", true);
+  engine_ = FakeInstall(dir_.path() / "install-fault", true);
   setenv("PICTAVO_FAULT", "hang", 1);
   WriteJob({exr});  // the default time-out (minutes) is not what ends it here
   const std::string out = dir_.file("engine.out");
@@ -458,7 +456,7 @@ TEST_F(FaultTest, LongListAndRandomJobFiles) {
   EXPECT_LT(seconds_, 30.0);
 
   // Settings, actions and language files of random bytes: no crash, a summary or a clean stop.
-  engine_ = FakeInstall("install-fault", true);
+  engine_ = FakeInstall(dir_.path() / "install-fault", true);
   for (unsigned seed = 1; seed <= 3; ++seed) {
     SCOPED_TRACE(seed);
     std::ofstream(dir_.file("noise.act"), std::ios::binary) << RandomBytes(4096, seed);
