@@ -19,6 +19,12 @@ namespace {
 namespace fs = std::filesystem;
 
 int PageCount(const std::string& path) {
+  // JPEG and PNG hold one picture: the header is not worth a whole read and metadata parse.
+  std::ifstream in(path, std::ios::binary);
+  uint8_t head[32] = {};
+  in.read(reinterpret_cast<char*>(head), sizeof head);
+  const imaging::TIOFileType type = imaging::SniffFormat(head, static_cast<size_t>(in.gcount()));
+  if (type == imaging::TIOFileType::ioJPEG || type == imaging::TIOFileType::ioPNG) return 1;
   imaging::TIEBitmap bmp;
   imaging::TImageEnIO io(&bmp);
   if (!io.ParamsFromFile(path).ok()) return 1;

@@ -96,7 +96,6 @@ bool PrepareFrame(TZubConvert& self, TImageEnIO& io, const std::string& key, boo
     p.ClearMarkers();
     p.XMP_Info.clear();
   }
-  if (key == ";jpg;" || key == ";jpeg;") (void)p.UpdateEXIFThumbnail(bmp, 160);
 
   const struct {
     bool on;
@@ -115,6 +114,9 @@ bool PrepareFrame(TZubConvert& self, TImageEnIO& io, const std::string& key, boo
     f.field = f.value;
     p.EXIF_HasEXIFData = true;
   }
+  // The thumbnail is written only inside an EXIF block: without one it is not worth a resample.
+  if ((key == ";jpg;" || key == ";jpeg;") && p.EXIF_HasEXIFData)
+    (void)p.UpdateEXIFThumbnail(bmp, 160);
 
   p.JPEG_Quality = std::clamp(s.jpg.quality, 1, 100);
   p.JPEG_ColorSpace = JpegColorSpace(s.jpg.color_space);
