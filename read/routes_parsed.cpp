@@ -1,13 +1,16 @@
 // Formats the reader decodes itself or hands straight to the engine: XIF (a TIFF), PSD layers,
 // headerless raw pixel data laid out by the "Raw_bmp" settings, SGI RGB (through the raster
-// converter) and Tajima DST embroidery, whose stitches are drawn.
+// converter), Tajima DST embroidery, whose stitches are drawn, Roku BIF frame indexes (the JPEG
+// frames they hold) and GIMP patterns (.pat).
 //
-// The remaining routines of this family (BIF, PSP, Webshots, CAR, MIX, PSF, PPP patterns, UPI,
-// VSI and the plain DAT picture) have no decoder here yet: they fail, so the chain goes on to the
-// general raster tool and the engine fall-back. docs/formats.md lists them.
+// The remaining routines of this family (PSP, Webshots, CAR, MIX, PSF, UPI, VSI and the plain
+// DAT picture) have no decoder: no public description of these formats and no Debian program
+// that reads them. They fail, so the chain goes on to the general raster tool and the engine
+// fall-back. docs/formats.md lists them with the reason.
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -23,6 +26,20 @@ namespace {
 using imaging::TIEBitmap;
 using imaging::TIEPixelFormat;
 using imaging::TImageEnIO;
+
+uint32_t Le32(const std::string& b, size_t at) {
+  return static_cast<uint32_t>(static_cast<uint8_t>(b[at])) |
+         static_cast<uint32_t>(static_cast<uint8_t>(b[at + 1])) << 8 |
+         static_cast<uint32_t>(static_cast<uint8_t>(b[at + 2])) << 16 |
+         static_cast<uint32_t>(static_cast<uint8_t>(b[at + 3])) << 24;
+}
+
+uint32_t Be32(const std::string& b, size_t at) {
+  return static_cast<uint32_t>(static_cast<uint8_t>(b[at])) << 24 |
+         static_cast<uint32_t>(static_cast<uint8_t>(b[at + 1])) << 16 |
+         static_cast<uint32_t>(static_cast<uint8_t>(b[at + 2])) << 8 |
+         static_cast<uint32_t>(static_cast<uint8_t>(b[at + 3]));
+}
 
 int RawPixels(TZubRead& r, bool with_header) {
   if (!r.settings) return 1;
@@ -182,10 +199,32 @@ int dst_read(TZubRead& r) {
   return io.SaveToFile(r.out_file).ok() && FileOk(r.out_file) ? 0 : 1;
 }
 
-// No decoder on this platform (see the file comment).
-int bif_read(TZubRead&) {
-  return 1;
+int bif_read(TZubRead& r) {
+  // Roku BIF: an 8-byte signature, version, frame count, a 64-byte header, then an index of
+  // (timestamp, offset) pairs whose last entry (timestamp 0xFFFFFFFF) marks the end of the last
+  // frame. Every frame is a JPEG.
+  static constexpr unsigned char kMagic[8] = {0x89, 'B', 'I', 'F', 0x0D, 0x0A, 0x1A, 0x0A};
+  const auto bytes = platform::ReadFileBytes(r.src_file);
+  if (!bytes || bytes->size() < 72 ||
+      bytes->compare(0, 8, reinterpret_cast<const char*>(kMagic), 8))
+    return 1;
+  const std::string& b = *bytes;
+  const uint32_t count = Le32(b, 12);
+  if (count == 0 || 64 + (static_cast<uint64_t>(count) + 1) * 8 > b.size()) return 1;
+  constexpr uint32_t kMaxFrames = 1000;  // a long film's index; the pages stay manageable
+  std::vector<std::unique_ptr<Scratch>> frames;
+  std::vector<std::string> paths;
+  for (uint32_t i = 0; i < count && i < kMaxFrames; ++i) {
+    const uint32_t start = Le32(b, 64 + i * 8 + 4), end = Le32(b, 64 + (i + 1) * 8 + 4);
+    if (start >= end || end > b.size()) continue;
+    auto frame = std::make_unique<Scratch>(r, ".jpg");
+    if (platform::WriteFileAtomic(frame->path(), b.substr(start, end - start)).ok())
+      paths.push_back(frame->path());
+    frames.push_back(std::move(frame));
+  }
+  return SavePictures(r, paths);
 }
+// No decoder on this platform (see the file comment).
 int psp_read(TZubRead&) {
   return 1;
 }
@@ -201,8 +240,34 @@ int mix_read(TZubRead&) {
 int psf_read(TZubRead&) {
   return 1;
 }
-int new_ppp_read(TZubRead&) {
-  return 1;
+int new_ppp_read(TZubRead& r) {
+  // GIMP pattern: big-endian header size, version 1, width, height, bytes per pixel (1 grey,
+  // 2 grey and alpha, 3 RGB, 4 RGBA), "GPAT", a name filling the rest of the header, then the
+  // pixels row by row.
+  const auto bytes = platform::ReadFileBytes(r.src_file);
+  if (!bytes || bytes->size() < 24 || bytes->compare(20, 4, "GPAT") != 0) return 1;
+  const std::string& b = *bytes;
+  const uint32_t header = Be32(b, 0), width = Be32(b, 8), height = Be32(b, 12), depth = Be32(b, 16);
+  if (Be32(b, 4) != 1 || header < 24 || depth < 1 || depth > 4 || width == 0 || height == 0 ||
+      width > 65535 || height > 65535)
+    return 1;
+  if (header + static_cast<uint64_t>(width) * height * depth > b.size()) return 1;
+  TIEBitmap bmp;
+  if (!bmp.Allocate(static_cast<int>(width), static_cast<int>(height), TIEPixelFormat::ie24RGB)
+           .ok())
+    return 1;
+  const bool alpha = depth == 2 || depth == 4;
+  if (alpha) bmp.AddAlphaChannel();
+  const auto* p = reinterpret_cast<const uint8_t*>(b.data()) + header;
+  for (int y = 0; y < bmp.Height(); ++y)
+    for (int x = 0; x < bmp.Width(); ++x, p += depth) {
+      const imaging::TRGB c =
+          depth >= 3 ? imaging::TRGB{p[0], p[1], p[2]} : imaging::TRGB{p[0], p[0], p[0]};
+      bmp.SetPixels_ie24RGB(x, y, c);
+      if (alpha) bmp.SetAlpha(x, y, p[depth - 1]);
+    }
+  TImageEnIO io(&bmp);
+  return io.SaveToFile(r.out_file).ok() && FileOk(r.out_file) ? 0 : 1;
 }
 int new_upi_read(TZubRead&) {
   return 1;

@@ -1,8 +1,9 @@
 // Vector drawings and documents, rasterised: PDF and the PostScript family by the interpreter of
 // the tool folder; XPS and plain text by converting them to PostScript or PDF first; Windows
-// metafiles by the engine's metafile import; SVG, HP-GL, CGM, CALS and the remaining drawings by
-// the raster converter where it has a reader for them. Resolution: "PDF_EPS_PS"/"Res" for
-// documents, scaled by "Vector"/"Zoom" for drawings.
+// metafiles by the engine's metafile import (libwmf as second try); the CAD, GIS, Gerber, HP-GL,
+// EMF and office families through the programs of routes_drawings.cpp; SVG, CGM, CALS and the
+// remaining drawings by the raster converter where it has a reader for them. Resolution:
+// "PDF_EPS_PS"/"Res" for documents, scaled by "Vector"/"Zoom" for drawings.
 #include <algorithm>
 #include <filesystem>
 #include <string>
@@ -14,6 +15,7 @@
 #include "platform/fs.h"
 #include "read/read_routes.h"
 #include "read/route_support.h"
+#include "read/routes_drawings.h"
 
 namespace pictavo::reader {
 namespace fs = std::filesystem;
@@ -32,8 +34,10 @@ int Resolution(const TZubRead& r, bool drawing) {
   return std::clamp(res, 10, 2400);
 }
 
-// Renders a PDF or PostScript file through the interpreter: every page into one multi-page TIFF,
-// or, with "PDF_EPS_PS"/"Alpha", one transparent PNG per page.
+}  // namespace
+
+// Every page into one multi-page TIFF, or, with "PDF_EPS_PS"/"Alpha", one transparent PNG per
+// page.
 int RenderPostScript(TZubRead& r, const std::string& file, int quality, bool drawing) {
   if (!HasTool(r, "pdfpsai.bin")) return 1;
   (void)quality;  // the interpreter renders losslessly; the quality only matters for JPEG output
@@ -56,6 +60,8 @@ int RenderPostScript(TZubRead& r, const std::string& file, int quality, bool dra
   if (alpha) return SavePictures(r, ListFiles(out.path(), false));
   return SavePicture(r, out.path());
 }
+
+namespace {
 
 int ReadXps(TZubRead& r) {
   if (!HasTool(r, "gxpswin32.exe")) return 1;
@@ -106,6 +112,14 @@ int ReadWithConverter(TZubRead& r) {
   return RunThenSave(r, "convert.bin", cmd, out.path());
 }
 
+// The vector-list families by extension (the route table decides which files come here).
+constexpr std::string_view kGisAndCad =
+    ";tab;e00;bna;geojson;json;gxt;gmt;gtm;gtz;rec;000;ntf;gpx;kml;gml;kmz;fit;shp;mif;dgn;dxf;";
+constexpr std::string_view kGerber =
+    ";gbp;gpb;gko;gm2;gbo;gtp;gml;gm1;gbr;gbx;art;sol;stc;sts;plc;pls;drd;top;bot;smt;smb;sst;"
+    "ssb;tap;gtl;gbl;gts;gbs;gto;drl;gm4;xln;pho;";
+constexpr std::string_view kOffice = ";doc;docx;rtf;pages;cdr;vsd;vss;vdx;vsdm;vsdx;wpg;cgm;";
+
 bool In(std::string_view list, const std::string& ext) {
   return !ext.empty() && list.find(";" + ext.substr(1) + ";") != std::string_view::npos;
 }
@@ -123,9 +137,16 @@ int vec_read(TZubRead& r) {
     return RenderPostScript(r, r.src_file, 100, true);
   if (In(";xps;oxps;", ext)) return ReadXps(r);
   if (In(";txt;prt;001;", ext)) return ReadText(r, ext == ".prt");
-  if (In(";wmf;", ext)) return ReadMetafile(r);
+  if (In(";wmf;", ext)) return ReadMetafile(r) == 0 ? 0 : ReadWmfThroughEps(r);
+  if (In(";wmz;", ext)) return ReadMetafile(r);
+  if (In(";emf;", ext)) return ReadEmf(r);
+  if (In(";plt;hpg;hpgl;hp2;", ext) && ReadHpgl(r) == 0) return 0;
+  // ".gml" is both GML (GIS) and a Gerber mill layer: GDAL first, then gerbv.
+  if (In(kGisAndCad, ext) && ReadGisOrCad(r) == 0) return 0;
+  if (In(kGerber, ext)) return ReadGerber(r);
+  if (In(kOffice, ext) && ReadOffice(r) == 0) return 0;
   if (In(";svg;svgz;cgm;plt;hpg;hpgl;hp2;cal;pct;", ext)) return ReadWithConverter(r);
-  // CAD, GIS, Gerber, office documents, EMF and the rest have no rasteriser in the tool folder.
+  // DWG, DWF(X), NAP, DRW, PCL/PXL/PRN: no program of this platform rasterises them.
   return 1;
 }
 

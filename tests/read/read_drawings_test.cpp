@@ -1,0 +1,163 @@
+// CAD, GIS, Gerber, HP-GL, metafile and office files of the shared corpus read through the vector
+// route and the build's tool folder. A drawing counts as read when the picture holds ink, but not
+// everywhere (a black page is as wrong as a blank one). A test skips, naming the Debian package,
+// when its tool is missing from the tool folder.
+#include <cstdio>
+#include <filesystem>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "imaging/ie_bitmap.h"
+#include "imaging/ie_io.h"
+#include "read/zub_read.h"
+#include "settings/main_settings.h"
+#include "tests/support/test_paths.h"
+
+namespace pictavo::reader {
+namespace {
+namespace fs = std::filesystem;
+using pictavo::testing::TempDir;
+
+#define REQUIRE_TOOL(name, package)                                         \
+  if (!fs::exists(fs::path(pictavo::testing::BuildDir()) / "utl" / (name))) \
+  GTEST_SKIP() << "tool " << (name) << " is missing from the tool folder: install " << (package)
+
+struct Drawing {
+  int status = -1;
+  int width = 0, height = 0;
+  double ink = 0;  // share of dark pixels
+  bool temp_empty = false;
+};
+
+class DrawingRead : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    settings_.SetDefault();
+    settings_.pdf_eps_ps.res = 72;
+    fs::create_directories(dir_.path() / "temp");
+  }
+
+  Drawing Read(const std::string& path) {
+    TZubRead r;
+    r.settings = &settings_;
+    r.temp_folder = (dir_.path() / "temp").string() + "/";
+    r.engine_folder = pictavo::testing::BuildDir();
+    r.src_file = path;
+    r.out_file = dir_.file("out.png");
+    fs::remove(r.out_file);
+    Drawing d;
+    d.status = r.Read();
+    d.temp_empty = fs::is_empty(dir_.path() / "temp");
+    imaging::TIEBitmap bmp;
+    imaging::TImageEnIO io(&bmp);
+    if (!fs::exists(r.out_file) || !io.LoadFromFile(r.out_file).ok()) return d;
+    d.width = bmp.Width();
+    d.height = bmp.Height();
+    long dark = 0;
+    for (int y = 0; y < bmp.Height(); ++y)
+      for (int x = 0; x < bmp.Width(); ++x) {
+        const imaging::TRGB c = bmp.GetPixels(x, y);
+        if (c.r + c.g + c.b < 3 * 128) ++dark;
+      }
+    d.ink = static_cast<double>(dark) / (static_cast<double>(d.width) * d.height);
+    return d;
+  }
+
+  void ExpectDrawn(const std::string& rel) {
+    const std::string path = pictavo::testing::CorpusFile(rel);
+    if (path.empty()) {
+      ADD_FAILURE() << "corpus file " << rel << " is absent";
+      return;
+    }
+    const Drawing d = Read(path);
+    EXPECT_EQ(d.status, 0) << rel;
+    EXPECT_GT(d.width, 16) << rel;
+    EXPECT_GT(d.height, 0) << rel;
+    EXPECT_GT(d.ink, 0.0005) << rel << ": nothing drawn";
+    EXPECT_LT(d.ink, 0.9) << rel << ": page all dark";
+    EXPECT_TRUE(d.temp_empty) << rel << ": scratch files left behind";
+  }
+
+  TempDir dir_;
+  settings::TMainSettings settings_;
+};
+
+TEST_F(DrawingRead, CadAndGisThroughGdal) {
+  REQUIRE_TOOL("ogr/ogr2ogr.exe", "gdal-bin");
+  if (pictavo::testing::CorpusFile("cad/dxf/sample_2018.dxf").empty())
+    GTEST_SKIP() << "shared corpus is absent";
+  for (const char* rel :
+       {"cad/dxf/sample_2018.dxf", "cad/dxf/r14_Leader.dxf", "cad/dxf/2000_entities-2d.dxf",
+        "gis/shapefile/nc/nc.shp", "gis/shapefile/cities/cities.shp", "gis/geojson/trio.geojson",
+        "gis/kml/Testing.kml", "gis/gpx/test.gpx", "gis/e00/co37_d90.e00",
+        "gis/mapinfo/ps_cant_31.MIF", "gis/mapinfo/PacoursIKA2.TAB", "gis/gml/airports.gml"})
+    ExpectDrawn(rel);
+}
+
+TEST_F(DrawingRead, GisDrawingFollowsTheZoomAndTheShapeOfTheData) {
+  REQUIRE_TOOL("ogr/ogr2ogr.exe", "gdal-bin");
+  PICTAVO_REQUIRE_CORPUS(nc, "gis/shapefile/nc/nc.shp");
+  // North Carolina is about 8.9 degrees wide and 2.4 high: a wide picture, 1000 pixels at 100%.
+  Drawing d = Read(nc);
+  ASSERT_EQ(d.status, 0);
+  EXPECT_EQ(d.width, 1000);
+  EXPECT_GT(d.width, 3 * d.height);
+  settings_.vector.zoom = 50;
+  d = Read(nc);
+  ASSERT_EQ(d.status, 0);
+  EXPECT_EQ(d.width, 500);
+}
+
+TEST_F(DrawingRead, JsonThatIsNoMapFailsCleanly) {
+  REQUIRE_TOOL("ogr/ogr2ogr.exe", "gdal-bin");
+  // A ".json" that is no GeoJSON: GDAL reads nothing, the chain ends with the engine, which
+  // cannot read it either.
+  const std::string path = dir_.file("settings.json");
+  {
+    std::FILE* f = std::fopen(path.c_str(), "wb");
+    ASSERT_NE(f, nullptr);
+    std::fputs("{\"name\": \"not a map\", \"list\": [1, 2, 3]}\n", f);
+    std::fclose(f);
+  }
+  const Drawing d = Read(path);
+  EXPECT_NE(d.status, 0);
+  EXPECT_TRUE(d.temp_empty);
+}
+
+TEST_F(DrawingRead, GerberThroughGerbv) {
+  REQUIRE_TOOL("gerbv.bin", "gerbv");
+  if (pictavo::testing::CorpusFile("gerber/clockblock/clockblock-Edge_Cuts.gbr").empty())
+    GTEST_SKIP() << "shared corpus is absent";
+  for (const char* rel : {"gerber/clockblock/clockblock-Edge_Cuts.gbr",
+                          "gerber/eaglecad1/top-cop.gbx", "gerber/protel/SE_SG_IF_V2.GTL",
+                          "gerber/arduino-uno/arduino-uno.sol", "gerber/8bit-mixtape/mixtape.gml"})
+    ExpectDrawn(rel);
+}
+
+TEST_F(DrawingRead, HpglThroughHp2xx) {
+  REQUIRE_TOOL("hp2xx.bin", "hp2xx");
+  REQUIRE_TOOL("pdfpsai.bin", "ghostscript");
+  ExpectDrawn("vector/hpgl/dt.plt");
+  ExpectDrawn("vector/hpgl/pw.hpg");
+}
+
+TEST_F(DrawingRead, Metafiles) {
+  REQUIRE_TOOL("emf2svg.bin", "emf2svg");
+  REQUIRE_TOOL("rsvg-convert.bin", "librsvg2-bin");
+  ExpectDrawn("vector/emf/wrench.emf");
+  ExpectDrawn("vector/emf/drawing.emf");
+  REQUIRE_TOOL("wmf2eps.bin", "libwmf-bin");
+  ExpectDrawn("vector/wmf/santa.wmf");
+  ExpectDrawn("vector/wmf/drawing.wmf");
+}
+
+TEST_F(DrawingRead, OfficeDrawingsThroughLibreOffice) {
+  REQUIRE_TOOL("soffice.bin", "libreoffice-draw-nogui");
+  REQUIRE_TOOL("pdfpsai.bin", "ghostscript");
+  ExpectDrawn("vector/visio/test.vsdx");
+  ExpectDrawn("vector/cdr/test1.cdr");
+}
+
+}  // namespace
+}  // namespace pictavo::reader
