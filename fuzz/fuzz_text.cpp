@@ -3,12 +3,17 @@
 // crash, hang or read out of bounds on any input; what each makes of nonsense is not checked.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <fstream>
 #include <string>
 #include <string_view>
 
+#ifdef PICTAVO_FUZZ_ACTIONS
+#include "edit/action_table.h"
+#include "edit/script_com.h"
+#endif
 #include "platform/registry_store.h"
 #include "platform/text_encoding.h"
 #include "settings/main_settings.h"
@@ -86,6 +91,35 @@ void Names(std::string_view bytes) {
   source.now = 1700000000;
   (void)s.ParseFileMask(base, mask, 7, source);
 }
+
+#ifdef PICTAVO_FUZZ_ACTIONS
+// An actions file: every line parsed, matched against the action table, its parameters read
+// as the routines read them (which throw BadParameter on nonsense).
+void Actions(std::string_view bytes) {
+  namespace editing = pictavo::editing;
+  const std::string text = pictavo::platform::DecodeText(bytes);
+  for (size_t start = 0; start <= text.size();) {
+    size_t end = text.find('\n', start);
+    if (end == std::string::npos) end = text.size();
+    const editing::ParsedLine line =
+        editing::ParseLine(std::string_view(text).substr(start, end - start));
+    if (const editing::ActionRow* row = editing::MatchRow(editing::ActionTable(), line))
+      (void)editing::AcceptsCount(*row, line.com.count);
+    (void)editing::DisplayNameOf(line.key_lower);
+    for (int i = 0; i < std::min(line.com.count, editing::kMaxParams); ++i) {
+      try {
+        (void)editing::StrToIntStrict(line.com.params[i]);
+      } catch (const editing::BadParameter&) {
+      }
+      try {
+        (void)editing::StrToFloatStrict(line.com.params[i]);
+      } catch (const editing::BadParameter&) {
+      }
+    }
+    start = end + 1;
+  }
+}
+#endif
 
 }  // namespace
 
