@@ -134,11 +134,11 @@ int DrawShapes(TZubRead& r, const std::vector<Shape>& shapes) {
   if (min_x > max_x) return 1;  // nothing with coordinates
   const int side = std::clamp(1000 * Zoom(r) / 100, 16, 12000);
   const int margin = side / 50 + 2;
-  const int pen = std::max(1, side / 600);
+  const int pen = std::max(1, side / 500);
   const double span = std::max(max_x - min_x, max_y - min_y);
   const double scale = span > 0 ? (side - 2 * margin) / span : 1.0;
-  const int w = static_cast<int>(std::ceil((max_x - min_x) * scale)) + 2 * margin;
-  const int h = static_cast<int>(std::ceil((max_y - min_y) * scale)) + 2 * margin;
+  const int w = static_cast<int>(std::lround((max_x - min_x) * scale)) + 2 * margin;
+  const int h = static_cast<int>(std::lround((max_y - min_y) * scale)) + 2 * margin;
   imaging::TIEBitmap bmp;
   if (!bmp.Allocate(w, h, imaging::TIEPixelFormat::ie24RGB).ok()) return 1;
   bmp.Fill(0xFFFFFF);

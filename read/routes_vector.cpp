@@ -114,7 +114,8 @@ int ReadWithConverter(TZubRead& r) {
 
 // The vector-list families by extension (the route table decides which files come here).
 constexpr std::string_view kGisAndCad =
-    ";tab;e00;bna;geojson;json;gxt;gmt;gtm;gtz;rec;000;ntf;gpx;kml;gml;kmz;fit;shp;mif;dgn;dxf;";
+    ";tab;e00;bna;geojson;json;gxt;gmt;gtm;gtz;rec;000;ntf;gpx;kml;gml;kmz;fit;shp;mif;dgn;dxf;"
+    "dwg;";
 constexpr std::string_view kGerber =
     ";gbp;gpb;gko;gm2;gbo;gtp;gml;gm1;gbr;gbx;art;sol;stc;sts;plc;pls;drd;top;bot;smt;smb;sst;"
     "ssb;tap;gtl;gbl;gts;gbs;gto;drl;gm4;xln;pho;";
@@ -146,7 +147,8 @@ int vec_read(TZubRead& r) {
   if (In(kGerber, ext)) return ReadGerber(r);
   if (In(kOffice, ext) && ReadOffice(r) == 0) return 0;
   if (In(";svg;svgz;cgm;plt;hpg;hpgl;hp2;cal;pct;", ext)) return ReadWithConverter(r);
-  // DWG, DWF(X), NAP, DRW, PCL/PXL/PRN: no program of this platform rasterises them.
+  // DWF(X), NAP, DRW, PCL/PXL/PRN and DWG other than R2000: no program of this platform
+  // rasterises them.
   return 1;
 }
 

@@ -89,8 +89,9 @@ TEST_F(DrawingRead, CadAndGisThroughGdal) {
     GTEST_SKIP() << "shared corpus is absent";
   for (const char* rel :
        {"cad/dxf/sample_2018.dxf", "cad/dxf/r14_Leader.dxf", "cad/dxf/2000_entities-2d.dxf",
-        "gis/shapefile/nc/nc.shp", "gis/shapefile/cities/cities.shp", "gis/geojson/trio.geojson",
-        "gis/kml/Testing.kml", "gis/gpx/test.gpx", "gis/e00/co37_d90.e00",
+        "cad/dwg/2000_entities-2d.dwg", "gis/shapefile/nc/nc.shp",
+        "gis/shapefile/cities/cities.shp", "gis/geojson/trio.geojson",
+        "gis/geojson/cycle_hire.geojson", "gis/gpx/test.gpx", "gis/e00/co37_d90.e00",
         "gis/mapinfo/ps_cant_31.MIF", "gis/mapinfo/PacoursIKA2.TAB", "gis/gml/airports.gml"})
     ExpectDrawn(rel);
 }
@@ -98,15 +99,30 @@ TEST_F(DrawingRead, CadAndGisThroughGdal) {
 TEST_F(DrawingRead, GisDrawingFollowsTheZoomAndTheShapeOfTheData) {
   REQUIRE_TOOL("ogr/ogr2ogr.exe", "gdal-bin");
   PICTAVO_REQUIRE_CORPUS(nc, "gis/shapefile/nc/nc.shp");
-  // North Carolina is about 8.9 degrees wide and 2.4 high: a wide picture, 1000 pixels at 100%.
+  // North Carolina spans 8.867 by 2.708 degrees (ogrinfo's extent): 1000 pixels wide at 100%,
+  // 956 of them for the map, so 292 high plus the same 2 x 22 pixels of margin.
   Drawing d = Read(nc);
   ASSERT_EQ(d.status, 0);
   EXPECT_EQ(d.width, 1000);
-  EXPECT_GT(d.width, 3 * d.height);
+  EXPECT_NEAR(d.height, 336, 4);
   settings_.vector.zoom = 50;
   d = Read(nc);
   ASSERT_EQ(d.status, 0);
   EXPECT_EQ(d.width, 500);
+}
+
+TEST_F(DrawingRead, BrokenMapsAndLaterDwgVersionsFailCleanly) {
+  REQUIRE_TOOL("ogr/ogr2ogr.exe", "gdal-bin");
+  // A KML with a mismatched tag, a KML whose placemarks have no geometry, and a DWG of a version
+  // GDAL's CAD driver does not read (it reads R2000 only): nothing to draw, and the engine
+  // cannot read them either.
+  for (const char* rel :
+       {"gis/kml/Testing.kml", "gis/kml/several_schema_in_layer.kml", "cad/dwg/2018_circle.dwg"}) {
+    PICTAVO_REQUIRE_CORPUS(path, rel);
+    const Drawing d = Read(path);
+    EXPECT_NE(d.status, 0) << rel;
+    EXPECT_TRUE(d.temp_empty) << rel;
+  }
 }
 
 TEST_F(DrawingRead, JsonThatIsNoMapFailsCleanly) {
