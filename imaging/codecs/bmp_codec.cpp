@@ -129,6 +129,8 @@ pictavo::Status DecodeDib(const uint8_t* data, size_t size, size_t pixel_offset,
   if (comp != 1 && comp != 2) {
     if (pixel_offset > size || stride * static_cast<size_t>(h) > size - pixel_offset)
       return Corrupt("BMP", "pixel data cut short");
+  } else if ((comp == 1 && bits != 8) || (comp == 2 && bits != 4)) {
+    return Corrupt("BMP", "RLE compression does not match the bit depth");
   } else if (static_cast<uint64_t>(w) * static_cast<uint64_t>(h) >
              uint64_t{size} * 256 + (uint64_t{1} << 22)) {
     // A two-byte run covers at most 255 pixels; skips and an early end could leave more
