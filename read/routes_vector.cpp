@@ -167,11 +167,4 @@ int swf_chain(TZubRead& r) {
   return 1;
 }
 
-int stl_read(TZubRead& r) {
-  // Rendering needs the STL-to-scene converter ("stl2pov.bin") and a ray tracer, which the
-  // tool folder of this platform does not have: the row fails as a missing tool does.
-  (void)r;
-  return 1;
-}
-
 }  // namespace pictavo::reader

@@ -26,7 +26,7 @@ using pictavo::testing::TempDir;
 struct Drawing {
   int status = -1;
   int width = 0, height = 0;
-  double ink = 0;  // share of dark pixels
+  double ink = 0;  // share of pixels that are clearly not white
   bool temp_empty = false;
 };
 
@@ -58,7 +58,7 @@ class DrawingRead : public ::testing::Test {
     for (int y = 0; y < bmp.Height(); ++y)
       for (int x = 0; x < bmp.Width(); ++x) {
         const imaging::TRGB c = bmp.GetPixels(x, y);
-        if (c.r + c.g + c.b < 3 * 128) ++dark;
+        if (c.r + c.g + c.b < 3 * 255 - 60) ++dark;
       }
     d.ink = static_cast<double>(dark) / (static_cast<double>(d.width) * d.height);
     return d;
@@ -173,6 +173,25 @@ TEST_F(DrawingRead, OfficeDrawingsThroughLibreOffice) {
   REQUIRE_TOOL("pdfpsai.bin", "ghostscript");
   ExpectDrawn("vector/visio/test.vsdx");
   ExpectDrawn("vector/cdr/test1.cdr");
+}
+
+TEST_F(DrawingRead, ModelsRenderedByPovRay) {
+  REQUIRE_TOOL("assimp64/assimp.exe", "assimp-utils");
+  REQUIRE_TOOL("povray.bin", "povray");
+  // ASCII and binary STL (one named with a blank), OBJ, PLY, 3DS, glTF binary.
+  for (const char* rel : {"3d/stl/Cube 10x10.stl", "3d/stl/Spider_binary.stl", "3d/obj/box.obj",
+                          "3d/ply/cube_binary.ply", "3d/3ds/test1.3ds", "3d/gltf/Box.glb"}) {
+    ExpectDrawn(rel);
+  }
+  PICTAVO_REQUIRE_CORPUS(cube, "3d/stl/Cube 10x10.stl");
+  settings_.stl_read.milti_frames = true;
+  settings_.stl_read.frames = 3;
+  settings_.vector.zoom = 25;
+  const Drawing d = Read(cube);  // a PNG keeps the first frame
+  EXPECT_EQ(d.status, 0);
+  EXPECT_EQ(d.width, 200);
+  EXPECT_EQ(d.height, 150);
+  EXPECT_TRUE(d.temp_empty);
 }
 
 }  // namespace
