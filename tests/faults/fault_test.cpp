@@ -390,7 +390,9 @@ TEST_F(FaultTest, HostileFileNamesAreData) {
 TEST_F(FaultTest, HostileArchivesStayInTheirFolder) {
   MakePicture(dir_.file("src/a.jpg"), 10, 10, 0);
   const std::string jpg = platform::ReadFileBytes(dir_.file("src/a.jpg")).value_or("");
-  const std::string outside = "/tmp/pictavo-fault-abs-" + std::to_string(getpid()) + ".jpg";
+  const std::string outside =
+      (fs::temp_directory_path() / ("pictavo-fault-abs-" + std::to_string(getpid()) + ".jpg"))
+          .string();
   fs::create_directories(dir_.file("box"));
   const std::string zip = dir_.file("box/evil.zip");
   std::ofstream(zip, std::ios::binary)
