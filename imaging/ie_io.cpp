@@ -136,9 +136,13 @@ std::string FindProgram(const char* name) {
   return std::string();
 }
 
+// Not flushed to disk: the rename alone keeps a half-written picture from appearing under the
+// name, and the job pipeline saves into its scratch folder, placing results itself; a flush per
+// picture costs more than encoding a small one.
 pictavo::Status WriteAtomically(const std::string& path, const std::vector<uint8_t>& bytes) {
   return platform::WriteFileAtomic(
-      path, std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+      path, std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()),
+      /*flush_to_disk=*/false);
 }
 
 }  // namespace

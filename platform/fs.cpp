@@ -28,7 +28,7 @@ std::optional<std::string> ReadFileBytes(const std::string& path) {
   return std::move(buf).str();
 }
 
-Status WriteFileAtomic(const std::string& path, std::string_view bytes) {
+Status WriteFileAtomic(const std::string& path, std::string_view bytes, bool flush_to_disk) {
   static std::atomic<unsigned> sequence{0};
   std::string scratch = path + ".rcp" + std::to_string(getpid()) + "_" +
                         std::to_string(sequence.fetch_add(1)) + ".part";
@@ -48,7 +48,7 @@ Status WriteFileAtomic(const std::string& path, std::string_view bytes) {
     p += n;
     left -= static_cast<size_t>(n);
   }
-  if (::fsync(fd) != 0 || ::close(fd) != 0) {
+  if ((flush_to_disk && ::fsync(fd) != 0) || ::close(fd) != 0) {
     int err = errno;
     ::unlink(scratch.c_str());
     return Status::Error("cannot flush " + scratch + ": " + std::strerror(err));

@@ -19,7 +19,9 @@ std::optional<std::string> ReadFileBytes(const std::string& path);
 
 // Writes bytes under a scratch name in the same folder, flushes them, then renames the
 // scratch file over `path`. On any failure the scratch file is removed and `path` is untouched.
-Status WriteFileAtomic(const std::string& path, std::string_view bytes);
+// `flush_to_disk` false leaves out the fsync: for files that are themselves scratch files of a
+// later step, where a power loss loses the job anyway and the flush costs milliseconds a file.
+Status WriteFileAtomic(const std::string& path, std::string_view bytes, bool flush_to_disk = true);
 
 // Creates an empty file only when nothing of that name exists yet (atomic, so of several callers
 // racing for one name exactly one gets kCreated). kFailed: the folder is missing or not writable.
