@@ -90,6 +90,7 @@ int main(int argc, char** argv) {
   io.Params().TIFF_Compression = TIOTIFFCompression::ioTIFF_LZW;
   io.Params().JPEG_Quality = 85;
   io.Params().JPEG_OptimalHuffman = true;
+  io.Params().JPEG_Progressive = false;  // a load keeps the photo's own mode; cjpeg writes baseline
   if (!io.SaveToFile(path("src.ppm")).ok() || !io.SaveToFile(path("src.png")).ok() ||
       !io.SaveToFile(path("src.tif")).ok()) {
     std::fprintf(stderr, "cannot write the scratch files into %s\n", dir.c_str());
