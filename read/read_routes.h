@@ -90,6 +90,7 @@ int adobe_read(TZubRead& r);  // quality 100
 int vec_read(TZubRead& r);
 int uniconvertor_read(TZubRead& r);
 int swf_chain(TZubRead& r);  // swf_read as set, swf_read extracting, png_swf_extract_from_zip
+// routes_models.cpp
 int stl_read(TZubRead& r);
 // routes_parsed.cpp: formats the engine reads itself
 int bif_read(TZubRead& r);
