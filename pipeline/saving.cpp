@@ -1,6 +1,7 @@
 #include "pipeline/saving.h"
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <random>
 #include <system_error>
@@ -30,6 +31,41 @@ std::string ScratchBeside(const fs::path& dest) {
   thread_local std::mt19937_64 gen(std::random_device{}());
   // Hidden and with the scratch prefix, so a file left by a killed engine is recognisable.
   return (dest.parent_path() / (".rcp" + std::to_string(gen() % 1000000000ULL) + ".part")).string();
+}
+
+// Formats stored as several files: the sidecars share the main file's name and must follow it,
+// or the result cannot be opened.
+struct SidecarSet {
+  std::string_view main_ext;
+  std::array<std::string_view, 7> sidecars;
+};
+constexpr SidecarSet kSidecars[] = {
+    {".shp", {".shx", ".dbf", ".prj", ".cpg", ".qix", ".sbn", ".sbx"}},
+    {".tab", {".dat", ".map", ".id", ".ind", "", ""}},
+    {".mif", {".mid", "", "", "", "", "", ""}},
+};
+
+// Places the sidecars of `written` beside `target` under the target's name. Sidecars are
+// matched without regard to case, as the tools that write them differ.
+void PlaceSidecars(const std::string& written, const std::string& target, std::string& log) {
+  const fs::path from(written), to(target);
+  const std::string ext = platform::AsciiLower(from.extension().string());
+  for (const SidecarSet& set : kSidecars) {
+    if (ext != set.main_ext) continue;
+    for (std::string_view side : set.sidecars) {
+      if (side.empty()) continue;
+      for (const std::string& spelled : {std::string(side), platform::AsciiUpper(side)}) {
+        fs::path sidecar = from;
+        sidecar.replace_extension(spelled);
+        if (!platform::FileExists(sidecar.string())) continue;
+        fs::path dest = to;
+        dest.replace_extension(side);
+        if (Status st = PlaceFile(sidecar.string(), dest.string(), true); !st.ok())
+          log += " (" + st.message() + ")";
+        break;
+      }
+    }
+  }
 }
 
 }  // namespace
@@ -105,6 +141,7 @@ SaveResult SaveWritten(const std::string& written, const std::string& dest,
     log += kStepPrefix + m[Msg::kError] + " " + st.message();
     return r;
   }
+  PlaceSidecars(written, target, log);
   if (s.save.same_date != 0) {
     auto t = fs::last_write_time(source, ec);
     if (!ec) fs::last_write_time(target, t, ec);

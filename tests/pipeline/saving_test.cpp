@@ -56,6 +56,22 @@ TEST_F(SavingTest, PlaceFileCreatesFolderAndLeavesNoScratch) {
   EXPECT_EQ(HiddenFiles(dir_.file("out/deep")), 0);
 }
 
+TEST_F(SavingTest, ShapefileSidecarsFollowTheirMainFile) {
+  const std::string written = Write("tmp/rcp7.shp", "shapes");
+  Write("tmp/rcp7.dbf", "attributes");
+  Write("tmp/rcp7.SHX", "index");  // some writers spell sidecars in capitals
+  Write("tmp/rcp8.prj", "another result's projection");
+  const std::string source = Write("in/roads.dxf", "drawing");
+  SaveResult r =
+      SaveWritten(written, dir_.file("out/roads.shp"), source, 0, settings_, messages_, log_);
+  ASSERT_TRUE(r.ok) << log_;
+  EXPECT_EQ(Slurp(dir_.file("out/roads.shp")), "shapes");
+  EXPECT_EQ(Slurp(dir_.file("out/roads.dbf")), "attributes");
+  EXPECT_EQ(Slurp(dir_.file("out/roads.shx")), "index");
+  EXPECT_FALSE(fs::exists(dir_.file("out/roads.prj")));
+  EXPECT_EQ(HiddenFiles(dir_.file("out")), 0);
+}
+
 TEST_F(SavingTest, OverwritePolicies) {
   const std::string source = Write("in/a.jpg", "source");
   const std::string written = Write("tmp/rcp.png", "new result");
