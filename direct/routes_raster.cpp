@@ -12,10 +12,10 @@ using tools::Quoted;
 
 namespace {
 
-int32_t Magick(TZubDirect& self, const std::string& src_spec, Path dest,
+int32_t Magick(TZubDirect& self, const std::string& src_arg, Path dest,
                const std::string& options = std::string()) {
   self.HasTool("convert.bin");
-  return RunFor(Quoted(self.Tool("convert.bin")) + " " + Quoted(src_spec) + options + " " +
+  return RunFor(Quoted(self.Tool("convert.bin")) + " " + Quoted(src_arg) + options + " " +
                     Quoted(dest),
                 dest)
              ? 0

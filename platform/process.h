@@ -22,7 +22,7 @@
 
 namespace pictavo::platform {
 
-struct ProcessSpec {
+struct LaunchOptions {
   // argv[0] is the program: a path when it holds a delimiter, else looked up on the search path.
   std::vector<std::string> argv;
   std::string working_folder;  // empty = this process's current folder
@@ -48,7 +48,7 @@ class Process {
   bool running() const;
 
  private:
-  friend Status StartProcess(const ProcessSpec& spec, Process& process);
+  friend Status StartProcess(const LaunchOptions& launch, Process& process);
   friend std::optional<int> WaitProcess(Process& process, int max_wait_ms);
   friend void KillProcessGroup(Process& process);
 
@@ -59,7 +59,7 @@ class Process {
 // left not running) when argv is empty, a redirection
 // file cannot be opened, or the program cannot be started (missing, not executable, bad working
 // folder). The program inherits this process's environment and priority.
-[[nodiscard]] Status StartProcess(const ProcessSpec& spec, Process& process);
+[[nodiscard]] Status StartProcess(const LaunchOptions& launch, Process& process);
 
 // Waits at most `max_wait_ms` (0 = just look) for the program to end. Returns its exit code, or
 // 128 + the signal number when a signal ended it; nullopt while it still runs. A Process that is

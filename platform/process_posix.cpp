@@ -76,32 +76,32 @@ bool Process::running() const {
   return state_ && state_->running;
 }
 
-Status StartProcess(const ProcessSpec& spec, Process& process) {
+Status StartProcess(const LaunchOptions& launch, Process& process) {
   process.state_.reset();
-  if (spec.argv.empty() || spec.argv[0].empty()) return Status::Error("no program to start");
+  if (launch.argv.empty() || launch.argv[0].empty()) return Status::Error("no program to start");
 
-  Fd in(OpenForChild(spec.stdin_path, O_RDONLY));
+  Fd in(OpenForChild(launch.stdin_path, O_RDONLY));
   if (in.fd < 0)
-    return Status::Error("cannot open " + spec.stdin_path + ": " + std::strerror(errno));
-  Fd out(OpenForChild(spec.stdout_path,
-                      O_WRONLY | O_CREAT | (spec.stdout_append ? O_APPEND : O_TRUNC)));
+    return Status::Error("cannot open " + launch.stdin_path + ": " + std::strerror(errno));
+  Fd out(OpenForChild(launch.stdout_path,
+                      O_WRONLY | O_CREAT | (launch.stdout_append ? O_APPEND : O_TRUNC)));
   if (out.fd < 0)
-    return Status::Error("cannot open " + spec.stdout_path + ": " + std::strerror(errno));
+    return Status::Error("cannot open " + launch.stdout_path + ": " + std::strerror(errno));
   Fd err;
-  if (!spec.stderr_to_stdout) {
-    err.fd = OpenForChild(spec.stderr_path, O_WRONLY | O_CREAT | O_TRUNC);
+  if (!launch.stderr_to_stdout) {
+    err.fd = OpenForChild(launch.stderr_path, O_WRONLY | O_CREAT | O_TRUNC);
     if (err.fd < 0)
-      return Status::Error("cannot open " + spec.stderr_path + ": " + std::strerror(errno));
+      return Status::Error("cannot open " + launch.stderr_path + ": " + std::strerror(errno));
   }
 
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, in.fd, 0);
   posix_spawn_file_actions_adddup2(&actions, out.fd, 1);
-  posix_spawn_file_actions_adddup2(&actions, spec.stderr_to_stdout ? out.fd : err.fd, 2);
+  posix_spawn_file_actions_adddup2(&actions, launch.stderr_to_stdout ? out.fd : err.fd, 2);
   posix_spawn_file_actions_addclosefrom_np(&actions, 3);
-  if (!spec.working_folder.empty())
-    posix_spawn_file_actions_addchdir_np(&actions, spec.working_folder.c_str());
+  if (!launch.working_folder.empty())
+    posix_spawn_file_actions_addchdir_np(&actions, launch.working_folder.c_str());
 
   // The program starts with no signal blocked and the usual signals at their defaults, whatever
   // the engine itself does with them.
@@ -118,16 +118,16 @@ Status StartProcess(const ProcessSpec& spec, Process& process) {
                            POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
 
   std::vector<char*> argv;
-  for (const std::string& a : spec.argv) argv.push_back(const_cast<char*>(a.c_str()));
+  for (const std::string& a : launch.argv) argv.push_back(const_cast<char*>(a.c_str()));
   argv.push_back(nullptr);
 
-  const bool has_path = spec.argv[0].find('/') != std::string::npos;
+  const bool has_path = launch.argv[0].find('/') != std::string::npos;
   pid_t pid = 0;
   int rc = has_path ? ::posix_spawn(&pid, argv[0], &actions, &attr, argv.data(), environ)
                     : ::posix_spawnp(&pid, argv[0], &actions, &attr, argv.data(), environ);
   posix_spawnattr_destroy(&attr);
   posix_spawn_file_actions_destroy(&actions);
-  if (rc != 0) return Status::Error("cannot start " + spec.argv[0] + ": " + std::strerror(rc));
+  if (rc != 0) return Status::Error("cannot start " + launch.argv[0] + ": " + std::strerror(rc));
 
   auto state = std::make_unique<ProcessState>();
   state->pid = pid;

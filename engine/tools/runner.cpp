@@ -35,16 +35,16 @@ int SpawnAndWait(const BatchCommand& cmd, const std::string& working_folder, int
   if (cmd.argv.empty() || cmd.argv[0].empty()) return kNotStarted;
   if (g_stop.load()) return kTerminated;  // a stopped job starts no further tools
 
-  platform::ProcessSpec spec;
-  spec.argv = cmd.argv;
-  spec.working_folder = working_folder;
-  spec.stdin_path = cmd.stdin_path;
-  spec.stdout_path = cmd.stdout_path;
-  spec.stdout_append = cmd.stdout_append;
-  spec.stderr_path = cmd.stderr_path;
-  spec.stderr_to_stdout = cmd.stderr_to_stdout;
+  platform::LaunchOptions launch;
+  launch.argv = cmd.argv;
+  launch.working_folder = working_folder;
+  launch.stdin_path = cmd.stdin_path;
+  launch.stdout_path = cmd.stdout_path;
+  launch.stdout_append = cmd.stdout_append;
+  launch.stderr_path = cmd.stderr_path;
+  launch.stderr_to_stdout = cmd.stderr_to_stdout;
   platform::Process process;
-  if (!platform::StartProcess(spec, process).ok()) return kNotStarted;
+  if (!platform::StartProcess(launch, process).ok()) return kNotStarted;
   if (timeout_s <= 0) timeout_s = g_tool_timeout_s.load();
 
   const auto deadline = Clock::now() + std::chrono::seconds(timeout_s > 0 ? timeout_s : 0);

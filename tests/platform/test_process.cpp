@@ -10,47 +10,27 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/process_watch.h"
 #include "tests/support/test_paths.h"
 
 namespace pictavo::platform {
 namespace {
 
+using pictavo::testing::EndsSoon;
+using pictavo::testing::ReadText;
 using pictavo::testing::TempDir;
 
-ProcessSpec Shell(const std::string& script) {
-  ProcessSpec spec;
-  spec.argv = {"/bin/sh", "-c", script};
-  return spec;
+LaunchOptions Shell(const std::string& script) {
+  LaunchOptions launch;
+  launch.argv = {"/bin/sh", "-c", script};
+  return launch;
 }
 
-std::optional<int> RunToEnd(const ProcessSpec& spec) {
+std::optional<int> RunToEnd(const LaunchOptions& launch) {
   Process p;
-  Status s = StartProcess(spec, p);
+  Status s = StartProcess(launch, p);
   EXPECT_TRUE(s.ok()) << s.message();
   return WaitProcess(p, 10000);
-}
-
-std::string ReadText(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-// A process that has ended is gone or, until its new parent reaps it, a zombie.
-bool ProcessEnded(pid_t pid) {
-  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-  std::string line;
-  if (!std::getline(stat, line)) return true;
-  size_t paren = line.rfind(')');
-  return paren != std::string::npos && paren + 2 < line.size() &&
-         (line[paren + 2] == 'Z' || line[paren + 2] == 'X');
-}
-
-bool EndsSoon(pid_t pid) {
-  for (int i = 0; i < 100 && !ProcessEnded(pid); ++i)
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  return ProcessEnded(pid);
 }
 
 // Waits until the program has written its pids to `path`.
@@ -69,9 +49,9 @@ TEST(Process, ExitCodesAndSignals) {
   EXPECT_EQ(RunToEnd(Shell("kill -9 $$")), 128 + 9);
 
   // A bare name is looked up on the search path.
-  ProcessSpec spec;
-  spec.argv = {"true"};
-  EXPECT_EQ(RunToEnd(spec), 0);
+  LaunchOptions launch;
+  launch.argv = {"true"};
+  EXPECT_EQ(RunToEnd(launch), 0);
 
   Process p;
   ASSERT_TRUE(StartProcess(Shell("exit 3"), p).ok());
@@ -83,30 +63,30 @@ TEST(Process, ExitCodesAndSignals) {
 
 TEST(Process, ProgramsThatCannotStart) {
   TempDir dir;
-  auto fails = [](const ProcessSpec& spec) {
+  auto fails = [](const LaunchOptions& launch) {
     Process p;
-    Status s = StartProcess(spec, p);
+    Status s = StartProcess(launch, p);
     return !s.ok() && !s.message().empty() && !p.running();
   };
-  EXPECT_TRUE(fails(ProcessSpec{}));
-  ProcessSpec spec;
-  spec.argv = {dir.file("no-such-program")};
-  EXPECT_TRUE(fails(spec));
-  spec.argv = {"pictavo-no-such-program-on-the-path"};
-  EXPECT_TRUE(fails(spec));
+  EXPECT_TRUE(fails(LaunchOptions{}));
+  LaunchOptions launch;
+  launch.argv = {dir.file("no-such-program")};
+  EXPECT_TRUE(fails(launch));
+  launch.argv = {"pictavo-no-such-program-on-the-path"};
+  EXPECT_TRUE(fails(launch));
   std::ofstream(dir.file("not-executable")) << "data";
-  spec.argv = {dir.file("not-executable")};
-  EXPECT_TRUE(fails(spec));
+  launch.argv = {dir.file("not-executable")};
+  EXPECT_TRUE(fails(launch));
 
-  spec = Shell("exit 0");
-  spec.working_folder = dir.file("missing-folder");
-  EXPECT_TRUE(fails(spec));
-  spec = Shell("exit 0");
-  spec.stdin_path = dir.file("missing-input");
-  EXPECT_TRUE(fails(spec));
-  spec = Shell("exit 0");
-  spec.stdout_path = dir.file("missing-folder/out.txt");
-  EXPECT_TRUE(fails(spec));
+  launch = Shell("exit 0");
+  launch.working_folder = dir.file("missing-folder");
+  EXPECT_TRUE(fails(launch));
+  launch = Shell("exit 0");
+  launch.stdin_path = dir.file("missing-input");
+  EXPECT_TRUE(fails(launch));
+  launch = Shell("exit 0");
+  launch.stdout_path = dir.file("missing-folder/out.txt");
+  EXPECT_TRUE(fails(launch));
 }
 
 TEST(Process, WorkingFolderAndRedirections) {
@@ -114,11 +94,11 @@ TEST(Process, WorkingFolderAndRedirections) {
   std::filesystem::create_directory(dir.path() / "work");
   const std::string out = dir.file("out.txt");
 
-  ProcessSpec spec;
-  spec.argv = {"pwd"};
-  spec.working_folder = dir.file("work");
-  spec.stdout_path = out;
-  ASSERT_EQ(RunToEnd(spec), 0);
+  LaunchOptions launch;
+  launch.argv = {"pwd"};
+  launch.working_folder = dir.file("work");
+  launch.stdout_path = out;
+  ASSERT_EQ(RunToEnd(launch), 0);
   std::string printed = ReadText(out);
   ASSERT_FALSE(printed.empty());
   printed.pop_back();  // the line break
@@ -126,28 +106,28 @@ TEST(Process, WorkingFolderAndRedirections) {
 
   // Truncate, then append; stderr joins stdout when asked, and stdin comes from a file.
   std::ofstream(dir.file("in.txt")) << "from input\n";
-  spec = Shell("cat; echo to-stderr >&2");
-  spec.stdin_path = dir.file("in.txt");
-  spec.stdout_path = out;
-  spec.stderr_to_stdout = true;
-  ASSERT_EQ(RunToEnd(spec), 0);
+  launch = Shell("cat; echo to-stderr >&2");
+  launch.stdin_path = dir.file("in.txt");
+  launch.stdout_path = out;
+  launch.stderr_to_stdout = true;
+  ASSERT_EQ(RunToEnd(launch), 0);
   EXPECT_EQ(ReadText(out), "from input\nto-stderr\n");
-  spec = Shell("echo again");
-  spec.stdout_path = out;
-  spec.stdout_append = true;
-  ASSERT_EQ(RunToEnd(spec), 0);
+  launch = Shell("echo again");
+  launch.stdout_path = out;
+  launch.stdout_append = true;
+  ASSERT_EQ(RunToEnd(launch), 0);
   EXPECT_EQ(ReadText(out), "from input\nto-stderr\nagain\n");
 
-  spec = Shell("echo visible; echo apart >&2");
-  spec.stdout_path = out;
-  spec.stderr_path = dir.file("err.txt");
-  ASSERT_EQ(RunToEnd(spec), 0);
+  launch = Shell("echo visible; echo apart >&2");
+  launch.stdout_path = out;
+  launch.stderr_path = dir.file("err.txt");
+  ASSERT_EQ(RunToEnd(launch), 0);
   EXPECT_EQ(ReadText(out), "visible\n");
   EXPECT_EQ(ReadText(dir.file("err.txt")), "apart\n");
 
   // Without redirections the program reads an empty stdin.
-  spec = Shell("test -z \"$(cat)\"");
-  EXPECT_EQ(RunToEnd(spec), 0);
+  launch = Shell("test -z \"$(cat)\"");
+  EXPECT_EQ(RunToEnd(launch), 0);
 }
 
 TEST(Process, KillEndsTheWholeGroup) {

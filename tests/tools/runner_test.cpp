@@ -11,12 +11,15 @@
 #include <gtest/gtest.h>
 
 #include "engine/tools/tool_paths.h"
+#include "tests/support/process_watch.h"
 #include "tests/support/test_paths.h"
 
 namespace pictavo::tools {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using pictavo::testing::EndsSoon;
+using pictavo::testing::ReadText;
 using pictavo::testing::TempDir;
 
 const std::string kFake = PICTAVO_FAKE_TOOL;
@@ -31,29 +34,6 @@ std::vector<std::string> ReadArgs(const std::string& path) {
   std::string arg;
   while (std::getline(in, arg, '\0')) args.push_back(arg);
   return args;
-}
-
-std::string ReadText(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-// A process that has ended is gone or, until its new parent reaps it, a zombie.
-bool ProcessEnded(pid_t pid) {
-  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-  std::string line;
-  if (!std::getline(stat, line)) return true;
-  size_t paren = line.rfind(')');
-  return paren != std::string::npos && paren + 2 < line.size() &&
-         (line[paren + 2] == 'Z' || line[paren + 2] == 'X');
-}
-
-bool EndsSoon(pid_t pid) {
-  for (int i = 0; i < 100 && !ProcessEnded(pid); ++i)
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  return ProcessEnded(pid);
 }
 
 void ReadPids(const std::string& path, pid_t& tool, pid_t& child) {
