@@ -60,6 +60,26 @@ void ApplyRows(void* xform, const TIEBitmap& src, TIEBitmap& dst) {
   }
 }
 
+// Runs the transform over the whole bitmap, in place when the layout stays, else into a new
+// bitmap of `out_fmt` that replaces it (with the alpha plane when `keep_alpha`).
+pictavo::Status ApplyTransform(void* xform, TIEBitmap& bmp, TIEPixelFormat out_fmt,
+                               bool keep_alpha) {
+  if (out_fmt == bmp.PixelFormat()) {
+    ApplyRows(xform, bmp, bmp);
+    return pictavo::Status::OK();
+  }
+  TIEBitmap dst;
+  if (auto st = dst.Allocate(bmp.Width(), bmp.Height(), out_fmt); !st.ok()) return st;
+  ApplyRows(xform, bmp, dst);
+  if (keep_alpha && bmp.HasAlphaChannel()) {
+    dst.AddAlphaChannel();
+    for (int y = 0; y < bmp.Height(); ++y)
+      std::copy_n(bmp.AlphaScanline(y), bmp.Width(), dst.AlphaScanline(y));
+  }
+  bmp = std::move(dst);
+  return pictavo::Status::OK();
+}
+
 }  // namespace
 
 void SetColorManagement(bool on) {
@@ -143,20 +163,7 @@ pictavo::Status TransformToSRGB(TIEBitmap& bmp, const TIEICC& profile) {
   }
   TransformPtr xf(cmsCreateTransform(in.get(), in_type, out.get(), out_type, INTENT_PERCEPTUAL, 0));
   if (!xf) return pictavo::Status::Error("colour transform cannot be built");
-  if (out_fmt == fmt) {
-    ApplyRows(xf.get(), bmp, bmp);
-    return pictavo::Status::OK();
-  }
-  TIEBitmap dst;
-  if (auto st = dst.Allocate(bmp.Width(), bmp.Height(), out_fmt); !st.ok()) return st;
-  ApplyRows(xf.get(), bmp, dst);
-  if (bmp.HasAlphaChannel()) {
-    dst.AddAlphaChannel();
-    for (int y = 0; y < bmp.Height(); ++y)
-      std::copy_n(bmp.AlphaScanline(y), bmp.Width(), dst.AlphaScanline(y));
-  }
-  bmp = std::move(dst);
-  return pictavo::Status::OK();
+  return ApplyTransform(xf.get(), bmp, out_fmt, /*keep_alpha=*/true);
 }
 
 pictavo::Status TransformFromSRGB(TIEBitmap& bmp, const TIEICC& profile) {
@@ -183,15 +190,7 @@ pictavo::Status TransformFromSRGB(TIEBitmap& bmp, const TIEICC& profile) {
   }
   TransformPtr xf(cmsCreateTransform(in.get(), in_type, out.get(), out_type, INTENT_PERCEPTUAL, 0));
   if (!xf) return pictavo::Status::Error("colour transform cannot be built");
-  if (out_fmt == fmt) {
-    ApplyRows(xf.get(), bmp, bmp);
-    return pictavo::Status::OK();
-  }
-  TIEBitmap dst;
-  if (auto st = dst.Allocate(bmp.Width(), bmp.Height(), out_fmt); !st.ok()) return st;
-  ApplyRows(xf.get(), bmp, dst);
-  bmp = std::move(dst);
-  return pictavo::Status::OK();
+  return ApplyTransform(xf.get(), bmp, out_fmt, /*keep_alpha=*/false);
 }
 
 }  // namespace pictavo::imaging
