@@ -341,10 +341,7 @@ bool TPThread::Convert() {
   std::string line = kStepPrefix + M(Msg::kConvertingTo) + " " + platform::AsciiUpper(ext) + "...";
   if (page_count_ > 1) line += " (" + std::to_string(page_count_) + " pages)";
   direct::TZubDirect d;
-  d.settings = &context_.settings;
-  d.exe_folder = platform::ExecutableFolder();
-  d.temp_folder = context_.temp_folder;
-  d.dest_folder = context_.temp_folder;
+  PrepareDirect(d);
   if (work_file_ == source_) {
     // Writers may work on their input file in place; they get a scratch copy, never the source.
     const std::string copy = ScratchName(fs::path(source_).extension().string());
@@ -368,15 +365,7 @@ bool TPThread::Convert() {
   if (written_.empty()) written_.push_back({c.dest_file, 0});
   bool all_there = true;
   for (const WrittenFile& w : written_) all_there = all_there && platform::FileExists(w.file_name);
-  if (status == 0 && all_there) {
-    print_log(line + " " + M(Msg::kDone));
-    return true;
-  }
-  line += " " + M(Msg::kFail) + kStepPrefix + M(Msg::kError) + " ";
-  line += status == 98 ? M(Msg::kFormatNotSupported)
-                       : M(Msg::kCouldNotConvert) + " " + FileName(source_);
-  print_log(line);
-  return false;
+  return FinishConvertLine(std::move(line), status == 0 && all_there, status == 98);
 }
 
 bool TPThread::Direct_convert() {
@@ -385,13 +374,9 @@ bool TPThread::Direct_convert() {
   std::string line = kStepPrefix + M(Msg::kConvertingFrom) + " " + platform::AsciiUpper(src_ext) +
                      " " + M(Msg::kTo) + " " + platform::AsciiUpper(ext) + "...";
   direct::TZubDirect d;
+  PrepareDirect(d);
   d.src_file = source_;
   d.dest_file = ScratchName("." + ext);
-  d.settings = &context_.settings;
-  d.exe_folder = platform::ExecutableFolder();
-  d.dest_folder =
-      context_.temp_folder;  // results appear in the scratch folder, never beside the source
-  d.temp_folder = context_.temp_folder;
   const int32_t status = d.Direct();
   written_.clear();
   if (platform::FileExists(d.dest_file)) written_.push_back({d.dest_file, 0});
@@ -401,13 +386,25 @@ bool TPThread::Direct_convert() {
     });
     if (!listed && platform::FileExists(w.file_name)) written_.push_back(w);
   }
-  if (status == 0 && !written_.empty()) {
+  return FinishConvertLine(std::move(line), status == 0 && !written_.empty(), status == 99);
+}
+
+void TPThread::PrepareDirect(direct::TZubDirect& d) {
+  d.settings = &context_.settings;
+  d.exe_folder = platform::ExecutableFolder();
+  d.temp_folder = context_.temp_folder;
+  // Results appear in the scratch folder, never beside the source.
+  d.dest_folder = context_.temp_folder;
+}
+
+bool TPThread::FinishConvertLine(std::string line, bool ok, bool unsupported) {
+  if (ok) {
     print_log(line + " " + M(Msg::kDone));
     return true;
   }
   line += " " + M(Msg::kFail) + kStepPrefix + M(Msg::kError) + " ";
-  line += status == 99 ? M(Msg::kFormatNotSupported)
-                       : M(Msg::kCouldNotConvert) + " " + FileName(source_);
+  line += unsupported ? M(Msg::kFormatNotSupported)
+                      : M(Msg::kCouldNotConvert) + " " + FileName(source_);
   print_log(line);
   return false;
 }

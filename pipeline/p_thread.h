@@ -19,6 +19,10 @@
 #include "settings/main_settings.h"
 #include "settings/message_table.h"
 
+namespace pictavo::direct {
+class TZubDirect;
+}
+
 namespace pictavo::pipeline {
 
 // What every worker of a job shares. Must outlive the workers; read only during the job.
@@ -70,6 +74,10 @@ class TPThread {
   bool Edit();
   bool Convert();
   bool Direct_convert();
+  // A direct-conversion object set up for this job; results go to the scratch folder.
+  void PrepareDirect(direct::TZubDirect& d);
+  // Ends a converting line with "Done", or with "Fail" and the reason, and logs it.
+  bool FinishConvertLine(std::string line, bool ok, bool unsupported);
   bool SaveAll();
   bool CheckFile();
   void print_log(const std::string& line);
