@@ -138,9 +138,8 @@ int CmdConvert(const Args& args) {
       if (a == "--actions") actions = v;
       if (a == "--config") config = v;
       if (a == "--set") {
-        settings::SettingOverride o;
-        if (Status s = settings::ParseSettingOverride(v, o); !s.ok()) return Usage(s.message());
-        overrides.push_back(std::move(o));
+        if (Status s = settings::AddSettingOverride(v, overrides); !s.ok())
+          return Usage(s.message());
       }
     } else if (a == "--gui") {
       gui = true;

@@ -47,10 +47,8 @@ int CmdName(const Args& args) {
     const bool has_value = i + 1 < args.size();
     if (a == "--set") {
       if (!has_value) return Usage("--set needs Section/Key=VALUE");
-      settings::SettingOverride o;
-      if (Status s = settings::ParseSettingOverride(args[++i], o); !s.ok())
+      if (Status s = settings::AddSettingOverride(args[++i], overrides); !s.ok())
         return Usage(s.message());
-      overrides.push_back(std::move(o));
     } else if (a == "--config") {
       if (!has_value) return Usage("--config needs a file");
       config = args[++i];

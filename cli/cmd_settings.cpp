@@ -58,10 +58,8 @@ int CmdSettings(const Args& args) {
     const bool has_value = i + 1 < args.size();
     if (a == "--set") {
       if (!has_value) return Usage("--set needs Section/Key=VALUE");
-      settings::SettingOverride o;
-      if (Status s = settings::ParseSettingOverride(args[++i], o); !s.ok())
+      if (Status s = settings::AddSettingOverride(args[++i], overrides); !s.ok())
         return Usage(s.message());
-      overrides.push_back(std::move(o));
     } else if (a == "--from" && verb == "write") {
       if (!has_value) return Usage("--from needs a file");
       from = args[++i];

@@ -43,7 +43,8 @@ bool IsReadableSettingKey(std::string_view section, std::string_view key) {
   return found;
 }
 
-Status ParseSettingOverride(std::string_view text, SettingOverride& out) {
+Status AddSettingOverride(std::string_view text, std::vector<SettingOverride>& overrides) {
+  SettingOverride out;
   const size_t slash = text.find('/');
   const size_t eq = text.find('=');
   if (slash == std::string_view::npos || eq == std::string_view::npos || slash > eq || slash == 0 ||
@@ -54,6 +55,7 @@ Status ParseSettingOverride(std::string_view text, SettingOverride& out) {
   out.value = std::string(text.substr(eq + 1));
   if (!IsReadableSettingKey(out.section, out.key))
     return Status::Error("'" + out.section + "/" + out.key + "' is not a settings key");
+  overrides.push_back(std::move(out));
   return Status::OK();
 }
 

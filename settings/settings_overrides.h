@@ -21,8 +21,8 @@ struct SettingOverride {
 // numbered list keys of any number. "Main"/"Name" and "Thumbnails"/"Count_more" are not read.
 bool IsReadableSettingKey(std::string_view section, std::string_view key);
 
-// Parses "Section/Key=VALUE"; the error names what is wrong.
-Status ParseSettingOverride(std::string_view text, SettingOverride& out);
+// Parses "Section/Key=VALUE" and appends it; the error names what is wrong (nothing appended).
+Status AddSettingOverride(std::string_view text, std::vector<SettingOverride>& overrides);
 
 // SetDefault, then the file (when `file` is not empty), then the overrides. The settings are
 // valid whatever happens; the status says why the file could not be read, if it could not.
