@@ -20,12 +20,35 @@ std::string IncludeTrailingDelim(std::string_view path) {
 }
 
 std::optional<std::string> ReadFileBytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary | std::ios::ate);
+  if (!in) return std::nullopt;
+  std::streamoff size = in.tellg();
+  if (size < 0) {  // not seekable (a pipe): read it as a stream
+    in.clear();
+    size = 0;
+  }
+  in.seekg(0);
+  // One allocation of the known size; a file that grows meanwhile is read to its new end.
+  std::string bytes(static_cast<size_t>(size), '\0');
+  in.read(bytes.data(), size);
+  if (in.bad()) return std::nullopt;
+  bytes.resize(static_cast<size_t>(in.gcount()));
+  if (in.peek() != std::char_traits<char>::eof()) {
+    std::ostringstream rest;
+    rest << in.rdbuf();
+    bytes += std::move(rest).str();
+  }
+  return bytes;
+}
+
+std::optional<std::string> ReadFilePrefix(const std::string& path, size_t max_bytes) {
   std::ifstream in(path, std::ios::binary);
   if (!in) return std::nullopt;
-  std::ostringstream buf;
-  buf << in.rdbuf();
+  std::string bytes(max_bytes, '\0');
+  in.read(bytes.data(), static_cast<std::streamsize>(max_bytes));
   if (in.bad()) return std::nullopt;
-  return std::move(buf).str();
+  bytes.resize(static_cast<size_t>(in.gcount()));
+  return bytes;
 }
 
 Status WriteFileAtomic(const std::string& path, std::string_view bytes, bool flush_to_disk) {

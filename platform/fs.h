@@ -17,6 +17,9 @@ std::string IncludeTrailingDelim(std::string_view path);
 
 std::optional<std::string> ReadFileBytes(const std::string& path);
 
+// At most the first `max_bytes` of a file (fewer when it is shorter): for telling formats apart.
+std::optional<std::string> ReadFilePrefix(const std::string& path, size_t max_bytes);
+
 // Writes bytes under a scratch name in the same folder, flushes them, then renames the
 // scratch file over `path`. On any failure the scratch file is removed and `path` is untouched.
 // `flush_to_disk` false leaves out the fsync: for files that are themselves scratch files of a

@@ -46,6 +46,21 @@ TEST(Fs, AtomicWriteReplacesWholeAndLeavesNoScratch) {
   EXPECT_EQ(entries, 1);
 }
 
+TEST(Fs, WholeFilesAndPrefixes) {
+  testing::TempDir dir;
+  std::string bytes(70000, '\0');  // past one stream buffer, with zero bytes inside
+  for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 7);
+  const std::string path = dir.file("data.bin");
+  ASSERT_TRUE(WriteFileAtomic(path, bytes, false).ok());
+  EXPECT_EQ(*ReadFileBytes(path), bytes);
+  EXPECT_EQ(*ReadFilePrefix(path, 4), bytes.substr(0, 4));
+  EXPECT_EQ(*ReadFilePrefix(path, 100000), bytes);  // a short file gives what it has
+  ASSERT_TRUE(WriteFileAtomic(path, "", false).ok());
+  EXPECT_EQ(*ReadFileBytes(path), "");
+  EXPECT_FALSE(ReadFileBytes(dir.file("missing")).has_value());
+  EXPECT_FALSE(ReadFilePrefix(dir.file("missing"), 4).has_value());
+}
+
 TEST(Fs, FailedAtomicWriteKeepsTheOldFile) {
   if (::geteuid() == 0) GTEST_SKIP() << "root ignores folder permissions";
   testing::TempDir dir;
