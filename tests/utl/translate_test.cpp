@@ -1,5 +1,10 @@
+#include <fstream>
+#include <string>
+#include <vector>
+
 #include <gtest/gtest.h>
 
+#include "tests/support/test_paths.h"
 #include "utl/adapters/plan.h"
 
 namespace pictavo::utl {
@@ -147,8 +152,21 @@ TEST(Translate, SmallAdapters) {
   EXPECT_FALSE(PlanFor("sc/sc.exe", {"t.plt", "d.dwf", "DWF"}, Ctx()).error.empty());
 
   p = PlanFor("dcm_read_new.bin", {"/tifc=1", "/convert=/tmp/o.tif", "/data/in.dcm", "/silent"},
-              Ctx());
+              Ctx(false));
   EXPECT_EQ(p.steps[0].argv, (Args{"dcmj2pnm", "+ot", "+Wm", "/data/in.dcm", "/tmp/o.tif"}));
+  // With GDCM at hand every transfer syntax is unpacked to raw pixels first, into a scratch file.
+  p = PlanFor("dcm_read_new.bin", {"/convert=/tmp/o.tif", "/data/in.dcm"}, Ctx());
+  ASSERT_EQ(p.steps.size(), 2u);
+  EXPECT_EQ(p.steps[0].argv, (Args{"gdcmconv", "--raw", "/data/in.dcm", "/tmp/o.tif.~raw.dcm"}));
+  EXPECT_EQ(p.steps[1].argv[3], "/tmp/o.tif.~raw.dcm");
+  EXPECT_EQ(p.scratch, (std::vector<std::string>{"/tmp/o.tif.~raw.dcm"}));
+
+  p = PlanFor("stp/stp2x3d.exe", {"/i/part.step", "/o/m.x3d"}, Ctx());
+  ASSERT_EQ(p.steps.size(), 2u);
+  EXPECT_EQ(p.steps[0].argv[0], "gmsh");
+  EXPECT_EQ(p.steps[0].argv[1], "/i/part.step");
+  EXPECT_EQ(p.steps[0].argv.back(), "/o/m.x3d.~mesh.stl");
+  EXPECT_EQ(p.steps[1].argv, (Args{"assimp", "export", "/o/m.x3d.~mesh.stl", "/o/m.x3d"}));
 
   p = PlanFor("wmopener.exe", {"w.dat", "out"}, Ctx());
   EXPECT_EQ(p.steps[1].argv, (Args{"tnef", "--overwrite", "-f", "w.dat", "-C", "out"}));
@@ -163,6 +181,40 @@ TEST(Translate, SmallAdapters) {
   EXPECT_NE(std::find(p.steps[0].argv.begin(), p.steps[0].argv.end(), "-r"), p.steps[0].argv.end());
   EXPECT_EQ(p.steps[1].argv[0], "gs");
   EXPECT_FALSE(PlanFor("nothing.exe", {}, Ctx()).error.empty());
+}
+
+TEST(Translate, RetroFormatsGoToTheProgramThatReadsThem) {
+  pictavo::testing::TempDir dir;
+  auto write = [&](const std::string& name, const std::string& bytes) {
+    std::ofstream(dir.file(name), std::ios::binary) << bytes;
+    return dir.file(name);
+  };
+  auto program = [](const Plan& p) { return p.steps.empty() ? p.error : p.steps[0].argv[0]; };
+  const std::string fli = write("a.FLI", "anything");
+  EXPECT_EQ(program(PlanFor("cmp_read.bin", {fli, "/o/x.bmp", "100"}, Ctx())), "ffmpeg");
+  EXPECT_EQ(program(PlanFor("cmp_read.bin", {write("b.wdp", "II"), "/o/x.bmp", "100"}, Ctx())),
+            "JxrDecApp");
+  Plan p = PlanFor("cmp_read.bin", {write("c.jbg", ""), "/o/x.bmp", "100"}, Ctx());
+  EXPECT_EQ(p.steps[0].argv.back(), "BMP3:/o/x.bmp");
+  // Printer files: PostScript (after a DOS printer's ^D) goes to the interpreter, PCL nowhere.
+  EXPECT_EQ(program(PlanFor("cmp_read.bin", {write("d.prn", "\x04%!PS-Adobe"), "/o/x.bmp"}, Ctx())),
+            "gs");
+  EXPECT_FALSE(PlanFor("cmp_read.bin",
+                       {write("e.prn",
+                              "\x1b"
+                              "E\x1b&l0O"),
+                        "/o/x.bmp"},
+                       Ctx())
+                   .error.empty());
+  // ".cmp": a Gerber layer is drawn by gerbv and turned into the BMP; the old codec is unread.
+  p = PlanFor("cmp_read.bin", {write("f.cmp", "G75*\n%MOIN*%\n%FSLAX24Y24*%\n"), "/o/x.bmp"},
+              Ctx());
+  ASSERT_EQ(p.steps.size(), 2u);
+  EXPECT_EQ(p.steps[0].argv[0], "gerbv");
+  EXPECT_EQ(p.scratch.size(), 1u);
+  EXPECT_FALSE(
+      PlanFor("cmp_read.bin", {write("g.cmp", "\xff\x4f\x00"), "/o/x.bmp"}, Ctx()).error.empty());
+  EXPECT_FALSE(PlanFor("cmp_read.bin", {write("h.ecw", ""), "/o/x.bmp"}, Ctx()).error.empty());
 }
 
 }  // namespace
