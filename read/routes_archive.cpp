@@ -2,6 +2,7 @@
 // into a scratch folder, then the picture inside is read, by the engine or by a nested Read().
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -56,11 +57,9 @@ int NestedRead(TZubRead& r, const std::string& inner) {
 
 using Pick = bool (*)(const std::string& path);
 
-// Unpacks the source and reads the first file (in name order) that `pick` accepts.
-int UnpackAndRead(TZubRead& r, Pick pick, bool keep_folders, bool nested) {
-  Scratch folder(r, "");
-  if (!Unpack(r, r.src_file, folder.path(), keep_folders)) return 1;
-  for (const std::string& file : ListFiles(folder.path(), true)) {
+// Reads the first of `files` (in name order) that `pick` accepts.
+int ReadFirst(TZubRead& r, const std::vector<std::string>& files, Pick pick, bool nested) {
+  for (const std::string& file : files) {
     if (!pick(file)) continue;
     const int status = nested ? NestedRead(r, file) : SavePicture(r, file);
     if (status == 0) return 0;
@@ -68,10 +67,54 @@ int UnpackAndRead(TZubRead& r, Pick pick, bool keep_folders, bool nested) {
   return 1;
 }
 
+// Unpacks the source and reads the first file (in name order) that `pick` accepts.
+int UnpackAndRead(TZubRead& r, Pick pick, bool keep_folders, bool nested) {
+  Scratch folder(r, "");
+  if (!Unpack(r, r.src_file, folder.path(), keep_folders)) return 1;
+  return ReadFirst(r, ListFiles(folder.path(), true), pick, nested);
+}
+
+// Files that only accompany another one: a shapefile's attributes, index and projection, a
+// model's materials. Reading them alone fails, slowly.
+constexpr std::string_view kSidecarExts = ";dbf;shx;prj;cpg;sbn;sbx;qix;qpj;mtl;";
+
+// Anything else that a row of the table reads: a drawing, a document, a model, a map.
+bool IsOtherReadable(const std::string& path) {
+  const std::string ext = LowerExt(path);
+  if (ext.empty() || IsPicture(path)) return false;
+  const std::string key = ";" + ext.substr(1) + ";";
+  if (kSidecarExts.find(key) != std::string_view::npos) return false;
+  // Archives inside archives are left alone: a nested read goes one level deep, no further.
+  for (const ReadRoute& row : ReadRoutes())
+    if (row.read != zip_read && row.read != orb_read && RouteMatches(row, key)) return true;
+  return false;
+}
+
 }  // namespace
 
 int zip_read(TZubRead& r) {
-  return UnpackAndRead(r, IsPicture, false, true);
+  Scratch folder(r, "");
+  if (!Unpack(r, r.src_file, folder.path(), false)) return 1;
+  std::vector<std::string> files = ListFiles(folder.path(), true);
+  // A compressed tarball (.tar.gz, .tgz) unpacks to one tar: unpack that as well.
+  Scratch inner(r, "");
+  if (files.size() == 1 && LowerExt(files[0]) == ".tar" && Unpack(r, files[0], inner.path(), false))
+    files = ListFiles(inner.path(), true);
+  // Pictures first; then whatever else the table reads (the PDFs of a zip, a zipped shapefile).
+  if (ReadFirst(r, files, IsPicture, true) == 0) return 0;
+  return ReadFirst(r, files, IsOtherReadable, true);
+}
+
+// A ".dat" that is a mail's attachment container (TNEF, the winmail.dat of Outlook): its
+// attachments are unpacked and the first one that reads is the picture.
+int new_dat_read(TZubRead& r) {
+  const std::optional<std::string> head = platform::ReadFilePrefix(r.src_file, 4);
+  if (!head || *head != std::string("\x78\x9f\x3e\x22", 4) || !HasTool(r, "wmopener.exe")) return 1;
+  Scratch folder(r, "");
+  RunTool(ToolArg(r, "wmopener.exe") + " " + Q(r.src_file) + " " + Q(folder.path()));
+  const std::vector<std::string> files = ListFiles(folder.path(), true);
+  if (ReadFirst(r, files, IsPicture, true) == 0) return 0;
+  return ReadFirst(r, files, IsOtherReadable, true);
 }
 
 int orb_read(TZubRead& r) {

@@ -235,6 +235,17 @@ int ReadWmfThroughEps(TZubRead& r) {
   return FileOk(eps.path()) ? RenderPostScript(r, eps.path(), 100, true) : 1;
 }
 
+int ReadWithInkscape(TZubRead& r) {
+  if (!HasTool(r, "inkscape.bin")) return 1;
+  Scratch png(r, ".png");
+  const std::string cmd = ToolArg(r, "inkscape.bin") + " " + Q(r.src_file) +
+                          " --export-type=png --export-background=white"
+                          " --export-background-opacity=1 --export-dpi=" +
+                          std::to_string(std::clamp(96 * Zoom(r) / 100, 10, 2400)) +
+                          " --export-filename=" + Q(png.path());
+  return RunThenSave(r, "inkscape.bin", cmd, png.path());
+}
+
 int ReadOffice(TZubRead& r) {
   if (!HasTool(r, "soffice.bin")) return 1;
   // A profile per call: two LibreOffice instances sharing one profile refuse to start.

@@ -29,4 +29,7 @@ int ReadWmfThroughEps(TZubRead& r);
 // PDF with a profile of its own in a scratch folder, then the interpreter renders every page.
 int ReadOffice(TZubRead& r);
 
+// Inkscape's own metafile import: reads Windows metafiles that libwmf rejects.
+int ReadWithInkscape(TZubRead& r);
+
 }  // namespace pictavo::reader

@@ -1,7 +1,7 @@
-// 3D models rendered to a picture: assimp converts any model it knows to a binary STL, the
-// triangles become a POV-Ray scene written here, and POV-Ray renders it on white. "STL_read" gives
-// the view angles; with several frames the angles run from their "from" to their "to" values
-// over the frames, one page each.
+// 3D models rendered to a picture: assimp converts any model it knows (STEP solids meshed by the
+// tool folder's STEP converter first) to a binary STL, the triangles become a POV-Ray scene
+// written here, and POV-Ray renders it on white. "STL_read" gives the view angles; with several
+// frames the angles run from their "from" to their "to" values over the frames, one page each.
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -105,8 +105,18 @@ double Step(int from, int to, int frame, int frames) {
 
 int stl_read(TZubRead& r) {
   if (!HasTool(r, "assimp64/assimp.exe") || !HasTool(r, "povray.bin")) return 1;
+  // assimp does not import STEP: the solid is meshed to X3D first.
+  std::string model = r.src_file;
+  Scratch x3d(r, ".x3d");
+  const std::string ext = LowerExt(r.src_file);
+  if (ext == ".stp" || ext == ".step") {
+    if (!HasTool(r, "stp/stp2x3d.exe")) return 1;
+    RunTool(ToolArg(r, "stp/stp2x3d.exe") + " " + Q(r.src_file) + " " + Q(x3d.path()));
+    if (!FileOk(x3d.path())) return 1;
+    model = x3d.path();
+  }
   Scratch stl(r, ".stl");
-  RunTool(ToolArg(r, "assimp64/assimp.exe") + " export " + Q(r.src_file) + " " + Q(stl.path()) +
+  RunTool(ToolArg(r, "assimp64/assimp.exe") + " export " + Q(model) + " " + Q(stl.path()) +
           " -fstlb");
   std::vector<Vec3> corners;
   if (!FileOk(stl.path()) || !ReadBinaryStl(stl.path(), corners)) return 1;

@@ -275,8 +275,5 @@ int new_upi_read(TZubRead&) {
 int vsi_read(TZubRead&) {
   return 1;
 }
-int new_dat_read(TZubRead&) {
-  return 1;
-}
 
 }  // namespace pictavo::reader

@@ -138,7 +138,8 @@ int vec_read(TZubRead& r) {
     return RenderPostScript(r, r.src_file, 100, true);
   if (In(";xps;oxps;", ext)) return ReadXps(r);
   if (In(";txt;prt;001;", ext)) return ReadText(r, ext == ".prt");
-  if (In(";wmf;", ext)) return ReadMetafile(r) == 0 ? 0 : ReadWmfThroughEps(r);
+  if (In(";wmf;", ext))
+    return ReadMetafile(r) == 0 || ReadWmfThroughEps(r) == 0 ? 0 : ReadWithInkscape(r);
   if (In(";wmz;", ext)) return ReadMetafile(r);
   if (In(";emf;", ext)) return ReadEmf(r);
   if (In(";plt;hpg;hpgl;hp2;", ext) && ReadHpgl(r) == 0) return 0;

@@ -3,7 +3,9 @@
 #include <exception>
 #include <filesystem>
 #include <set>
+#include <string>
 #include <system_error>
+#include <vector>
 
 #include "engine/tools/temp_names.h"
 #include "imaging/ie_bitmap.h"
@@ -48,6 +50,23 @@ void RemoveScratch(const std::string& path) {
 
 // The engine itself: load by content, save by out_file's extension. Several frames become the
 // pages of a multi-page TIFF when out_file is one (animated GIF has no route of its own).
+// A shapefile or MapInfo interchange file is several files sharing one stem: a copy of the main
+// file needs its companions beside it under the copy's stem. Returns the companions made.
+std::vector<std::string> CopyCompanions(const std::string& source, const std::string& copy) {
+  std::vector<std::string> made;
+  const fs::path src(source);
+  std::error_code ec;
+  for (const fs::directory_entry& entry : fs::directory_iterator(src.parent_path(), ec)) {
+    const fs::path& p = entry.path();
+    if (p == src || p.stem() != src.stem() || !entry.is_regular_file(ec)) continue;
+    fs::path target(copy);
+    target.replace_extension(p.extension());
+    if (fs::copy_file(p, target, fs::copy_options::overwrite_existing, ec))
+      made.push_back(target.string());
+  }
+  return made;
+}
+
 int EngineFallBack(TZubRead& r, imaging::TIEBitmap& bitmap, imaging::TImageEnIO& io) {
   if (!io.LoadFromFile(r.src_file).ok()) return kNoRoute;
   if (bitmap.Width() <= 0 || bitmap.Height() <= 0) return kNoRoute;
@@ -97,12 +116,14 @@ int TZubRead::ReadWith(std::span<const ReadRoute> routes) {
   // 4. Tools get names without blanks or other characters that trouble them. DGN files are read
   // under their own name; TAB and PLT need their sibling files beside them.
   std::string copy;
+  std::vector<std::string> companions;
   if (ext != ".dgn" && IsUnsafeName(src_file) && ext != ".tab" && ext != ".plt") {
     std::error_code ec;
     fs::create_directories(TempFolder(), ec);
     const std::string name = tools::NewTempName(TempFolder()) + ext;
     fs::copy_file(src_file, name, fs::copy_options::overwrite_existing, ec);
     if (!ec) {
+      if (ext == ".shp" || ext == ".mif") companions = CopyCompanions(src_file, name);
       copy = name;
       src_file = name;
     } else {
@@ -170,6 +191,7 @@ int TZubRead::ReadWith(std::span<const ReadRoute> routes) {
 
   // 12.
   if (!copy.empty()) RemoveScratch(copy);
+  for (const std::string& companion : companions) RemoveScratch(companion);
   src_file = original_src;
   // A nested read (archive readers) keeps the outer read's settings file.
   if (depth_ == 1 && (made_settings_file || settings_file.ends_with(".tmp"))) {

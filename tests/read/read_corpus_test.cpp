@@ -173,6 +173,57 @@ TEST_F(CorpusRead, ArchivesReadTheFirstPictureInside) {
   EXPECT_TRUE(res.temp_empty);
 }
 
+TEST_F(CorpusRead, ArchivesAndMailContainersReadWhatTheTableReads) {
+  REQUIRE_TOOL("7za.bin", "7zip");
+  // A tarball inside gzip: both layers are unpacked (test.jpg, 65 x 65).
+  ExpectPicture("archive/fixture.tar.gz", 65, 65);
+  // No picture inside: the first PDF (A4 at 72 dpi) is read through the interpreter.
+  ExpectPicture("archive/pdfs_historicaldates.zip", 595, 842);
+  // A zipped shapefile: the map is drawn; its sidecars are not offered on their own.
+  PICTAVO_REQUIRE_CORPUS(shapes, "archive/coutwildrnp.zip");
+  Result res = ReadFile(shapes);
+  EXPECT_EQ(res.status, 0);
+  EXPECT_GT(res.width, 0);
+  EXPECT_TRUE(res.temp_empty);
+  REQUIRE_TOOL("wmopener.exe", "tnef");
+  // An Outlook attachment container saved as .dat: its JPEG attachment (83 x 72).
+  ExpectPicture("special/winmail.dat", 83, 72);
+}
+
+TEST_F(CorpusRead, RetroFormatsThroughTheirAdapter) {
+  REQUIRE_TOOL("cmp_read.bin", "imagemagick-6.q16");
+  ExpectPicture("multipage/a.fli", 320, 200);  // the first frame
+  REQUIRE_TOOL("gerbv.bin", "gerbv");
+  // A Gerber component layer under the old CMP codec's extension.
+  PICTAVO_REQUIRE_CORPUS(cmp, "gerber/arduino-uno/arduino-uno.cmp");
+  const Result res = ReadFile(cmp);
+  EXPECT_EQ(res.status, 0);
+  EXPECT_GT(res.width, 100);
+  EXPECT_TRUE(res.temp_empty);
+}
+
+TEST_F(CorpusRead, JpegTwoThousandDicom) {
+  REQUIRE_TOOL("dcm_read_new.bin", "dcmtk");
+  if (std::system("command -v gdcmconv >/dev/null 2>&1") != 0)
+    GTEST_SKIP() << "gdcmconv is missing: install libgdcm-tools";
+  ExpectPicture("raster/dicom/JPEG2000.dcm", 256, 1024);  // Columns and Rows of its header
+}
+
+TEST_F(CorpusRead, StepModelsAreMeshedThenRendered) {
+  REQUIRE_TOOL("stp/stp2x3d.exe", "gmsh");
+  REQUIRE_TOOL("povray.bin", "povray");
+  ExpectPicture("3d/step/cube.step", 800, 600);
+}
+
+TEST_F(CorpusRead, MetafilesThatLibwmfRejects) {
+  REQUIRE_TOOL("inkscape.bin", "inkscape");
+  PICTAVO_REQUIRE_CORPUS(path, "vector/wmf/test_libuemf_ref.wmf");
+  const Result res = ReadFile(path);
+  EXPECT_EQ(res.status, 0);
+  EXPECT_GT(res.width, 100);
+  EXPECT_TRUE(res.temp_empty);
+}
+
 TEST_F(CorpusRead, AnimationsBecomeMultiPageTiffs) {
   ExpectPicture("raster/gif/chi.gif", 320, 240, 31);
   ExpectPicture("multipage/iss634.webp", 245, 245, 42);
