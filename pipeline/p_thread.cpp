@@ -8,6 +8,7 @@
 
 #include "direct/zub_direct.h"
 #include "edit/zub_edit.h"
+#include "engine/tools/pdf_tools.h"
 #include "engine/tools/probes.h"
 #include "engine/tools/runner.h"
 #include "engine/tools/temp_names.h"
@@ -64,6 +65,21 @@ std::string AbovePixelLimit(const std::string& file) {
   if (w * h <= limit) return {};
   return std::to_string(w) + " x " + std::to_string(h) + " pixels is above the limit of " +
          std::to_string(limit / 1000000u) + " megapixels (\"Limits\"/\"Max_megapixels\")";
+}
+
+// The same for a PDF, whose largest page at the reading resolution would be rendered by the
+// interpreter before the engine sees a pixel of it.
+std::string PdfAbovePixelLimit(const std::string& file, const settings::TMainSettings& settings) {
+  const tools::PageSize page = tools::PdfLargestPage(file, settings.main.temp_folder);
+  const int dpi = std::clamp(settings.pdf_eps_ps.res > 0 ? settings.pdf_eps_ps.res : 300, 10, 2400);
+  const double w = page.width / 72.0 * dpi, h = page.height / 72.0 * dpi;
+  const uint64_t limit = tools::CurrentJobLimits().max_pixels;
+  if (w * h <= static_cast<double>(limit)) return {};
+  char size[96];
+  std::snprintf(size, sizeof size, "a page of %.0f x %.0f points is %.0f x %.0f pixels at %d dpi",
+                page.width, page.height, w, h, dpi);
+  return std::string(size) + ", above the limit of " + std::to_string(limit / 1000000u) +
+         " megapixels (\"Limits\"/\"Max_megapixels\")";
 }
 
 }  // namespace
@@ -238,8 +254,11 @@ bool TPThread::Read() {
     as_is = sniffed != imaging::TIOFileType::ioUnknown || tag == ";tga;";
   }
   std::string line = kStepPrefix + M(Msg::kReadingFile);
-  if (sniffed != imaging::TIOFileType::ioUnknown) {
-    if (const std::string why = AbovePixelLimit(source_); !why.empty()) {
+  const bool pdf = reader::TZubRead::is_pdf(source_);
+  if (sniffed != imaging::TIOFileType::ioUnknown || pdf) {
+    const std::string why =
+        pdf ? PdfAbovePixelLimit(source_, context_.settings) : AbovePixelLimit(source_);
+    if (!why.empty()) {
       print_log(line + " " + M(Msg::kFail) + kStepPrefix + M(Msg::kError) + " " +
                 M(Msg::kCouldNotRead) + " " + FileName(source_) + ": " + why);
       return false;

@@ -53,7 +53,10 @@ std::optional<std::string> ReadFilePrefix(const std::string& path, size_t max_by
 
 Status WriteFileAtomic(const std::string& path, std::string_view bytes, bool flush_to_disk) {
   static std::atomic<unsigned> sequence{0};
-  std::string scratch = path + ".rcp" + std::to_string(getpid()) + "_" +
+  // Beside the target, hidden and short: a name near the 255-byte limit must still have room.
+  const size_t slash = path.rfind(kPathDelim);
+  std::string scratch = (slash == std::string::npos ? std::string() : path.substr(0, slash + 1)) +
+                        ".rcp" + std::to_string(getpid()) + "_" +
                         std::to_string(sequence.fetch_add(1)) + ".part";
   int fd = ::open(scratch.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
   if (fd < 0) return Status::Error("cannot create " + scratch + ": " + std::strerror(errno));

@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 
 #include "engine/tools/runner.h"
 #include "engine/tools/temp_names.h"
@@ -179,6 +182,58 @@ Status RemoveBlankPages(const std::string& pdf, int accuracy, const std::string&
   }
   if (removed) *removed = blank;
   return Status::OK();
+}
+
+namespace {
+
+// Every "<key> [x0 y0 x1 y1]" of `text` in turn; false as soon as one is not a plain array of four
+// numbers (an indirect reference, say), since the largest page could then be the one unseen.
+bool EachBox(const std::string& text, const std::string& key, PageSize& largest, bool& any) {
+  for (size_t at = text.find(key); at != std::string::npos; at = text.find(key, at + 1)) {
+    size_t p = at + key.size();
+    while (p < text.size() && std::isspace(static_cast<unsigned char>(text[p]))) ++p;
+    if (p >= text.size() || text[p] != '[') return false;
+    double v[4];
+    const char* cursor = text.c_str() + p + 1;
+    for (double& value : v) {
+      char* end = nullptr;
+      value = std::strtod(cursor, &end);
+      if (end == cursor) return false;
+      cursor = end;
+    }
+    const PageSize page{std::abs(v[2] - v[0]), std::abs(v[3] - v[1])};
+    if (page.width * page.height > largest.width * largest.height) largest = page;
+    any = true;
+  }
+  return true;
+}
+
+}  // namespace
+
+PageSize PdfLargestPage(const std::string& pdf, const std::string& temp_folder) {
+  constexpr uintmax_t kLargestScanned = uintmax_t{256} << 20;
+  std::error_code ec;
+  const uintmax_t size = fs::file_size(pdf, ec);
+  if (!ec && size <= kLargestScanned) {
+    if (const std::optional<std::string> bytes = platform::ReadFileBytes(pdf)) {
+      PageSize largest;
+      bool any = false;
+      if (bytes->find("/ObjStm") == std::string::npos &&
+          EachBox(*bytes, "/MediaBox", largest, any) && any)
+        return largest;
+    }
+  }
+  if (!platform::FileExists(ToolPath("pdfpsai.bin"))) return {};
+  const std::string report = NewTempName(temp_folder) + ".txt";
+  RunBatch(Quoted(ToolPath("pdfpsai.bin")) + " -dNODISPLAY -dPDFINFO -dBATCH -dNOPAUSE -q " +
+               Quoted(pdf) + " 2> " + Quoted(report),
+           temp_folder);
+  const std::string text = platform::ReadFileBytes(report).value_or("");
+  fs::remove(report, ec);
+  PageSize largest;
+  bool any = false;
+  EachBox(text, "MediaBox:", largest, any);
+  return largest;
 }
 
 }  // namespace pictavo::tools

@@ -31,6 +31,15 @@ Status MergePdfFolder(const std::string& folder, const std::string& output);
 Status RemoveBlankPages(const std::string& pdf, int accuracy, const std::string& temp_folder,
                         int* removed = nullptr);
 
+// Width and height in points of the largest page (by area) of `pdf`. Read from the file's own
+// /MediaBox entries when every one of them is written out plainly; otherwise (page objects in
+// compressed object streams, boxes given by reference) from the interpreter's page report
+// ("pdfpsai.bin" -dPDFINFO). {0, 0} when neither tells.
+struct PageSize {
+  double width = 0, height = 0;
+};
+PageSize PdfLargestPage(const std::string& pdf, const std::string& temp_folder);
+
 // The share of ink pixels (0..1) of a binary PGM (P5, 8-bit), or -1 when it cannot be read.
 double PgmInkShare(const std::string& pgm_path);
 

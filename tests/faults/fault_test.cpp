@@ -6,13 +6,16 @@
 // except the one under test, which is tests/faults/fault_tool told by PICTAVO_FAULT how to fail.
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <zlib.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -163,6 +166,41 @@ std::string RandomBytes(size_t n, unsigned seed) {
   for (char& c : s) c = static_cast<char>((seed = seed * 1103515245u + 12345u) >> 16);
   return s;
 }
+
+// A picture of random pixels: no compressor makes it much smaller than width x height x 3.
+void MakeNoise(const std::string& path, int width, int height, unsigned seed) {
+  imaging::TIEBitmap bmp;
+  ASSERT_TRUE(bmp.Allocate(width, height, imaging::TIEPixelFormat::ie24RGB).ok());
+  for (int y = 0; y < height; ++y) {
+    uint8_t* row = bmp.Scanline(y);
+    for (int x = 0; x < width * 3; ++x)
+      row[x] = static_cast<uint8_t>((seed = seed * 1103515245u + 12345u) >> 16);
+  }
+  fs::create_directories(fs::path(path).parent_path());
+  imaging::TImageEnIO io(&bmp);
+  ASSERT_TRUE(io.SaveToFile(path).ok()) << path;
+}
+
+// A tmpfs of `bytes` mounted over `path` while the object lives: a disk that fills up for real.
+// Mounting needs root, which CI has; elsewhere the test says so and skips.
+class SmallDisk {
+ public:
+  SmallDisk(const std::string& path, size_t bytes) : path_(path) {
+    fs::create_directories(path);
+    const std::string options = "size=" + std::to_string(bytes);
+    mounted_ = ::mount("tmpfs", path.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, options.c_str()) == 0;
+    if (!mounted_) why_ = std::strerror(errno);
+  }
+  ~SmallDisk() {
+    if (mounted_) ::umount2(path_.c_str(), MNT_DETACH);
+  }
+  bool mounted() const { return mounted_; }
+  const std::string& why() const { return why_; }
+
+ private:
+  std::string path_, why_;
+  bool mounted_ = false;
+};
 
 class FaultTest : public ::testing::Test {
  protected:
@@ -412,6 +450,120 @@ TEST_F(FaultTest, HostileArchivesStayInTheirFolder) {
   fs::remove(outside);
   EXPECT_TRUE(Loads(dir_.file("out/ok.png"))) << log_;
   ExpectPromisesKept(-1, -1);
+}
+
+// Archive members that are links (out of the folder, to its parent, to an absolute path) and
+// thousands of entries: nothing outside is touched or read through a link, the expansion goes.
+TEST_F(FaultTest, ArchivesWithLinksAndThousandsOfEntries) {
+  MakePicture(dir_.file("outside/secret.jpg"), 6, 6, 0xFF0000);
+  MakePicture(dir_.file("pack/real.jpg"), 10, 10, 0x0000FF);
+  RememberSources({dir_.file("outside/secret.jpg")});
+  fs::create_symlink("../outside", dir_.file("pack/out"));
+  fs::create_symlink("..", dir_.file("pack/up"));
+  fs::create_symlink(dir_.file("outside/secret.jpg"), dir_.file("pack/abs.jpg"));
+  for (int i = 0; i < 5000; ++i)
+    std::ofstream(dir_.file("pack/n" + std::to_string(i) + ".txt")) << i;
+  fs::create_directories(dir_.file("box"));
+  const std::string tar = dir_.file("box/links.tar");
+  ASSERT_EQ(std::system(("tar -cf '" + tar + "' -C '" + dir_.file("pack") + "' .").c_str()), 0);
+  fs::remove_all(dir_.file("pack"));
+  RememberSources({tar});
+  settings_.main.file_mask = "jpg";
+  WriteJob({tar});
+  Run();
+  EXPECT_LT(seconds_, 60.0) << log_;
+  EXPECT_TRUE(Loads(dir_.file("out/real.png"))) << log_;
+  EXPECT_FALSE(fs::exists(dir_.file("out/secret.png"))) << "a link was followed out\n" << log_;
+  ExpectPromisesKept(-1, -1);
+}
+
+// A PDF whose page is 200000 points square: 833333 pixels a side at 300 dpi. It is refused from
+// its page size, before the interpreter starts drawing it, and the job goes on.
+TEST_F(FaultTest, HugePagePdfIsRefusedFromItsPageSize) {
+  const std::string body = "q 0 0 1 rg 0 0 100 100 re f Q";
+  std::string pdf = "%PDF-1.4\n";
+  std::vector<size_t> offsets;
+  auto object = [&](const std::string& text) {
+    offsets.push_back(pdf.size());
+    pdf += std::to_string(offsets.size()) + " 0 obj\n" + text + "\nendobj\n";
+  };
+  object("<< /Type /Catalog /Pages 2 0 R >>");
+  object("<< /Type /Pages /Kids [3 0 R] /Count 1 >>");
+  object("<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200000 200000] /Contents 4 0 R >>");
+  object("<< /Length " + std::to_string(body.size()) + " >>\nstream\n" + body + "\nendstream");
+  const size_t xref = pdf.size();
+  pdf += "xref\n0 5\n0000000000 65535 f \n";
+  for (size_t at : offsets) {
+    char line[24];
+    std::snprintf(line, sizeof line, "%010zu 00000 n \n", at);
+    pdf += line;
+  }
+  pdf += "trailer\n<< /Size 5 /Root 1 0 R >>\nstartxref\n" + std::to_string(xref) + "\n%%EOF\n";
+  const std::string huge = dir_.file("in/huge.pdf"), jpg = dir_.file("in/small.jpg");
+  fs::create_directories(dir_.file("in"));
+  std::ofstream(huge, std::ios::binary) << pdf;
+  MakePicture(jpg, 8, 8, 0);
+  RememberSources({huge, jpg});
+  WriteJob({huge, jpg}, {{"Tool_timeout", 60}});
+  EXPECT_EQ(Run(), 1) << log_;
+  EXPECT_LT(seconds_, 30.0) << log_;
+  ExpectPromisesKept(2, 1);
+  EXPECT_NE(log_.find("huge.pdf: a page of 200000 x 200000 points is 833333 x 833333 pixels at "
+                      "300 dpi, above the limit of 268 megapixels"),
+            std::string::npos)
+      << log_;
+}
+
+// Names near the limits: a 250-byte file name (255 is the most a name may have) deep in a path
+// of over 3000 bytes. Scratch names beside the result must still fit.
+TEST_F(FaultTest, VeryLongNamesAndPaths) {
+  std::string deep = dir_.file("in");
+  for (int i = 0; i < 12; ++i) deep += "/" + std::string(240, static_cast<char>('a' + i));
+  const std::string name = std::string(246, 'n') + ".jpg";
+  const std::string source = deep + "/" + name;
+  MakePicture(source, 12, 9, 0x336699);
+  RememberSources({source});
+  settings_.main.dest_path = dir_.file("out");
+  WriteJob({source});
+  EXPECT_EQ(Run(), 0) << log_;
+  ExpectPromisesKept(1, 1);
+  EXPECT_TRUE(Loads(dir_.file("out/" + std::string(246, 'n') + ".png"))) << log_;
+}
+
+// Disks that fill up: results that do not fit fail one by one, none is left half-written or
+// under a scratch name, and the summary says how many did fit.
+TEST_F(FaultTest, FullDisksFailTheirFilesAlone) {
+  std::vector<std::string> noise;
+  for (int i = 0; i < 4; ++i) {
+    noise.push_back(dir_.file("in/noise" + std::to_string(i) + ".bmp"));
+    MakeNoise(noise.back(), 320, 320, static_cast<unsigned>(i + 1));  // ~300 KB as PNG
+  }
+  RememberSources(noise);
+  {
+    SmallDisk dest(dir_.file("out"), 512u << 10);  // room for one result
+    if (!dest.mounted()) GTEST_SKIP() << "mounting a small tmpfs needs root: " << dest.why();
+    WriteJob(noise);
+    EXPECT_EQ(Run(), 1) << log_;
+    ExpectPromisesKept(4, 1);
+  }
+  // A full temp folder: the PNM goes through the reader chain, whose scratch picture (300 KB)
+  // does not fit; the small BMP beside it needs no scratch space and converts.
+  const std::string pnm = dir_.file("in/noise.pnm"), small = dir_.file("in/small.bmp");
+  {
+    imaging::TIEBitmap bmp;
+    MakeNoise(dir_.file("in/noise-src.ppm"), 320, 320, 9);
+    fs::rename(dir_.file("in/noise-src.ppm"), pnm);
+  }
+  MakePicture(small, 16, 16, 0x808080);
+  RememberSources({pnm, small});
+  fs::remove_all(dir_.file("out"));
+  SmallDisk temp(dir_.file("temp"), 64u << 10);
+  ASSERT_TRUE(temp.mounted()) << temp.why();
+  settings_.main.cpu_priority = 1;  // one worker: the two files do not share the full disk
+  WriteJob({pnm, small});
+  EXPECT_EQ(Run(), 1) << log_;
+  ExpectPromisesKept(2, 1);
+  EXPECT_TRUE(Loads(dir_.file("out/small.png"))) << log_;
 }
 
 TEST_F(FaultTest, BrokenFoldersEndTheJobCleanly) {
