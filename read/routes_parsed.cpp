@@ -1,10 +1,10 @@
 // Formats the reader decodes itself or hands straight to the engine: XIF (a TIFF), PSD layers,
 // headerless raw pixel data laid out by the "Raw_bmp" settings, SGI RGB (through the raster
 // converter), Tajima DST embroidery, whose stitches are drawn, Roku BIF frame indexes (the JPEG
-// frames they hold) and GIMP patterns (.pat).
+// frames they hold), GIMP patterns (.pat) and Paint Shop Pro pictures (read/psp_format.h).
 //
-// The remaining routines of this family (PSP, Webshots, CAR, MIX, PSF, UPI, VSI and the plain
-// DAT picture) have no decoder: no public description of these formats and no Debian program
+// The remaining routines of this family (Webshots, CAR, MIX, PSF, UPI, VSI and the plain DAT
+// picture) have no decoder: no public description of these formats and no Debian program
 // that reads them. They fail, so the chain goes on to the general raster tool and the engine
 // fall-back. docs/formats.md lists them with the reason.
 #include <algorithm>
@@ -14,9 +14,11 @@
 #include <string>
 #include <vector>
 
+#include "engine/tools/runner.h"
 #include "imaging/ie_bitmap.h"
 #include "imaging/ie_io.h"
 #include "platform/fs.h"
+#include "read/psp_format.h"
 #include "read/read_routes.h"
 #include "read/route_support.h"
 
@@ -224,10 +226,27 @@ int bif_read(TZubRead& r) {
   }
   return SavePictures(r, paths);
 }
-// No decoder on this platform (see the file comment).
-int psp_read(TZubRead&) {
-  return 1;
+int psp_read(TZubRead& r) {
+  try {
+    const auto bytes = platform::ReadFileBytes(r.src_file);
+    psp::Document doc;
+    if (!bytes || !doc.Open(*bytes, tools::CurrentJobLimits().max_pixels)) return 1;
+    if (!doc.JpegComposite().empty()) {
+      // The editor's own flattening, when it stored one; the layers are read when it does not load.
+      Scratch jpeg(r, ".jpg");
+      if (platform::WriteFileAtomic(jpeg.path(), doc.JpegComposite()).ok() &&
+          SavePicture(r, jpeg.path()) == 0)
+        return 0;
+    }
+    TIEBitmap bmp;
+    if (!doc.Flatten(bmp)) return 1;
+    TImageEnIO io(&bmp);
+    return io.SaveToFile(r.out_file).ok() && FileOk(r.out_file) ? 0 : 1;
+  } catch (...) {
+    return 1;  // out of memory for a picture within the limits
+  }
 }
+// No decoder on this platform (see the file comment).
 int webshots(TZubRead&) {
   return 1;
 }
