@@ -278,7 +278,15 @@ pictavo::Status Write(const GifFileType* in, const TIEBitmap& bmp, const TIOPara
     GifAddExtensionBlock(&frame->ExtensionBlockCount, &frame->ExtensionBlocks,
                          GRAPHICS_EXT_FUNC_CODE, static_cast<int>(len), ext);
   }
+  // EGifSpew closes the encoder and frees it, but giflib 5.2.1 leaves the frames it wrote, and
+  // replaces the screen colour map by a copy of it without freeing the one it was given.
+  GifFileType frames{};
+  frames.SavedImages = gif->SavedImages;
+  frames.ImageCount = gif->ImageCount;
+  ColorMapObject* const screen_map = gif->SColorMap;
   if (EGifSpew(gif) != GIF_OK) return pictavo::Status::Error("GIF encoder failed");
+  GifFreeSavedImages(&frames);
+  GifFreeMapObject(screen_map);
   out = std::move(buf);
   return pictavo::Status::OK();
 }
