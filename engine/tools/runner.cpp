@@ -5,9 +5,11 @@
 #include <algorithm>
 #include <chrono>
 #include <optional>
+#include <string>
 #include <thread>
 
 #include "engine/tools/command_line.h"
+#include "platform/console.h"
 #include "platform/process.h"
 
 namespace pictavo::tools {
@@ -25,6 +27,7 @@ std::atomic<EventPump> g_pump{nullptr};
 // No time-out until the engine sets its limits: `pictavo convert` runs a whole job as one tool.
 std::atomic<int> g_tool_timeout_s{0};
 std::atomic<uint64_t> g_max_pixels{JobLimits{}.max_pixels};
+std::atomic<uint64_t> g_max_unpacked_mb{JobLimits{}.max_unpacked_mb};
 
 void Pump() {
   if (EventPump pump = g_pump.load()) pump();
@@ -81,12 +84,16 @@ std::atomic<bool>& StopFlag() {
 void SetJobLimits(const JobLimits& limits) {
   g_tool_timeout_s.store(limits.tool_timeout_s);
   g_max_pixels.store(limits.max_pixels);
+  g_max_unpacked_mb.store(limits.max_unpacked_mb);
+  // Set before any worker starts, so no thread reads the environment meanwhile.
+  platform::SetEnvironmentVariable(kMaxUnpackedVariable, std::to_string(limits.max_unpacked_mb));
 }
 
 JobLimits CurrentJobLimits() {
   JobLimits limits;
   limits.tool_timeout_s = g_tool_timeout_s.load();
   limits.max_pixels = g_max_pixels.load();
+  limits.max_unpacked_mb = g_max_unpacked_mb.load();
   return limits;
 }
 

@@ -36,10 +36,15 @@ void SetProcessPriority(int cpu_priority);
 //   tool_timeout_s: a tool still running after this many seconds is ended with its children
 //                   (every run that names no time-out of its own; 0 or less = none).
 //   max_pixels:     the largest picture, in pixels, that the engine decodes in-process.
+//   max_unpacked_mb: the most an archive may expand to; the archiver of the tool folder lists
+//                   the archive first and refuses a larger one. Tools learn it from the
+//                   environment variable kMaxUnpackedVariable.
 struct JobLimits {
   int tool_timeout_s = 600;
   uint64_t max_pixels = uint64_t{1} << 28;  // 268 megapixels: 1 GiB at 32 bits per pixel
+  uint64_t max_unpacked_mb = 4096;
 };
+inline constexpr char kMaxUnpackedVariable[] = "PICTAVO_MAX_UNPACKED_MB";
 void SetJobLimits(const JobLimits& limits);
 JobLimits CurrentJobLimits();
 

@@ -1,3 +1,4 @@
+#include <cstdint>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -181,6 +182,29 @@ TEST(Translate, SmallAdapters) {
   EXPECT_NE(std::find(p.steps[0].argv.begin(), p.steps[0].argv.end(), "-r"), p.steps[0].argv.end());
   EXPECT_EQ(p.steps[1].argv[0], "gs");
   EXPECT_FALSE(PlanFor("nothing.exe", {}, Ctx()).error.empty());
+}
+
+TEST(Translate, ArchiveExpansionIsCheckedFromTheListingFirst) {
+  Context ctx = Ctx();
+  ctx.max_unpacked_mb = 100;
+  Plan p = PlanFor("7za.bin", {"e", "-y", "/a/b.zip", "-o/x"}, ctx);
+  ASSERT_EQ(p.steps.size(), 3u);
+  EXPECT_EQ(p.steps[0].argv, (Args{"7zz", "l", "-slt", "--", "/a/b.zip"}));
+  EXPECT_FALSE(p.steps[0].stdout_path.empty());
+  EXPECT_EQ(p.steps[1].kind, Step::Kind::kCheckUnpackedSize);
+  EXPECT_EQ(p.steps[1].argv, (Args{p.steps[0].stdout_path, "100"}));
+  EXPECT_EQ(p.steps[2].argv[1], "e");
+  EXPECT_EQ(p.scratch, (std::vector<std::string>{p.steps[0].stdout_path}));
+  // Without a limit, or for a listing, 7-Zip runs alone.
+  EXPECT_EQ(PlanFor("7za.bin", {"e", "-y", "/a/b.zip", "-o/x"}, Ctx()).steps.size(), 1u);
+  EXPECT_EQ(PlanFor("7za.bin", {"l", "/a/b.zip"}, ctx).steps.size(), 1u);
+
+  // The archive's own "Physical Size" is not an entry; a sum that would wrap stays at the top.
+  EXPECT_EQ(UnpackedSizeOfListing("Path = b.zip\nPhysical Size = 999\n----------\nPath = a\n"
+                                  "Size = 1000\nPacked Size = 10\n\nPath = c\nSize = 24\n"),
+            1024u);
+  EXPECT_EQ(UnpackedSizeOfListing("Size = 18446744073709551615\nSize = 5\n"), UINT64_MAX);
+  EXPECT_EQ(UnpackedSizeOfListing(""), 0u);
 }
 
 TEST(Translate, RetroFormatsGoToTheProgramThatReadsThem) {

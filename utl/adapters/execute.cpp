@@ -9,9 +9,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <string>
 
 #include "utl/adapters/plan.h"
 
@@ -160,6 +163,22 @@ int Execute(const Plan& plan) {
       case Step::Kind::kWriteGbr:
         if (!WriteGbr(step.argv[0], step.argv[1], step.argv[2])) result = 1;
         break;
+      case Step::Kind::kCheckUnpackedSize: {
+        std::ifstream in(step.argv[0], std::ios::binary);
+        const std::string listing((std::istreambuf_iterator<char>(in)),
+                                  std::istreambuf_iterator<char>());
+        const uint64_t limit_mb = std::strtoull(step.argv[1].c_str(), nullptr, 10);
+        const uint64_t size = UnpackedSizeOfListing(listing);
+        if (size / (1024 * 1024) >= limit_mb) {
+          std::fprintf(stderr,
+                       "7za.bin: the archive expands to %llu MB, above the limit of %llu MB "
+                       "(\"Limits\"/\"Max_unpacked_mb\")\n",
+                       static_cast<unsigned long long>(size / (1024 * 1024)),
+                       static_cast<unsigned long long>(limit_mb));
+          result = 3;
+        }
+        break;
+      }
     }
     if (result != 0) break;
   }

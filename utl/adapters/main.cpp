@@ -44,6 +44,8 @@ int main(int argc, char** argv) {
   ctx.utl_folder = utl.string() + "/";
   ctx.has_program = OnSearchPath;
   ctx.scratch_folder = fs::temp_directory_path(ec).string() + "/";
+  if (const char* limit = std::getenv("PICTAVO_MAX_UNPACKED_MB"))
+    ctx.max_unpacked_mb = std::strtoull(limit, nullptr, 10);
   pictavo::utl::Args args(argv + 1, argv + argc);
   return pictavo::utl::Execute(pictavo::utl::PlanFor(tool, args, ctx));
 }

@@ -6,6 +6,7 @@
 // running, so that the translations are tested without the programs.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -22,6 +23,8 @@ struct Step {
     kMakeDir,   // argv[0] and its parents
     kFlatten,   // move every file below folder argv[0] up into it (7-Zip "e" semantics)
     kWriteGbr,  // GIMP brush argv[1] from the PAM file argv[0], brush name argv[2]
+    kCheckUnpackedSize,  // fail when the 7-Zip listing argv[0] ("-slt") adds up to more than
+                         // argv[1] megabytes
   };
   Kind kind = Kind::kRun;
   Args argv;
@@ -39,8 +42,12 @@ struct Plan {
 struct Context {
   std::string utl_folder;                               // the tool folder, with a trailing "/"
   std::function<bool(const std::string&)> has_program;  // on the search path?
-  std::string scratch_folder;  // for adapters whose output is stdout; with a trailing "/"
+  std::string scratch_folder;    // for adapters whose output is stdout; with a trailing "/"
+  uint64_t max_unpacked_mb = 0;  // the most an archive may expand to; 0 = no limit
 };
+
+// The sum of the "Size = " lines of a 7-Zip technical listing ("l -slt").
+uint64_t UnpackedSizeOfListing(const std::string& listing);
 
 // The adapted tool names, as the tool folder names them ("f300_uni.exe", "sc/sc.exe", ...).
 const std::vector<std::string_view>& AdapterNames();

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <cstdlib>
 #include <map>
 
 #include "utl/adapters/plan.h"
@@ -544,6 +545,17 @@ Plan Plan7za(const Args& args, const Context& ctx) {
     if (mode == "e") p.steps.push_back(Other(Step::Kind::kFlatten, {folder}));
     return p;
   }
+  if (ctx.max_unpacked_mb > 0 && (mode == "e" || mode == "x") && !archive.empty()) {
+    // A bomb is refused from the archive's own listing, before a byte is written.
+    const std::string listing =
+        ctx.scratch_folder + "pictavo-7z-listing-" + std::to_string(::getpid()) + ".txt";
+    Step list = Run({"7zz", "l", "-slt", "--", archive});
+    list.stdout_path = listing;
+    p.steps.push_back(list);
+    p.scratch.push_back(listing);
+    p.steps.push_back(
+        Other(Step::Kind::kCheckUnpackedSize, {listing, std::to_string(ctx.max_unpacked_mb)}));
+  }
   Args argv{"7zz"};
   argv.insert(argv.end(), args.begin(), args.end());
   p.steps.push_back(Run(argv));
@@ -886,6 +898,22 @@ Args SplitJoinedWebpSwitches(const Args& args) {
     }
   }
   return out;
+}
+
+uint64_t UnpackedSizeOfListing(const std::string& listing) {
+  // Each entry has a line "Size = N"; the archive itself is described by "Physical Size = N".
+  uint64_t total = 0;
+  size_t start = 0;
+  while (start < listing.size()) {
+    size_t end = listing.find('\n', start);
+    if (end == std::string::npos) end = listing.size();
+    if (listing.compare(start, 7, "Size = ") == 0) {
+      const uint64_t size = std::strtoull(listing.c_str() + start + 7, nullptr, 10);
+      total = size > UINT64_MAX - total ? UINT64_MAX : total + size;
+    }
+    start = end + 1;
+  }
+  return total;
 }
 
 int JpegRatioForQuality(int quality) {
