@@ -254,6 +254,12 @@ bool TPThread::Read() {
     as_is = sniffed != imaging::TIOFileType::ioUnknown || tag == ";tga;";
   }
   std::string line = kStepPrefix + M(Msg::kReadingFile);
+  // A stale list entry fails at once: no reader or tool is started on a file that is not there.
+  if (!platform::FileExists(source_)) {
+    print_log(line + " " + M(Msg::kFail) + kStepPrefix + M(Msg::kError) + " " +
+              M(Msg::kCouldNotRead) + " " + FileName(source_) + ": the file does not exist");
+    return false;
+  }
   const bool pdf = reader::TZubRead::is_pdf(source_);
   if (sniffed != imaging::TIOFileType::ioUnknown || pdf) {
     const std::string why =
