@@ -1,6 +1,8 @@
 #!/bin/sh
 # Runs every fuzz target for a bounded time, seeded from the sample corpus.
 #   fuzz/run_fuzzers.sh <fuzz build folder> [seconds per target] [corpus folder] [targets...]
+# PICTAVO_FUZZ_TIMEOUT (seconds, default 10) is the hang limit per input; it is wall time, so raise
+# it when the targets run at low priority beside other work.
 # Crashes, hangs and over-large allocations are written to <build>/fuzz-findings/<target>/;
 # after fixing one, keep the (minimised) input in fuzz/regressions/<codec>/ under a name that
 # says what was wrong.
@@ -33,7 +35,7 @@ for t in $targets; do
     find "$corpus" -type f -iname "*.$e" -size -200k -exec cp -n {} "$seeds/" \; 2>/dev/null || true
   done
   echo "== fuzz_$t for ${seconds}s ($(ls "$seeds" | wc -l) seeds)"
-  if ! "$bin" "$work" "$seeds" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
+  if ! "$bin" "$work" "$seeds" -max_total_time="$seconds" -timeout="${PICTAVO_FUZZ_TIMEOUT:-10}" -rss_limit_mb=2048 \
        -malloc_limit_mb=1024 -max_len=65536 -artifact_prefix="$found/" -print_final_stats=1 \
        > "$build/fuzz-findings/$t.log" 2>&1; then
     echo "   FOUND: see $build/fuzz-findings/$t.log and $found/"
