@@ -39,6 +39,13 @@ TEST(Translate, GhostscriptSwitchesAfterTheInputMoveInFront) {
   EXPECT_EQ(MoveTrailingGsSwitches({"-dBATCH", "-o", "out.pdf", "def.ps", "in.pdf", "-r72"}),
             (Args{"-dBATCH", "-o", "out.pdf", "-r72", "def.ps", "in.pdf"}));
   EXPECT_EQ(MoveTrailingGsSwitches({"-dBATCH", "in.ps"}), (Args{"-dBATCH", "in.ps"}));
+
+  // A document never runs without SAFER; the tool folder stays readable for its definitions.
+  Plan p = PlanFor("pdfpsai.bin", {"-dNOSAFER", "-dBATCH", "in.ps"}, Ctx());
+  EXPECT_EQ(p.steps[0].argv,
+            (Args{"gs", "--permit-file-read=/opt/p/utl/", "-dSAFER", "-dBATCH", "in.ps"}));
+  p = PlanFor("pdfpsai.bin", {"-dBATCH", "in.ps"}, Ctx());
+  EXPECT_EQ(p.steps[0].argv[1], "-dSAFER");
 }
 
 TEST(Translate, ImageMagickOptionAfterTheOutputMovesBeforeIt) {

@@ -745,9 +745,19 @@ struct AdapterRow {
   Plan (*plan)(const Args&, const Context&);
 };
 
-Plan PlanPdfpsai(const Args& args, const Context&) {
+Plan PlanPdfpsai(const Args& args, const Context& ctx) {
   Args argv{"gs"};
   Args moved = MoveTrailingGsSwitches(args);
+  // The engine's command lines ask for -dNOSAFER; here a document never gets to delete, rename
+  // or write files of its own choosing. It may still read the tool folder's definitions
+  // (pdfa_def.ps and the profile it names).
+  bool safer = false;
+  for (std::string& a : moved) {
+    if (a == "-dNOSAFER" || a == "-dDELAYSAFER") a = "-dSAFER";
+    safer = safer || a == "-dSAFER";
+  }
+  if (!safer) argv.push_back("-dSAFER");
+  argv.push_back("--permit-file-read=" + ctx.utl_folder);
   argv.insert(argv.end(), moved.begin(), moved.end());
   Plan p;
   p.steps.push_back(Run(argv));
