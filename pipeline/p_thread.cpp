@@ -260,7 +260,9 @@ bool TPThread::Read() {
               M(Msg::kCouldNotRead) + " " + FileName(source_) + ": the file does not exist");
     return false;
   }
-  const bool pdf = reader::TZubRead::is_pdf(source_);
+  const bool pdf =
+      sniffed == imaging::TIOFileType::ioPDF ||
+      (sniffed == imaging::TIOFileType::ioUnknown && reader::TZubRead::is_pdf(source_));
   if (sniffed != imaging::TIOFileType::ioUnknown || pdf) {
     const std::string why =
         pdf ? PdfAbovePixelLimit(source_, context_.settings) : AbovePixelLimit(source_);
