@@ -12,7 +12,8 @@ pictavo::Status CheckDimensions(int64_t width, int64_t height, uint64_t max_pixe
 }
 
 pictavo::Status Corrupt(const char* format, const char* what) {
-  return pictavo::Status::Error(std::string(format) + " file is damaged: " + what);
+  return pictavo::Status::Error(std::string(format) +
+                                " file is damaged: " + (what ? what : "unknown error"));
 }
 
 void RowToRGB(const TIEBitmap& bmp, int y, uint8_t* rgb) {

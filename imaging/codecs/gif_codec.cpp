@@ -10,6 +10,13 @@ namespace pictavo::imaging::codecs {
 
 namespace {
 
+// giflib's message for an error code; it has none (a null pointer) for codes outside its table,
+// which a damaged file can leave behind.
+const char* GifReason(int code) {
+  const char* text = GifErrorString(code);
+  return text ? text : "unknown error";
+}
+
 struct MemIn {
   const uint8_t* data;
   size_t size;
@@ -298,7 +305,7 @@ pictavo::Status DecodeGIF(const uint8_t* data, size_t size, const DecodeOptions&
   MemIn in{data, size, 0};
   int err = 0;
   GifIn gif(DGifOpen(&in, ReadMem, &err));
-  if (!gif) return Corrupt("GIF", GifErrorString(err));
+  if (!gif) return Corrupt("GIF", GifReason(err));
   const int sw = gif->SWidth, sh = gif->SHeight;
   params.FileType = TIOFileType::ioGIF;
   params.BitsPerSample = 8;
@@ -325,7 +332,7 @@ pictavo::Status DecodeGIF(const uint8_t* data, size_t size, const DecodeOptions&
     GifRecordType rec;
     if (DGifGetRecordType(gif.get(), &rec) != GIF_OK) {
       if (frames > 0 && (!decode || have_target)) break;  // trailing garbage after our frame
-      return Corrupt("GIF", GifErrorString(gif->Error));
+      return Corrupt("GIF", GifReason(gif->Error));
     }
     if (rec == TERMINATE_RECORD_TYPE) break;
     if (rec == EXTENSION_RECORD_TYPE) {
@@ -353,7 +360,7 @@ pictavo::Status DecodeGIF(const uint8_t* data, size_t size, const DecodeOptions&
       continue;
     }
     if (rec != IMAGE_DESC_RECORD_TYPE) continue;
-    if (DGifGetImageDesc(gif.get()) != GIF_OK) return Corrupt("GIF", GifErrorString(gif->Error));
+    if (DGifGetImageDesc(gif.get()) != GIF_OK) return Corrupt("GIF", GifReason(gif->Error));
     const GifImageDesc d = gif->Image;
     if (d.Width <= 0 || d.Height <= 0 ||
         static_cast<uint64_t>(d.Width) * static_cast<uint64_t>(d.Height) > max_frame_px)
@@ -458,8 +465,8 @@ pictavo::Status AppendGIF(const TIEBitmap& bmp, const TIOParamsVals& params,
   MemIn in{file.data(), file.size(), 0};
   int err = 0;
   GifIn gif(DGifOpen(&in, ReadMem, &err));
-  if (!gif) return Corrupt("GIF", GifErrorString(err));
-  if (DGifSlurp(gif.get()) != GIF_OK) return Corrupt("GIF", GifErrorString(gif->Error));
+  if (!gif) return Corrupt("GIF", GifReason(err));
+  if (DGifSlurp(gif.get()) != GIF_OK) return Corrupt("GIF", GifReason(gif->Error));
   std::vector<uint8_t> out;
   if (auto st = Write(gif.get(), bmp, params, out); !st.ok()) return st;
   file = std::move(out);
