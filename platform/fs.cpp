@@ -107,10 +107,14 @@ bool DirectoryExists(const std::string& path) {
 }
 
 std::string ExecutableFolder() {
-  std::error_code ec;
-  auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
-  if (ec) return IncludeTrailingDelim(std::filesystem::current_path().string());
-  return IncludeTrailingDelim(exe.parent_path().string());
+  // The program does not move while it runs; every worker asks for every file.
+  static const std::string folder = [] {
+    std::error_code ec;
+    auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
+    if (ec) return IncludeTrailingDelim(std::filesystem::current_path().string());
+    return IncludeTrailingDelim(exe.parent_path().string());
+  }();
+  return folder;
 }
 
 }  // namespace pictavo::platform
