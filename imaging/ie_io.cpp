@@ -145,6 +145,26 @@ pictavo::Status WriteAtomically(const std::string& path, const std::vector<uint8
       /*flush_to_disk=*/false);
 }
 
+// The last one-page TIFF this thread saved, with what identifies the file as written.
+struct HandOver {
+  bool valid = false;
+  std::string path;
+  std::uintmax_t size = 0;
+  std::filesystem::file_time_type written;
+  TIEBitmap bitmap;
+  TIOParamsVals params;
+};
+thread_local HandOver t_hand_over;
+
+bool SameFileAsWritten(const HandOver& h, const std::string& path) {
+  std::error_code ec;
+  if (!h.valid || h.path != path) return false;
+  const std::uintmax_t size = std::filesystem::file_size(path, ec);
+  if (ec || size != h.size) return false;
+  const auto written = std::filesystem::last_write_time(path, ec);
+  return !ec && written == h.written;
+}
+
 }  // namespace
 
 TImageEnIO::TImageEnIO(TIEBitmap* bitmap) : bmp_(bitmap) {
@@ -201,6 +221,7 @@ pictavo::Status TImageEnIO::ParamsFromBuffer(const uint8_t* data, size_t size) {
 }
 
 pictavo::Status TImageEnIO::LoadFromFile(const std::string& path) {
+  if (TakeHandOver(path, false)) return pictavo::Status::OK();
   auto bytes = platform::ReadFileBytes(path);
   if (!bytes) {
     bmp_->Clear();
@@ -210,6 +231,7 @@ pictavo::Status TImageEnIO::LoadFromFile(const std::string& path) {
 }
 
 pictavo::Status TImageEnIO::ParamsFromFile(const std::string& path) {
+  if (TakeHandOver(path, true)) return pictavo::Status::OK();
   auto bytes = platform::ReadFileBytes(path);
   if (!bytes) return pictavo::Status::Error("cannot read " + path);
   return Decode(reinterpret_cast<const uint8_t*>(bytes->data()), bytes->size(), true);
@@ -310,7 +332,51 @@ pictavo::Status TImageEnIO::SaveToFile(const std::string& path) {
   }
   std::vector<uint8_t> bytes;
   if (auto st = Encode(type, bytes); !st.ok()) return st;
-  return WriteAtomically(path, bytes);
+  if (auto st = WriteAtomically(path, bytes); !st.ok()) return st;
+  if (type == TIOFileType::ioTIFF) KeepForNextLoad(path, bytes);
+  return pictavo::Status::OK();
+}
+
+void TImageEnIO::KeepForNextLoad(const std::string& path, const std::vector<uint8_t>& tiff) {
+  HandOver& h = t_hand_over;
+  h.valid = false;
+  h.bitmap.Clear();
+  // Only what a load gives back exactly: 24-bit RGB without alpha, written as 24-bit RGB with a
+  // lossless compression, that a load would not colour-convert.
+  if (bmp_->PixelFormat() != TIEPixelFormat::ie24RGB || bmp_->HasAlphaChannel()) return;
+  TIEBitmap none;
+  TImageEnIO probe(&none);
+  if (!probe.ParamsFromBuffer(tiff.data(), tiff.size()).ok()) return;
+  TIOParamsVals params = probe.Params();
+  if (params.ImageCount != 1 || params.Width != bmp_->Width() || params.Height != bmp_->Height() ||
+      params.BitsPerSample != 8 || params.SamplesPerPixel != 3 ||
+      params.TIFF_Compression == TIOTIFFCompression::ioTIFF_JPEG)
+    return;
+  if (ColorManagementEnabled() && !params.ICC.IsEmpty() && !params.ICC.IsSRGB()) return;
+  std::error_code ec;
+  h.size = std::filesystem::file_size(path, ec);
+  if (ec) return;
+  h.written = std::filesystem::last_write_time(path, ec);
+  if (ec) return;
+  h.bitmap = *bmp_;
+  h.params = std::move(params);
+  h.path = path;
+  h.valid = true;
+}
+
+bool TImageEnIO::TakeHandOver(const std::string& path, bool params_only) {
+  HandOver& h = t_hand_over;
+  if (params_.ImageIndex != 0 || !SameFileAsWritten(h, path)) return false;
+  TIOParamsVals params = h.params;
+  params.ImageIndex = params_.ImageIndex;
+  params.JPEG_ScaleDenom = params_.JPEG_ScaleDenom;
+  params_ = std::move(params);
+  if (!params_only) {
+    *bmp_ = std::move(h.bitmap);
+    h.valid = false;
+  }
+  RememberLayout();
+  return true;
 }
 
 pictavo::Status TImageEnIO::SaveToFilePNG(const std::string& path) {

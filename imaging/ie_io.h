@@ -84,6 +84,11 @@ class TImageEnIO {
   pictavo::Status Encode(TIOFileType type, std::vector<uint8_t>& out);
   pictavo::Status PrepareForSave(TIOFileType type, TIEBitmap& work, const TIEBitmap*& use);
   void RememberLayout();
+  // The hand-over between stages: a one-page TIFF that this thread has just saved is kept in
+  // memory, and a load (or parameter probe) of that very file, unchanged since, takes it from
+  // there instead of decoding it again.
+  void KeepForNextLoad(const std::string& path, const std::vector<uint8_t>& tiff);
+  bool TakeHandOver(const std::string& path, bool params_only);
 
   TIEBitmap* bmp_;
   TIOParamsVals params_;

@@ -1,0 +1,154 @@
+// The hand-over between stages: a one-page TIFF saved by a thread is loaded back from memory by
+// that thread, exactly as a decode of the file would give it, and only while the file is the
+// one that was written.
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "imaging/ie_io.h"
+#include "platform/fs.h"
+#include "support/test_paths.h"
+#include "test_io_support.h"
+
+namespace pictavo::imaging {
+namespace {
+
+namespace fs = std::filesystem;
+using F = TIEPixelFormat;
+
+// What a plain decode of the file gives, the hand-over bypassed.
+void DecodeBytes(const std::string& path, TIEBitmap& bmp, TIOParamsVals& params) {
+  const std::string bytes = platform::ReadFileBytes(path).value_or("");
+  TImageEnIO io(&bmp);
+  ASSERT_TRUE(io.LoadFromBuffer(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()).ok());
+  params = io.Params();
+}
+
+void ExpectSame(const TIEBitmap& a, const TIOParamsVals& pa, const TIEBitmap& b,
+                const TIOParamsVals& pb) {
+  ASSERT_EQ(a.PixelFormat(), b.PixelFormat());
+  ASSERT_EQ(a.Width(), b.Width());
+  ASSERT_EQ(a.Height(), b.Height());
+  EXPECT_EQ(a.HasAlphaChannel(), b.HasAlphaChannel());
+  for (int y = 0; y < a.Height(); ++y)
+    ASSERT_EQ(std::memcmp(a.Scanline(y), b.Scanline(y), a.RowLen()), 0) << "row " << y;
+  EXPECT_EQ(pa.Width, pb.Width);
+  EXPECT_EQ(pa.Height, pb.Height);
+  EXPECT_EQ(pa.BitsPerSample, pb.BitsPerSample);
+  EXPECT_EQ(pa.SamplesPerPixel, pb.SamplesPerPixel);
+  EXPECT_EQ(pa.DpiX, pb.DpiX);
+  EXPECT_EQ(pa.DpiY, pb.DpiY);
+  EXPECT_EQ(pa.ImageCount, pb.ImageCount);
+  EXPECT_EQ(pa.FileType, pb.FileType);
+  EXPECT_EQ(pa.TIFF_Compression, pb.TIFF_Compression);
+}
+
+TEST(HandOver, LoadGivesWhatADecodeGivesAndOnlyForTheFileAsWritten) {
+  testing::TempDir tmp;
+  const std::string path = tmp.file("stage.tif");
+  TIEBitmap saved = iotest::Pattern(61, 37, F::ie24RGB, false);
+  auto save_stage = [&] {
+    TImageEnIO io(&saved);
+    io.Params().DpiX = io.Params().DpiY = 150;
+    io.Params().TIFF_Compression = TIOTIFFCompression::ioTIFF_LZW;
+    ASSERT_TRUE(io.SaveToFile(path).ok());
+  };
+  save_stage();
+  TIEBitmap decoded;
+  TIOParamsVals decoded_params;
+  DecodeBytes(path, decoded, decoded_params);
+
+  // A parameter probe and then the load, both answered from memory, both as a decode.
+  TIEBitmap loaded;
+  TImageEnIO in(&loaded);
+  ASSERT_TRUE(in.ParamsFromFile(path).ok());
+  EXPECT_EQ(in.Params().Width, 61);
+  ASSERT_TRUE(in.LoadFromFile(path).ok());
+  ExpectSame(loaded, in.Params(), decoded, decoded_params);
+
+  // A second load decodes the file again, with the same result.
+  TIEBitmap again;
+  TImageEnIO in2(&again);
+  ASSERT_TRUE(in2.LoadFromFile(path).ok());
+  ExpectSame(again, in2.Params(), decoded, decoded_params);
+
+  // The load really comes from memory: bytes changed behind the file's back, size and time
+  // kept, do not show ...
+  save_stage();
+  const auto written = fs::last_write_time(path);
+  std::string bytes = platform::ReadFileBytes(path).value_or("");
+  for (size_t i = bytes.size() / 2; i < bytes.size() / 2 + 64; ++i) bytes[i] ^= 0x55;
+  ASSERT_TRUE(platform::WriteFileAtomic(path, bytes, false).ok());
+  fs::last_write_time(path, written);
+  TIEBitmap from_memory;
+  TImageEnIO in3(&from_memory);
+  ASSERT_TRUE(in3.LoadFromFile(path).ok());
+  ExpectSame(from_memory, in3.Params(), decoded, decoded_params);
+
+  // ... but a file written again since (a new time) is decoded.
+  save_stage();
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  TIEBitmap other = iotest::Pattern(61, 37, F::ie24RGB, false);
+  other.Fill(0x102030);
+  {
+    std::vector<uint8_t> tiff;
+    TImageEnIO io(&other);
+    ASSERT_TRUE(io.SaveToBuffer(TIOFileType::ioTIFF, tiff).ok());
+    ASSERT_TRUE(
+        platform::WriteFileAtomic(
+            path, std::string(reinterpret_cast<const char*>(tiff.data()), tiff.size()), false)
+            .ok());
+  }
+  TIEBitmap fresh;
+  TImageEnIO in4(&fresh);
+  ASSERT_TRUE(in4.LoadFromFile(path).ok());
+  EXPECT_EQ(fresh.GetPixels(5, 5).r, other.GetPixels(5, 5).r);
+  EXPECT_NE(fresh.GetPixels(5, 5).r, saved.GetPixels(5, 5).r);
+
+  // Another page, another file name, or another thread: decoded from the file.
+  save_stage();
+  std::thread([&] {
+    TIEBitmap elsewhere;
+    TImageEnIO io(&elsewhere);
+    ASSERT_TRUE(io.LoadFromFile(path).ok());
+    EXPECT_EQ(elsewhere.Width(), 61);
+  }).join();
+}
+
+TEST(HandOver, LossyOrLayoutChangingSavesAreNotHandedOver) {
+  testing::TempDir tmp;
+  const std::string path = tmp.file("stage.tif");
+  // JPEG inside TIFF: the load must show the compression's loss, as a decode does.
+  TIEBitmap photo = iotest::Pattern(64, 48, F::ie24RGB, false);
+  {
+    TImageEnIO io(&photo);
+    io.Params().TIFF_Compression = TIOTIFFCompression::ioTIFF_JPEG;
+    ASSERT_TRUE(io.SaveToFile(path).ok());
+  }
+  TIEBitmap decoded, loaded;
+  TIOParamsVals decoded_params;
+  DecodeBytes(path, decoded, decoded_params);
+  TImageEnIO in(&loaded);
+  ASSERT_TRUE(in.LoadFromFile(path).ok());
+  ExpectSame(loaded, in.Params(), decoded, decoded_params);
+  // Grey and alpha pictures come back from the file too.
+  for (TIEBitmap bmp :
+       {iotest::Pattern(20, 10, F::ie8g, false), iotest::Pattern(20, 10, F::ie24RGB, true)}) {
+    {
+      TImageEnIO io(&bmp);
+      ASSERT_TRUE(io.SaveToFile(path).ok());
+    }
+    DecodeBytes(path, decoded, decoded_params);
+    TImageEnIO again(&loaded);
+    ASSERT_TRUE(again.LoadFromFile(path).ok());
+    ExpectSame(loaded, again.Params(), decoded, decoded_params);
+  }
+}
+
+}  // namespace
+}  // namespace pictavo::imaging
