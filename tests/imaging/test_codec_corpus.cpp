@@ -64,6 +64,7 @@ constexpr CorpusCase kCorpus[] = {
 
 TEST(ImageIoCorpus, DecodesLikeImageMagick) {
   PICTAVO_REQUIRE_PROGRAM("convert", "imagemagick");
+  PICTAVO_REQUIRE_CORPUS(manifest, "MANIFEST.md");
   testing::TempDir tmp;
   int compared = 0;
   for (const CorpusCase& c : kCorpus) {
