@@ -42,7 +42,7 @@ pictavo::Status DecodePSD(const uint8_t* data, size_t size, const DecodeOptions&
   const int color = mode == 3 ? 3 : mode == 4 ? 4 : 1;
   if (channels < color || channels > 56 || !(depth == 1 || depth == 8 || depth == 16) ||
       !(mode == 0 || mode == 1 || mode == 2 || mode == 3 || mode == 4 || mode == 8) ||
-      (mode == 0) != (depth == 1))
+      (mode == 0) != (depth == 1) || (mode == 2 && depth != 8))  // indexed is 8-bit only
     return Corrupt("PSD", "unsupported colour mode");
   params.HasAlpha = channels > color;
   const uint32_t cm_len = r.be32();
