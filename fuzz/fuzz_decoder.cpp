@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "engine/tools/runner.h"
 #include "imaging/codecs/bmp_codec.h"
 #include "imaging/codecs/gif_codec.h"
 #include "imaging/codecs/ico_codec.h"
@@ -28,6 +29,7 @@ namespace {
 
 void Decode(const uint8_t* data, size_t size, int frame, bool params_only) {
   codecs::DecodeOptions opt;
+  opt.max_pixels = pictavo::tools::JobLimits{}.max_pixels;  // as every decode of a job
   opt.frame = frame;
   opt.params_only = params_only;
   TIEBitmap bmp;

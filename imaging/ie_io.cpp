@@ -1,5 +1,6 @@
 #include "imaging/ie_io.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <string_view>
@@ -193,6 +194,8 @@ pictavo::Status TImageEnIO::Decode(const uint8_t* data, size_t size, bool params
   opt.params_only = params_only;
   opt.frame = params_.ImageIndex;
   opt.scale_denom = params_.JPEG_ScaleDenom;
+  // Every decode, not only the pipeline's header check, stays within the job's pixel cap.
+  opt.max_pixels = std::min(opt.max_pixels, tools::CurrentJobLimits().max_pixels);
   const bool managed = ColorManagementEnabled();
   TIEBitmap decoded;
   pictavo::Status st = row->decode(data, size, opt, params_only ? nullptr : &decoded, params_);

@@ -381,8 +381,9 @@ pictavo::Status DecodeGIF(const uint8_t* data, size_t size, const DecodeOptions&
         if (auto st = CheckDimensions(cw, ch, opt.max_pixels); !st.ok()) return st;
         // The screen is mostly background that no data describes, so the data cannot bound it
         // tightly; still, a few kilobytes declaring a screen of hundreds of megapixels is a
-        // bomb, not a picture: 65536 pixels a byte of file is far beyond any real one.
-        if (static_cast<uint64_t>(cw) * ch > (uint64_t{size} + 1024) * 65536)
+        // bomb, not a picture: 4096 pixels a byte of file (4 MP for the smallest GIF) is far
+        // beyond any real one.
+        if (static_cast<uint64_t>(cw) * ch > (uint64_t{size} + 1024) * 4096)
           return Corrupt("GIF", "screen far larger than the file could hold");
         canvas.w = cw, canvas.h = ch;
         canvas.rgb.assign(static_cast<size_t>(cw) * ch * 3, 0);
