@@ -23,6 +23,9 @@ int SaveIntermediate(TZubConvert& self, const std::string& tmp) {
   imaging::TImageEnIO io(&bmp);
   if (!io.LoadFromFile(self.src_file).ok() || bmp.IsEmpty()) return 0;
   self.snow(io);
+  // The tool reads the file once, right away: writing it fast beats writing it small.
+  io.Params().PNG_Compression = 0;
+  io.Params().TIFF_Compression = imaging::TIOTIFFCompression::ioTIFF_UNCOMPRESSED;
   if (!io.SaveToFile(tmp).ok()) return 0;
   return std::max(1, io.Params().DpiX);
 }
