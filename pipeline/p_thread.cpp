@@ -53,6 +53,11 @@ std::string OneDecimal(double seconds) {
   return buf;
 }
 
+std::string AboveTheLimit(uint64_t limit) {
+  return " above the limit of " + std::to_string(limit / 1000000u) +
+         " megapixels (\"Limits\"/\"Max_megapixels\")";
+}
+
 // Width x height of a picture the engine decodes itself when it is above the job's cap; the
 // header alone is read, so a few-kilobyte "bomb" never gets its pixels allocated.
 std::string AbovePixelLimit(const std::string& file) {
@@ -63,8 +68,7 @@ std::string AbovePixelLimit(const std::string& file) {
   const uint64_t w = static_cast<uint64_t>(std::max(0, io.Params().Width));
   const uint64_t h = static_cast<uint64_t>(std::max(0, io.Params().Height));
   if (w * h <= limit) return {};
-  return std::to_string(w) + " x " + std::to_string(h) + " pixels is above the limit of " +
-         std::to_string(limit / 1000000u) + " megapixels (\"Limits\"/\"Max_megapixels\")";
+  return std::to_string(w) + " x " + std::to_string(h) + " pixels is" + AboveTheLimit(limit);
 }
 
 // The same for a PDF, whose largest page at the reading resolution would be rendered by the
@@ -78,8 +82,7 @@ std::string PdfAbovePixelLimit(const std::string& file, const settings::TMainSet
   char size[96];
   std::snprintf(size, sizeof size, "a page of %.0f x %.0f points is %.0f x %.0f pixels at %d dpi",
                 page.width, page.height, w, h, dpi);
-  return std::string(size) + ", above the limit of " + std::to_string(limit / 1000000u) +
-         " megapixels (\"Limits\"/\"Max_megapixels\")";
+  return std::string(size) + "," + AboveTheLimit(limit);
 }
 
 }  // namespace
@@ -255,22 +258,19 @@ bool TPThread::Read() {
   }
   std::string line = kStepPrefix + M(Msg::kReadingFile);
   // A stale list entry fails at once: no reader or tool is started on a file that is not there.
-  if (!platform::FileExists(source_)) {
+  const auto refuse = [&](const std::string& why) {
     print_log(line + " " + M(Msg::kFail) + kStepPrefix + M(Msg::kError) + " " +
-              M(Msg::kCouldNotRead) + " " + FileName(source_) + ": the file does not exist");
+              M(Msg::kCouldNotRead) + " " + FileName(source_) + ": " + why);
     return false;
-  }
+  };
+  if (!platform::FileExists(source_)) return refuse("the file does not exist");
   const bool pdf =
       sniffed == imaging::TIOFileType::ioPDF ||
       (sniffed == imaging::TIOFileType::ioUnknown && reader::TZubRead::is_pdf(source_));
   if (sniffed != imaging::TIOFileType::ioUnknown || pdf) {
     const std::string why =
         pdf ? PdfAbovePixelLimit(source_, context_.settings) : AbovePixelLimit(source_);
-    if (!why.empty()) {
-      print_log(line + " " + M(Msg::kFail) + kStepPrefix + M(Msg::kError) + " " +
-                M(Msg::kCouldNotRead) + " " + FileName(source_) + ": " + why);
-      return false;
-    }
+    if (!why.empty()) return refuse(why);
   }
   if (as_is) {
     work_file_ = source_;

@@ -90,19 +90,25 @@ bool IsOtherReadable(const std::string& path) {
   return false;
 }
 
+// What a container holds, read by a nested Read: pictures first, then whatever else the table
+// reads (the PDFs of a zip, a zipped shapefile, a mail's attached document).
+int ReadBestInside(TZubRead& r, const std::vector<std::string>& files) {
+  if (ReadFirst(r, files, IsPicture, true) == 0) return 0;
+  return ReadFirst(r, files, IsOtherReadable, true);
+}
+
 }  // namespace
 
 int zip_read(TZubRead& r) {
   Scratch folder(r, "");
   if (!Unpack(r, r.src_file, folder.path(), false)) return 1;
   std::vector<std::string> files = ListFiles(folder.path(), true);
-  // A compressed tarball (.tar.gz, .tgz) unpacks to one tar: unpack that as well.
-  Scratch inner(r, "");
-  if (files.size() == 1 && LowerExt(files[0]) == ".tar" && Unpack(r, files[0], inner.path(), false))
-    files = ListFiles(inner.path(), true);
-  // Pictures first; then whatever else the table reads (the PDFs of a zip, a zipped shapefile).
-  if (ReadFirst(r, files, IsPicture, true) == 0) return 0;
-  return ReadFirst(r, files, IsOtherReadable, true);
+  // A compressed tarball (.tar.gz, .tgz) unpacks to one tar: unpack that as well, inside.
+  if (files.size() == 1 && LowerExt(files[0]) == ".tar") {
+    const std::string inner = folder.path() + platform::kPathDelim + "tar";
+    if (Unpack(r, files[0], inner, false)) files = ListFiles(inner, true);
+  }
+  return ReadBestInside(r, files);
 }
 
 // A ".dat" that is a mail's attachment container (TNEF, the winmail.dat of Outlook): its
@@ -112,9 +118,7 @@ int new_dat_read(TZubRead& r) {
   if (!head || *head != std::string("\x78\x9f\x3e\x22", 4) || !HasTool(r, "wmopener.exe")) return 1;
   Scratch folder(r, "");
   RunTool(ToolArg(r, "wmopener.exe") + " " + Q(r.src_file) + " " + Q(folder.path()));
-  const std::vector<std::string> files = ListFiles(folder.path(), true);
-  if (ReadFirst(r, files, IsPicture, true) == 0) return 0;
-  return ReadFirst(r, files, IsOtherReadable, true);
+  return ReadBestInside(r, ListFiles(folder.path(), true));
 }
 
 int orb_read(TZubRead& r) {

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <string>
 
+#include "engine/tools/runner.h"  // the name of the limit the engine hands its tools
 #include "utl/adapters/plan.h"
 
 namespace {
@@ -44,7 +45,7 @@ int main(int argc, char** argv) {
   ctx.utl_folder = utl.string() + "/";
   ctx.has_program = OnSearchPath;
   ctx.scratch_folder = fs::temp_directory_path(ec).string() + "/";
-  if (const char* limit = std::getenv("PICTAVO_MAX_UNPACKED_MB"))
+  if (const char* limit = std::getenv(pictavo::tools::kMaxUnpackedVariable))
     ctx.max_unpacked_mb = std::strtoull(limit, nullptr, 10);
   pictavo::utl::Args args(argv + 1, argv + argc);
   return pictavo::utl::Execute(pictavo::utl::PlanFor(tool, args, ctx));
