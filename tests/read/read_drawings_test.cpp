@@ -19,10 +19,6 @@ namespace {
 namespace fs = std::filesystem;
 using pictavo::testing::TempDir;
 
-#define REQUIRE_TOOL(name, package)                                         \
-  if (!fs::exists(fs::path(pictavo::testing::BuildDir()) / "utl" / (name))) \
-  GTEST_SKIP() << "tool " << (name) << " is missing from the tool folder: install " << (package)
-
 struct Drawing {
   int status = -1;
   int width = 0, height = 0;
@@ -87,7 +83,7 @@ class DrawingRead : public ::testing::Test {
 };
 
 TEST_F(DrawingRead, CadAndGisThroughGdal) {
-  REQUIRE_TOOL("ogr/ogr2ogr.exe", "gdal-bin");
+  PICTAVO_REQUIRE_TOOL("ogr/ogr2ogr.exe", "gdal-bin");
   if (pictavo::testing::CorpusFile("cad/dxf/sample_2018.dxf").empty())
     GTEST_SKIP() << "shared corpus is absent";
   for (const char* rel :
@@ -100,7 +96,7 @@ TEST_F(DrawingRead, CadAndGisThroughGdal) {
 }
 
 TEST_F(DrawingRead, GisDrawingFollowsTheZoomAndTheShapeOfTheData) {
-  REQUIRE_TOOL("ogr/ogr2ogr.exe", "gdal-bin");
+  PICTAVO_REQUIRE_TOOL("ogr/ogr2ogr.exe", "gdal-bin");
   PICTAVO_REQUIRE_CORPUS(nc, "gis/shapefile/nc/nc.shp");
   // North Carolina spans 8.867 by 2.708 degrees (ogrinfo's extent): 1000 pixels wide at 100%,
   // 956 of them for the map, so 292 high plus the same 2 x 22 pixels of margin.
@@ -115,7 +111,7 @@ TEST_F(DrawingRead, GisDrawingFollowsTheZoomAndTheShapeOfTheData) {
 }
 
 TEST_F(DrawingRead, BrokenMapsAndLaterDwgVersionsFailCleanly) {
-  REQUIRE_TOOL("ogr/ogr2ogr.exe", "gdal-bin");
+  PICTAVO_REQUIRE_TOOL("ogr/ogr2ogr.exe", "gdal-bin");
   // A KML with a mismatched tag, a KML whose placemarks have no geometry, and a DWG of a version
   // GDAL's CAD driver does not read (it reads R2000 only): nothing to draw, and the engine
   // cannot read them either.
@@ -129,7 +125,7 @@ TEST_F(DrawingRead, BrokenMapsAndLaterDwgVersionsFailCleanly) {
 }
 
 TEST_F(DrawingRead, JsonThatIsNoMapFailsCleanly) {
-  REQUIRE_TOOL("ogr/ogr2ogr.exe", "gdal-bin");
+  PICTAVO_REQUIRE_TOOL("ogr/ogr2ogr.exe", "gdal-bin");
   // A ".json" that is no GeoJSON: GDAL reads nothing, the chain ends with the engine, which
   // cannot read it either.
   const std::string path = dir_.file("settings.json");
@@ -145,7 +141,7 @@ TEST_F(DrawingRead, JsonThatIsNoMapFailsCleanly) {
 }
 
 TEST_F(DrawingRead, GerberThroughGerbv) {
-  REQUIRE_TOOL("gerbv.bin", "gerbv");
+  PICTAVO_REQUIRE_TOOL("gerbv.bin", "gerbv");
   if (pictavo::testing::CorpusFile("gerber/clockblock/clockblock-Edge_Cuts.gbr").empty())
     GTEST_SKIP() << "shared corpus is absent";
   for (const char* rel : {"gerber/clockblock/clockblock-Edge_Cuts.gbr",
@@ -155,32 +151,32 @@ TEST_F(DrawingRead, GerberThroughGerbv) {
 }
 
 TEST_F(DrawingRead, HpglThroughHp2xx) {
-  REQUIRE_TOOL("hp2xx.bin", "hp2xx");
-  REQUIRE_TOOL("pdfpsai.bin", "ghostscript");
+  PICTAVO_REQUIRE_TOOL("hp2xx.bin", "hp2xx");
+  PICTAVO_REQUIRE_TOOL("pdfpsai.bin", "ghostscript");
   ExpectDrawn("vector/hpgl/dt.plt");
   ExpectDrawn("vector/hpgl/pw.hpg");
 }
 
 TEST_F(DrawingRead, Metafiles) {
-  REQUIRE_TOOL("emf2svg.bin", "emf2svg");
-  REQUIRE_TOOL("rsvg-convert.bin", "librsvg2-bin");
+  PICTAVO_REQUIRE_TOOL("emf2svg.bin", "emf2svg");
+  PICTAVO_REQUIRE_TOOL("rsvg-convert.bin", "librsvg2-bin");
   ExpectDrawn("vector/emf/wrench.emf");
   ExpectDrawn("vector/emf/drawing.emf");
-  REQUIRE_TOOL("wmf2eps.bin", "libwmf-bin");
+  PICTAVO_REQUIRE_TOOL("wmf2eps.bin", "libwmf-bin");
   ExpectDrawn("vector/wmf/santa.wmf");
   ExpectDrawn("vector/wmf/drawing.wmf");
 }
 
 TEST_F(DrawingRead, OfficeDrawingsThroughLibreOffice) {
-  REQUIRE_TOOL("soffice.bin", "libreoffice-draw-nogui");
-  REQUIRE_TOOL("pdfpsai.bin", "ghostscript");
+  PICTAVO_REQUIRE_TOOL("soffice.bin", "libreoffice-draw-nogui");
+  PICTAVO_REQUIRE_TOOL("pdfpsai.bin", "ghostscript");
   ExpectDrawn("vector/visio/test.vsdx");
   ExpectDrawn("vector/cdr/test1.cdr");
 }
 
 TEST_F(DrawingRead, ModelsRenderedByPovRay) {
-  REQUIRE_TOOL("assimp64/assimp.exe", "assimp-utils");
-  REQUIRE_TOOL("povray.bin", "povray");
+  PICTAVO_REQUIRE_TOOL("assimp64/assimp.exe", "assimp-utils");
+  PICTAVO_REQUIRE_TOOL("povray.bin", "povray");
   // ASCII and binary STL (one named with a blank), OBJ, PLY, 3DS, glTF binary.
   for (const char* rel : {"3d/stl/Cube 10x10.stl", "3d/stl/Spider_binary.stl", "3d/obj/box.obj",
                           "3d/ply/cube_binary.ply", "3d/3ds/test1.3ds", "3d/gltf/Box.glb"}) {

@@ -15,12 +15,12 @@
 #include "read/read_routes.h"
 #include "read/zub_read.h"
 #include "settings/main_settings.h"
+#include "tests/read/reader_fixture.h"
 #include "tests/support/test_paths.h"
 
 namespace pictavo::reader {
 namespace {
 namespace fs = std::filesystem;
-using pictavo::testing::TempDir;
 
 void PutLe32(std::string& b, uint32_t v) {
   for (int i = 0; i < 4; ++i) b += static_cast<char>((v >> (8 * i)) & 0xFF);
@@ -29,25 +29,13 @@ void PutBe32(std::string& b, uint32_t v) {
   for (int i = 3; i >= 0; --i) b += static_cast<char>((v >> (8 * i)) & 0xFF);
 }
 
-class ParsedRead : public ::testing::Test {
+class ParsedRead : public ReaderTest {
  protected:
-  void SetUp() override {
-    settings_.SetDefault();
-    fs::create_directories(dir_.path() / "temp");
-    r_.settings = &settings_;
-    r_.temp_folder = (dir_.path() / "temp").string() + "/";
-    r_.engine_folder = pictavo::testing::BuildDir();
-  }
-
   std::string Write(const std::string& name, const std::string& bytes) {
     const std::string path = dir_.file(name);
     EXPECT_TRUE(platform::WriteFileAtomic(path, bytes).ok());
     return path;
   }
-
-  TempDir dir_;
-  settings::TMainSettings settings_;
-  TZubRead r_;
 };
 
 std::string Bif(const std::vector<std::string>& frames) {

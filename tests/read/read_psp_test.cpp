@@ -21,13 +21,13 @@
 #include "read/read_routes.h"
 #include "read/zub_read.h"
 #include "settings/main_settings.h"
+#include "tests/read/reader_fixture.h"
 #include "tests/support/test_paths.h"
 
 namespace pictavo::reader {
 namespace {
 namespace fs = std::filesystem;
 using imaging::TRGB;
-using pictavo::testing::TempDir;
 
 void Put(std::string& b, uint64_t v, int bytes) {
   for (int i = 0; i < bytes; ++i) b += static_cast<char>((v >> (8 * i)) & 0xFF);
@@ -223,16 +223,8 @@ int Blend(int under, int over, int a) {
   return under + (over - under) * a / 255;
 }
 
-class PspRead : public ::testing::Test {
+class PspRead : public ReaderTest {
  protected:
-  void SetUp() override {
-    settings_.SetDefault();
-    fs::create_directories(dir_.path() / "temp");
-    r_.settings = &settings_;
-    r_.temp_folder = (dir_.path() / "temp").string() + "/";
-    r_.engine_folder = pictavo::testing::BuildDir();
-  }
-
   // Reads `bytes` as a .psp into out.png; 0 on success, with the picture loaded into bmp_.
   int Read(const std::string& name, const std::string& bytes) {
     r_.src_file = dir_.file(name + ".psp");
@@ -256,9 +248,6 @@ class PspRead : public ::testing::Test {
     EXPECT_NEAR(p.b, b, tolerance) << x << "," << y;
   }
 
-  TempDir dir_;
-  settings::TMainSettings settings_;
-  TZubRead r_;
   imaging::TIEBitmap bmp_;
 };
 

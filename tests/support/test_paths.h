@@ -59,3 +59,9 @@ class TempDir {
   if (var.empty())                                                  \
   GTEST_SKIP() << "shared corpus file " << (relative)               \
                << " is absent (expected beside the repository in ../shared)"
+
+// Skips the current test when the build's tool folder lacks a tool, naming the Debian package.
+#define PICTAVO_REQUIRE_TOOL(name, package)                                                    \
+  if (!std::filesystem::exists(std::filesystem::path(::pictavo::testing::BuildDir()) / "utl" / \
+                               (name)))                                                        \
+  GTEST_SKIP() << "tool " << (name) << " is missing from the tool folder: install " << (package)
