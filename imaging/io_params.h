@@ -159,8 +159,9 @@ class TIOParamsVals {
   bool PCX_Compression = true;  // RLE (PCX files are always RLE; off writes raw scanlines)
   double J2000_Rate = 1.0;      // fraction of the uncompressed size, 1.0 = lossless
   bool WEBP_Lossless = false;
-  int WEBP_Quality = 80;
-  std::vector<int> ICO_Sizes;  // extra square sizes to write into an .ico (empty: as is)
+  int WEBP_Quality = 80;        // lossy quality; for lossless, the effort
+  int WEBP_AlphaQuality = 100;  // quality of the compressed alpha plane
+  std::vector<int> ICO_Sizes;   // extra square sizes to write into an .ico (empty: as is)
 
   // ---- metadata ----
   bool EXIF_HasEXIFData = false;

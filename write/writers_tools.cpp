@@ -4,9 +4,11 @@
 #include <cmath>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "engine/tools/tool_paths.h"
 #include "imaging/ie_io.h"
+#include "platform/fs.h"
 #include "platform/text_encoding.h"
 #include "write/writers.h"
 
@@ -16,13 +18,13 @@ namespace {
 using tools::Quoted;
 using BuildCommand = std::function<std::string(const std::string& tmp, const std::string& dest)>;
 
-// Loads src_file with the engine, runs the per-frame hook and saves the picture as `tmp`.
-// Returns the picture's horizontal resolution, or 0 when nothing was saved.
-int SaveIntermediate(TZubConvert& self, const std::string& tmp) {
-  imaging::TIEBitmap bmp;
-  imaging::TImageEnIO io(&bmp);
-  if (!io.LoadFromFile(self.src_file).ok() || bmp.IsEmpty()) return 0;
-  self.snow(io);
+// An encoder the engine runs itself in place of the tool: fills `bytes` and returns true, or
+// returns false when this picture has to go through the tool.
+using InProcess = std::function<bool(imaging::TIEBitmap& bmp, std::vector<uint8_t>& bytes)>;
+
+// Saves the loaded picture as `tmp` for a tool. Returns the picture's horizontal resolution, or 0
+// when nothing was saved.
+int SaveLoaded(imaging::TImageEnIO& io, const std::string& tmp) {
   // The tool reads the file once, right away: writing it fast beats writing it small.
   io.Params().PNG_Compression = 0;
   io.Params().TIFF_Compression = imaging::TIOTIFFCompression::ioTIFF_UNCOMPRESSED;
@@ -30,12 +32,37 @@ int SaveIntermediate(TZubConvert& self, const std::string& tmp) {
   return std::max(1, io.Params().DpiX);
 }
 
+// Loads src_file with the engine and runs the per-frame hook; false when nothing was loaded.
+bool LoadSource(TZubConvert& self, imaging::TIEBitmap& bmp, imaging::TImageEnIO& io) {
+  if (!io.LoadFromFile(self.src_file).ok() || bmp.IsEmpty()) return false;
+  self.snow(io);
+  return true;
+}
+
+// Loads src_file and saves it as `tmp`, as SaveLoaded.
+int SaveIntermediate(TZubConvert& self, const std::string& tmp) {
+  imaging::TIEBitmap bmp;
+  imaging::TImageEnIO io(&bmp);
+  return LoadSource(self, bmp, io) ? SaveLoaded(io, tmp) : 0;
+}
+
 // The common shape of the encoders: intermediate file, one tool run, the intermediate deleted.
+// `in_process`, when given and the tool is there, answers first.
 int EncodeThrough(TZubConvert& self, const std::string& ext, std::string_view tool,
-                  const BuildCommand& build) {
+                  const BuildCommand& build, const InProcess& in_process = nullptr) {
+  imaging::TIEBitmap bmp;
+  imaging::TImageEnIO io(&bmp);
+  if (!LoadSource(self, bmp, io)) return 1;
+  if (in_process && self.HasTool(tool)) {
+    std::vector<uint8_t> bytes;
+    if (in_process(bmp, bytes)) {
+      const std::string_view view(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+      return platform::WriteFileAtomic(self.dest_file, view, false).ok() ? 0 : 1;
+    }
+  }
   const std::string tmp = self.Scratch(ext);
   int status = 1;
-  if (SaveIntermediate(self, tmp) > 0 && Produced(tmp)) {
+  if (SaveLoaded(io, tmp) > 0 && Produced(tmp)) {
     self.HasTool(tool);
     ScratchResult out(self.dest_file);
     RunTool(build(tmp, out.path()));
@@ -43,6 +70,26 @@ int EncodeThrough(TZubConvert& self, const std::string& ext, std::string_view to
   }
   RemoveFile(tmp);
   return status;
+}
+
+// What cwebp makes of the intermediate PNG under the two command lines of `webp_write`, done with
+// the same library and settings: the same file without the PNG written and decoded again.
+bool EncodeLikeCwebp(imaging::TIEBitmap& bmp, bool lossless, bool keep_alpha, int quality,
+                     std::vector<uint8_t>& bytes) {
+  using imaging::TIEPixelFormat;
+  const TIEPixelFormat f = bmp.PixelFormat();
+  // 16-bit and CMYK pictures reach cwebp through the PNG's own reductions, which the engine's
+  // conversion does not match to the value; without "copy alpha" cwebp drops the plane unblended.
+  if (f != TIEPixelFormat::ie24RGB && f != TIEPixelFormat::ie8g && f != TIEPixelFormat::ie8p &&
+      f != TIEPixelFormat::ie1g)
+    return false;
+  if (bmp.HasAlphaChannel() && !keep_alpha) return false;
+  imaging::TImageEnIO encoder(&bmp);  // fresh parameters: no metadata, as cwebp writes none
+  encoder.Params().WEBP_Lossless = lossless;
+  // cwebp's default quality (75) is the lossless effort; its alpha plane is "-alpha_q 99" lossy.
+  encoder.Params().WEBP_Quality = lossless ? 75 : quality;
+  encoder.Params().WEBP_AlphaQuality = lossless ? 100 : 99;
+  return encoder.SaveToBuffer(imaging::TIOFileType::ioWEBP, bytes).ok();
 }
 
 // One tool run on the source itself.
@@ -68,13 +115,20 @@ int webp_write(TZubConvert& self) {
   const auto& s = *self.settings;
   const std::string tool = Quoted(self.Tool("webp_write.bin"));
   const std::string a = s.save.copy_alpha ? "" : " -noalpha";
-  return EncodeThrough(self, ".png", "webp_write.bin", [&](const auto& tmp, const auto& dest) {
+  const auto build = [&](const std::string& tmp, const std::string& dest) {
     if (s.webp_write.lossless)
       return tool + " " + a + " -lossless " + Quoted(tmp) + " -o " + Quoted(dest);
     // The switch piece is joined to "-alpha_q" without a blank: that is the command line.
     return tool + " " + a + "-alpha_q 99 -q " + std::to_string(s.webp_write.quality) + " " +
            Quoted(tmp) + " -o " + Quoted(dest);
-  });
+  };
+  InProcess in_process;
+  if (tools::IsOwnAdapter(self.Tool("webp_write.bin")))
+    in_process = [&](imaging::TIEBitmap& bmp, std::vector<uint8_t>& bytes) {
+      return EncodeLikeCwebp(bmp, s.webp_write.lossless, s.save.copy_alpha, s.webp_write.quality,
+                             bytes);
+    };
+  return EncodeThrough(self, ".png", "webp_write.bin", build, in_process);
 }
 
 int avif_write(TZubConvert& self) {

@@ -333,7 +333,8 @@ pictavo::Status EncodePNG(const TIEBitmap& bmp, const TIOParamsVals& params,
       break;
   }
   s.bit_depth = depth;
-  s.filter_none = depth < 8 || s.color_type == PNG_COLOR_TYPE_PALETTE;
+  // Level 0 stores the rows: filtering them would only cost time.
+  s.filter_none = depth < 8 || s.color_type == PNG_COLOR_TYPE_PALETTE || s.level == 0;
   const size_t row_bytes =
       depth == 1 ? (w + 7) / 8 : static_cast<size_t>(w) * channels * (depth / 8);
   std::vector<uint8_t> buf(row_bytes * h);

@@ -123,32 +123,42 @@ pictavo::Status EncodeWEBP(const TIEBitmap& bmp, const TIOParamsVals& params,
   const int w = bmp.Width(), h = bmp.Height();
   if (w > WEBP_MAX_DIMENSION || h > WEBP_MAX_DIMENSION)
     return pictavo::Status::Error("picture too large for WebP");
-  const bool alpha = bmp.HasAlphaChannel();
-  std::vector<uint8_t> px(static_cast<size_t>(w) * h * (alpha ? 4 : 3));
-  for (int y = 0; y < h; ++y) {
-    const uint8_t* s = bmp.Scanline(y);
-    uint8_t* d = px.data() + static_cast<size_t>(y) * w * (alpha ? 4 : 3);
-    if (!alpha) {
-      std::memcpy(d, s, static_cast<size_t>(w) * 3);
-      continue;
+  WebPConfig config;
+  if (!WebPConfigInit(&config)) return pictavo::Status::Error("WebP encoder version mismatch");
+  config.lossless = params.WEBP_Lossless ? 1 : 0;
+  config.quality = static_cast<float>(std::clamp(params.WEBP_Quality, 0, 100));
+  config.alpha_quality = std::clamp(params.WEBP_AlphaQuality, 0, 100);
+
+  WebPPicture pic;
+  if (!WebPPictureInit(&pic)) return pictavo::Status::Error("WebP encoder version mismatch");
+  pic.use_argb = config.lossless;
+  pic.width = w;
+  pic.height = h;
+  int imported = 0;
+  if (!bmp.HasAlphaChannel()) {
+    imported = WebPPictureImportRGB(&pic, bmp.Scanline(0), static_cast<int>(bmp.RowLen()));
+  } else {
+    std::vector<uint8_t> rgba(static_cast<size_t>(w) * h * 4);
+    for (int y = 0; y < h; ++y) {
+      const uint8_t* s = bmp.Scanline(y);
+      const uint8_t* a = bmp.AlphaScanline(y);
+      uint8_t* d = rgba.data() + static_cast<size_t>(y) * w * 4;
+      for (int x = 0; x < w; ++x)
+        d[4 * x] = s[3 * x], d[4 * x + 1] = s[3 * x + 1], d[4 * x + 2] = s[3 * x + 2],
+              d[4 * x + 3] = a[x];
     }
-    for (int x = 0; x < w; ++x)
-      d[4 * x] = s[3 * x], d[4 * x + 1] = s[3 * x + 1], d[4 * x + 2] = s[3 * x + 2],
-            d[4 * x + 3] = bmp.AlphaScanline(y)[x];
+    imported = WebPPictureImportRGBA(&pic, rgba.data(), w * 4);
   }
-  uint8_t* enc = nullptr;
-  size_t n = 0;
-  const float q = static_cast<float>(std::clamp(params.WEBP_Quality, 0, 100));
-  if (params.WEBP_Lossless)
-    n = alpha ? WebPEncodeLosslessRGBA(px.data(), w, h, w * 4, &enc)
-              : WebPEncodeLosslessRGB(px.data(), w, h, w * 3, &enc);
-  else
-    n = alpha ? WebPEncodeRGBA(px.data(), w, h, w * 4, q, &enc)
-              : WebPEncodeRGB(px.data(), w, h, w * 3, q, &enc);
-  if (!n || !enc) return pictavo::Status::Error("WebP encoder failed");
-  out.assign(enc, enc + n);
-  WebPFree(enc);
-  if (!params.ICC.IsEmpty() && !EmbedIcc(out, params.ICC.Raw(), w, h, alpha))
+  WebPMemoryWriter writer;
+  WebPMemoryWriterInit(&writer);
+  pic.writer = WebPMemoryWrite;
+  pic.custom_ptr = &writer;
+  const bool encoded = imported && WebPEncode(&config, &pic);
+  WebPPictureFree(&pic);
+  if (encoded) out.assign(writer.mem, writer.mem + writer.size);
+  WebPMemoryWriterClear(&writer);
+  if (!encoded) return pictavo::Status::Error("WebP encoder failed");
+  if (!params.ICC.IsEmpty() && !EmbedIcc(out, params.ICC.Raw(), w, h, bmp.HasAlphaChannel()))
     return pictavo::Status::Error("WebP encoder gave an unexpected file");
   return pictavo::Status::OK();
 }
