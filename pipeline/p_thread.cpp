@@ -8,6 +8,7 @@
 
 #include "direct/zub_direct.h"
 #include "edit/zub_edit.h"
+#include "engine/tools/core_share.h"
 #include "engine/tools/pdf_tools.h"
 #include "engine/tools/probes.h"
 #include "engine/tools/runner.h"
@@ -184,6 +185,7 @@ void TPThread::Run() {
 
 void TPThread::ProcessFile() {
   const auto start = std::chrono::steady_clock::now();
+  const tools::BusyWithFile busy;
   bool ok = false;
   // No exception may leave the worker: a stage that throws fails its file.
   try {

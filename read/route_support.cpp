@@ -10,6 +10,7 @@
 #include "engine/tools/tool_paths.h"
 #include "imaging/ie_bitmap.h"
 #include "imaging/ie_io.h"
+#include "imaging/tiff_join.h"
 #include "platform/fs.h"
 #include "platform/text_encoding.h"
 
@@ -97,6 +98,27 @@ int SavePictures(TZubRead& r, const std::vector<std::string>& pictures) {
     if (io.SaveToFile(r.out_file).ok()) break;
   }
   return FileOk(r.out_file) ? 0 : 1;
+}
+
+int HandOnTiffs(TZubRead& r, const std::vector<std::string>& tiffs) {
+  std::vector<std::string> made;
+  for (const std::string& tiff : tiffs)
+    if (FileOk(tiff)) made.push_back(tiff);
+  if (made.empty()) return 1;
+  if (IsTiffName(r.out_file)) {
+    if (made.size() > 1) {
+      if (imaging::JoinTiffFiles(made, r.out_file).ok()) return 0;
+    } else {
+      imaging::TIEBitmap none;
+      imaging::TImageEnIO probe(&none);
+      std::error_code ec;
+      if (probe.ParamsFromFile(made.front()).ok() && probe.Params().ImageCount >= 1) {
+        fs::rename(made.front(), r.out_file, ec);
+        if (!ec) return 0;
+      }
+    }
+  }
+  return SavePictures(r, made);
 }
 
 int SavePicture(TZubRead& r, const std::string& picture) {

@@ -49,6 +49,11 @@ class Scratch {
 int SavePicture(TZubRead& r, const std::string& picture);
 // Saves several pictures as the pages of out_file (TIFF), or the first one for other formats.
 int SavePictures(TZubRead& r, const std::vector<std::string>& pictures);
+// Hands on TIFFs that a tool wrote in the layout the read stage passes on (8-bit RGB pages the
+// engine reads) without decoding them: one is moved into out_file's place, several are joined
+// page after page. Falls back to SavePictures when out_file is not a TIFF or that fails.
+// 0 when out_file is there.
+int HandOnTiffs(TZubRead& r, const std::vector<std::string>& tiffs);
 
 // The common shape of a tool-backed route: runs `command_line`, which writes `result`, then
 // saves `result` to out_file. 1 when the tool is missing or wrote nothing.

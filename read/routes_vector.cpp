@@ -6,8 +6,12 @@
 // "PDF_EPS_PS"/"Res" for documents, scaled by "Vector"/"Zoom" for drawings.
 #include <algorithm>
 #include <filesystem>
+#include <memory>
 #include <string>
+#include <thread>
+#include <vector>
 
+#include "engine/tools/core_share.h"
 #include "engine/tools/probes.h"
 #include "engine/tools/runner.h"
 #include "imaging/ie_bitmap.h"
@@ -36,6 +40,46 @@ int Resolution(const TZubRead& r, bool drawing) {
 
 }  // namespace
 
+namespace {
+
+// Pages a range gets at least: below that the interpreter's start costs more than it saves.
+constexpr int kMinPagesPerRange = 3;
+
+// How many interpreters render `file` at once: one per core left to this file, for a PDF long
+// enough to give each of them kMinPagesPerRange pages.
+int RangeCount(const std::string& file) {
+  const int threads = tools::ThreadsForOneFile();
+  if (threads < 2 || !TZubRead::is_pdf(file)) return 1;
+  return std::clamp(tools::PdfPageCount(file) / kMinPagesPerRange, 1, threads);
+}
+
+// Renders pages [first, last] of a PDF (1-based, inclusive) into `tiff`.
+void RenderRange(const std::string& command, const std::string& file, int first, int last,
+                 const std::string& tiff) {
+  RunTool(command + " -dFirstPage=" + std::to_string(first) +
+          " -dLastPage=" + std::to_string(last) + " -sOutputFile=" + Q(tiff) + " " + Q(file));
+}
+
+// Every page of a long PDF, its page ranges rendered side by side and joined in page order
+// without decoding them. 0 when out_file is there.
+int RenderInRanges(TZubRead& r, const std::string& command, const std::string& file, int ranges) {
+  const int pages = tools::PdfPageCount(file);
+  std::vector<std::unique_ptr<Scratch>> parts;
+  std::vector<std::thread> renders;
+  for (int i = 0; i < ranges; ++i) {
+    const int first = 1 + pages * i / ranges, last = pages * (i + 1) / ranges;
+    parts.push_back(std::make_unique<Scratch>(r, ".tif"));
+    renders.emplace_back(RenderRange, command, file, first, last, parts.back()->path());
+  }
+  for (std::thread& t : renders) t.join();
+  // A range that failed leaves its pages out, as a single run that stops early would.
+  std::vector<std::string> made;
+  for (const auto& part : parts) made.push_back(part->path());
+  return HandOnTiffs(r, made);
+}
+
+}  // namespace
+
 // Every page into one multi-page TIFF, or, with "PDF_EPS_PS"/"Alpha", one transparent PNG per
 // page.
 int RenderPostScript(TZubRead& r, const std::string& file, int quality, bool drawing) {
@@ -43,22 +87,23 @@ int RenderPostScript(TZubRead& r, const std::string& file, int quality, bool dra
   (void)quality;  // the interpreter renders losslessly; the quality only matters for JPEG output
   const bool alpha = r.settings && r.settings->pdf_eps_ps.alpha;
   const bool aa = !r.settings || r.settings->pdf_eps_ps.aa;
-  Scratch out(r, alpha ? "" : ".tif");
   std::string cmd = ToolArg(r, "pdfpsai.bin") + " -dNOSAFER -dBATCH -dNOPAUSE -dEPSCrop";
   cmd += alpha ? " -sDEVICE=pngalpha" : " -sDEVICE=tiff24nc -sCompression=lzw";
   cmd += " -r" + std::to_string(Resolution(r, drawing));
   cmd +=
       aa ? " -dTextAlphaBits=4 -dGraphicsAlphaBits=4" : " -dTextAlphaBits=1 -dGraphicsAlphaBits=1";
   if (alpha) {
+    Scratch out(r, "");
     std::error_code ec;
     fs::create_directories(out.path(), ec);
-    cmd += " -sOutputFile=" + Q(out.path() + platform::kPathDelim + "page%04d.png");
-  } else {
-    cmd += " -sOutputFile=" + Q(out.path());
+    RunTool(cmd + " -sOutputFile=" + Q(out.path() + platform::kPathDelim + "page%04d.png") + " " +
+            Q(file));
+    return SavePictures(r, ListFiles(out.path(), false));
   }
-  RunTool(cmd + " " + Q(file));
-  if (alpha) return SavePictures(r, ListFiles(out.path(), false));
-  return SavePicture(r, out.path());
+  if (const int ranges = RangeCount(file); ranges > 1) return RenderInRanges(r, cmd, file, ranges);
+  Scratch out(r, ".tif");
+  RunTool(cmd + " -sOutputFile=" + Q(out.path()) + " " + Q(file));
+  return HandOnTiffs(r, {out.path()});
 }
 
 namespace {

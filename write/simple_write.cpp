@@ -2,13 +2,16 @@
 // per-format save options (docs/save-options.md).
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <system_error>
+#include <thread>
 #include <vector>
 
+#include "engine/tools/core_share.h"
 #include "engine/tools/tool_paths.h"
 #include "imaging/ie_icc.h"
 #include "imaging/ie_io.h"
@@ -199,6 +202,44 @@ bool SaveFrame(TImageEnIO& io, const std::string& key, const std::string& path) 
   return io.SaveToFile(path).ok();
 }
 
+// Every frame of the source as a file of its own, the frames side by side on the cores this file
+// may use: frame 0 into `first`, the others under scratch names listed in written_files in frame
+// order. False when a frame could not be loaded, prepared or saved.
+bool SaveFramesApart(TZubConvert& self, const std::string& key, int frames,
+                     const std::string& first) {
+  std::vector<std::string> dests{first};
+  for (int f = 1; f < frames; ++f) {
+    dests.push_back(self.Scratch("." + self.DestExt()));
+    self.written_files.push_back({dests.back(), f});
+  }
+  std::atomic<int> next{0};
+  std::atomic<bool> failed{false};
+  const auto save_frames = [&] {
+    for (int f = next++; f < frames && !failed; f = next++) {
+      try {
+        TIEBitmap bmp;
+        TImageEnIO io(&bmp);
+        io.Params().ImageIndex = f;
+        bool cmyk = false;  // only TIFF targets are made CMYK, and they hold every frame
+        if (!io.LoadFromFile(self.src_file).ok() || bmp.IsEmpty()) {
+          failed = true;
+          break;
+        }
+        self.snow(io);
+        if (!PrepareFrame(self, io, key, cmyk) || !SaveFrame(io, key, dests[f])) failed = true;
+      } catch (const std::exception&) {
+        failed = true;
+      }
+    }
+  };
+  std::vector<std::thread> helpers;
+  for (int t = 1; t < std::min(frames, tools::ThreadsForOneFile()); ++t)
+    helpers.emplace_back(save_frames);
+  save_frames();
+  for (std::thread& t : helpers) t.join();
+  return !failed;
+}
+
 }  // namespace
 
 int simple_write(TZubConvert& self) {
@@ -235,7 +276,9 @@ int simple_write(TZubConvert& self) {
   bool cmyk = s.tif.save_in_cmyk;
   std::vector<std::unique_ptr<TIEBitmap>> swf_frames;  // one animated SWF file
   int saved = 0;
-  for (int f = 0; f <= last; ++f) {
+  const bool apart = one_file_per_frame && frames > 1 && !tiff && key != ";swf;";
+  if (apart && !SaveFramesApart(self, key, frames, out.path())) return 1;
+  for (int f = 0; !apart && f <= last; ++f) {
     io.Params().ResetInfo();
     io.Params().ImageIndex = f;
     if (!io.LoadFromFile(self.src_file).ok() || bmp.IsEmpty()) return 1;

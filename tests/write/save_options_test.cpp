@@ -247,6 +247,23 @@ TEST_F(SaveOptions, GifFramesIntoOneTiffOrOneFileEach) {
   DGifCloseFile(gif, &error);
 }
 
+TEST_F(SaveOptions, FramesSavedApartKeepTheirOrder) {
+  // Frames of one file are saved side by side on spare cores: each result must still hold its
+  // own frame, listed in frame order.
+  testing::SaveFrames(job.In("seven.tif"), 7);
+  job.settings.multipage.option = 3;
+  Write("png", job.In("seven.tif"));
+  ASSERT_EQ(job.c.written_files.size(), 7u);
+  EXPECT_EQ(job.c.written_files[0].file_name, job.c.dest_file);
+  for (int i = 0; i < 7; ++i) {
+    EXPECT_EQ(job.c.written_files[i].page, i);
+    imaging::TIEBitmap bmp;
+    imaging::TImageEnIO io(&bmp);
+    ASSERT_TRUE(io.LoadFromFile(job.c.written_files[i].file_name).ok()) << i;
+    EXPECT_EQ(bmp.GetPixels(2, 2).r, 0x10 * (i + 1)) << "frame " << i;
+  }
+}
+
 TEST_F(SaveOptions, OwnPpmPgmAndSwfWriters) {
   testing::SaveFrames(job.In("two.tif"), 2);
   job.settings.multipage.option = 3;
