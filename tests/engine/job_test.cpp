@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -486,6 +487,49 @@ TEST_F(ConvertTest, FolderWithActions) {
   EXPECT_EQ(SizeOf(dir_.file("out/a.png")), std::make_pair(20, 15));
   EXPECT_EQ(SizeOf(dir_.file("out/b.png")), std::make_pair(30, 15));
   EXPECT_TRUE(fs::exists(dir_.file("half.act")));  // the user's own file is only read
+  ExpectSourcesUnchanged();
+  ExpectTempEmpty();
+}
+
+TEST_F(ConvertTest, LongDocumentsAndPageFilesUseSpareCores) {
+  // A lone long PDF is rendered in page ranges side by side and its pages saved side by side:
+  // every page once, in order, named by its number.
+  if (!fs::exists(testing::BuildDir() + "/utl/pdfpsai.bin") ||
+      std::system("command -v gs > /dev/null 2>&1") != 0)
+    GTEST_SKIP() << "install ghostscript";
+  const int pages = 9;
+  {
+    std::ofstream ps(dir_.file("doc.ps"));
+    ps << "%!PS\n";
+    for (int n = 1; n <= pages; ++n)
+      ps << "<< /PageSize [144 72] >> setpagedevice " << n / 10.0
+         << " setgray 0 0 144 72 rectfill showpage\n";
+  }
+  fs::create_directories(dir_.file("in"));
+  ASSERT_EQ(std::system(("gs -q -dSAFER -dBATCH -dNOPAUSE -sDEVICE=pdfwrite -o '" +
+                         dir_.file("in/doc.pdf") + "' '" + dir_.file("doc.ps") + "'")
+                            .c_str()),
+            0);
+  RememberSources({dir_.file("in/doc.pdf")});
+  fs::create_directories(dir_.file("temp"));
+  EXPECT_EQ(Convert(tools::Quoted(dir_.file("in/doc.pdf")) + " --to png --output " +
+                    tools::Quoted(dir_.file("out")) +
+                    " --set PDF_EPS_PS/Res=36 --set Multipage/Option=3"),
+            0)
+      << log_;
+  EXPECT_NE(log_.find("(9 pages)"), std::string::npos) << log_;
+  std::vector<std::string> names;
+  for (const auto& e : fs::directory_iterator(dir_.file("out")))
+    names.push_back(e.path().filename().string());
+  std::sort(names.begin(), names.end());
+  ASSERT_EQ(names.size(), static_cast<size_t>(pages)) << ::testing::PrintToString(names) << log_;
+  for (int n = 1; n <= pages; ++n) {
+    imaging::TIEBitmap bmp;
+    imaging::TImageEnIO io(&bmp);
+    ASSERT_TRUE(io.LoadFromFile(dir_.file("out/" + names[n - 1])).ok()) << names[n - 1];
+    EXPECT_EQ(bmp.Width(), 72) << names[n - 1];
+    EXPECT_NEAR(bmp.GetPixels(36, 18).r, 255 * n / 10, 3) << names[n - 1];
+  }
   ExpectSourcesUnchanged();
   ExpectTempEmpty();
 }
