@@ -2,6 +2,7 @@
 // Internal to imaging/; callers outside the engine use TIEBitmap's own accessors.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -15,6 +16,15 @@ inline uint8_t Luma8(int r, int g, int b) {
 }
 inline uint16_t Luma16(uint32_t r, uint32_t g, uint32_t b) {
   return static_cast<uint16_t>((r * 77 + g * 150 + b * 29 + 128) >> 8);
+}
+
+// A 16-bit sample at 8 bits, rounded: (v + 128) / 257, so that 8 -> 16 -> 8 bits is lossless.
+// Multiplied rather than divided (exact for every 16-bit value) so that rows vectorise.
+inline uint8_t Narrow16(uint16_t v) {
+  return static_cast<uint8_t>(((v + 128u) * 65281u) >> 24);
+}
+inline void Narrow16Row(const uint16_t* __restrict in, uint8_t* __restrict out, size_t count) {
+  for (size_t i = 0; i < count; ++i) out[i] = Narrow16(in[i]);
 }
 
 // Naive (profile-less) CMYK: multiplicative ink model, K taken as the common darkness.

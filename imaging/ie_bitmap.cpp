@@ -144,7 +144,7 @@ void WriteRGB16(TIEBitmap& bmp, int y, const uint16_t* in) {
     default: {
       std::vector<uint8_t> tmp(static_cast<size_t>(w) * 3);
       // Rounded rather than truncated so that 8 -> 16 -> 8 bits is lossless.
-      for (size_t i = 0; i < tmp.size(); ++i) tmp[i] = static_cast<uint8_t>((in[i] + 128) / 257);
+      Narrow16Row(in, tmp.data(), tmp.size());
       WriteRGB8(bmp, y, tmp.data());
     }
   }
@@ -607,24 +607,50 @@ pictavo::Status TIEBitmap::ConvertTo(TIEPixelFormat format) {
   }
 
   TIEBitmap out;
-  if (auto st = out.Allocate(width_, height_, format); !st.ok()) return st;
+  if (auto st = ConvertRows(*this, out, format); !st.ok()) return st;
+  out.alpha_ = std::move(alpha_);
+  *this = std::move(out);
+  return pictavo::Status::OK();
+}
+
+pictavo::Status TIEBitmap::ConvertFrom(const TIEBitmap& source, TIEPixelFormat format) {
+  if (&source == this) return ConvertTo(format);
+  if (format == source.format_ || format == TIEPixelFormat::ie8p || source.IsEmpty()) {
+    *this = source;
+    return ConvertTo(format);
+  }
+  if (format == TIEPixelFormat::ieNull) return pictavo::Status::Error("no pixel format given");
+  TIEBitmap out;
+  if (auto st = ConvertRows(source, out, format); !st.ok()) return st;
+  out.alpha_ = source.alpha_;
+  *this = std::move(out);
+  return pictavo::Status::OK();
+}
+
+pictavo::Status TIEBitmap::ConvertRows(const TIEBitmap& from, TIEBitmap& out,
+                                       TIEPixelFormat format) {
+  if (auto st = out.Allocate(from.width_, from.height_, format); !st.ok()) return st;
   const bool wide = format == TIEPixelFormat::ie16g || format == TIEPixelFormat::ie48RGB ||
-                    format_ == TIEPixelFormat::ie16g || format_ == TIEPixelFormat::ie48RGB;
-  if (wide) {
-    std::vector<uint16_t> row(static_cast<size_t>(width_) * 3);
-    for (int y = 0; y < height_; ++y) {
-      rows::ReadRGB16(*this, y, row.data());
+                    from.format_ == TIEPixelFormat::ie16g ||
+                    from.format_ == TIEPixelFormat::ie48RGB;
+  if (from.format_ == TIEPixelFormat::ie48RGB && format == TIEPixelFormat::ie24RGB) {
+    // The common narrowing, without a row buffer in between: rounded as WriteRGB16 rounds.
+    const size_t n = static_cast<size_t>(from.width_) * 3;
+    for (int y = 0; y < from.height_; ++y)
+      rows::Narrow16Row(reinterpret_cast<const uint16_t*>(from.Scanline(y)), out.Scanline(y), n);
+  } else if (wide) {
+    std::vector<uint16_t> row(static_cast<size_t>(from.width_) * 3);
+    for (int y = 0; y < from.height_; ++y) {
+      rows::ReadRGB16(from, y, row.data());
       rows::WriteRGB16(out, y, row.data());
     }
   } else {
-    std::vector<uint8_t> row(static_cast<size_t>(width_) * 3);
-    for (int y = 0; y < height_; ++y) {
-      rows::ReadRGB8(*this, y, row.data());
+    std::vector<uint8_t> row(static_cast<size_t>(from.width_) * 3);
+    for (int y = 0; y < from.height_; ++y) {
+      rows::ReadRGB8(from, y, row.data());
       rows::WriteRGB8(out, y, row.data());
     }
   }
-  out.alpha_ = std::move(alpha_);
-  *this = std::move(out);
   return pictavo::Status::OK();
 }
 

@@ -106,6 +106,9 @@ class TIEBitmap {
 
   // Converts the pixels to another layout (palette reduction is TImageEnProc's job).
   pictavo::Status ConvertTo(TIEPixelFormat format);
+  // Becomes `source` in another layout, alpha plane included, without first copying source's
+  // pixels as they are: the same result as Assign(source) then ConvertTo(format).
+  pictavo::Status ConvertFrom(const TIEBitmap& source, TIEPixelFormat format);
 
   void Assign(const TIEBitmap& other) { *this = other; }
 
@@ -114,6 +117,9 @@ class TIEBitmap {
   pictavo::Status Crop(int x, int y, int width, int height);
 
  private:
+  // Allocates `out` in `format` and fills it with from's pixels (no alpha, no palette).
+  static pictavo::Status ConvertRows(const TIEBitmap& from, TIEBitmap& out, TIEPixelFormat format);
+
   int width_ = 0;
   int height_ = 0;
   TIEPixelFormat format_ = TIEPixelFormat::ieNull;

@@ -1,8 +1,14 @@
 #include "imaging/ie_io.h"
 
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <string_view>
 
 #include "engine/tools/runner.h"
@@ -146,6 +152,48 @@ pictavo::Status WriteAtomically(const std::string& path, const std::vector<uint8
       /*flush_to_disk=*/false);
 }
 
+// A file's bytes, mapped rather than read into a private copy: a header check touches only the
+// pages the parser looks at (a TIFF keeps its directory anywhere, often at the end), and a load
+// decodes straight from the page cache. Anything that cannot be mapped (an empty file, a pipe)
+// is read the ordinary way.
+class FileBytes {
+ public:
+  FileBytes() = default;
+  FileBytes(const FileBytes&) = delete;
+  FileBytes& operator=(const FileBytes&) = delete;
+  ~FileBytes() {
+    if (map_ != MAP_FAILED) munmap(map_, size_);
+  }
+
+  // `whole`: every byte will be read, so the pages are mapped in one go.
+  bool Open(const std::string& path, bool whole) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd >= 0) {
+      struct stat st {};
+      const bool stated = fstat(fd, &st) == 0;
+      if (stated && S_ISREG(st.st_mode) && st.st_size > 0) {
+        size_ = static_cast<size_t>(st.st_size);
+        map_ = mmap(nullptr, size_, PROT_READ, MAP_PRIVATE | (whole ? MAP_POPULATE : 0), fd, 0);
+      }
+      close(fd);
+      if (map_ != MAP_FAILED) return true;
+      if (stated && S_ISDIR(st.st_mode)) return false;  // a folder has no bytes to read
+    }
+    copy_ = platform::ReadFileBytes(path);
+    return copy_.has_value();
+  }
+  const uint8_t* data() const {
+    return map_ != MAP_FAILED ? static_cast<const uint8_t*>(map_)
+                              : reinterpret_cast<const uint8_t*>(copy_->data());
+  }
+  size_t size() const { return map_ != MAP_FAILED ? size_ : copy_->size(); }
+
+ private:
+  void* map_ = MAP_FAILED;
+  size_t size_ = 0;
+  std::optional<std::string> copy_;
+};
+
 // The last one-page TIFF this thread saved, with what identifies the file as written.
 struct HandOver {
   bool valid = false;
@@ -157,6 +205,8 @@ struct HandOver {
 };
 thread_local HandOver t_hand_over;
 
+thread_local bool t_eight_bit_loads = false;
+
 bool SameFileAsWritten(const HandOver& h, const std::string& path) {
   std::error_code ec;
   if (!h.valid || h.path != path) return false;
@@ -167,6 +217,13 @@ bool SameFileAsWritten(const HandOver& h, const std::string& path) {
 }
 
 }  // namespace
+
+TEightBitLoads::TEightBitLoads() : previous_(t_eight_bit_loads) {
+  t_eight_bit_loads = true;
+}
+TEightBitLoads::~TEightBitLoads() {
+  t_eight_bit_loads = previous_;
+}
 
 TImageEnIO::TImageEnIO(TIEBitmap* bitmap) : bmp_(bitmap) {
   RememberLayout();
@@ -197,6 +254,8 @@ pictavo::Status TImageEnIO::Decode(const uint8_t* data, size_t size, bool params
   // Every decode, not only the pipeline's header check, stays within the job's pixel cap.
   opt.max_pixels = std::min(opt.max_pixels, tools::CurrentJobLimits().max_pixels);
   const bool managed = ColorManagementEnabled();
+  opt.eight_bit = t_eight_bit_loads;
+  opt.color_managed = managed;
   TIEBitmap decoded;
   pictavo::Status st = row->decode(data, size, opt, params_only ? nullptr : &decoded, params_);
   if (!st.ok()) {
@@ -225,19 +284,19 @@ pictavo::Status TImageEnIO::ParamsFromBuffer(const uint8_t* data, size_t size) {
 
 pictavo::Status TImageEnIO::LoadFromFile(const std::string& path) {
   if (TakeHandOver(path, false)) return pictavo::Status::OK();
-  auto bytes = platform::ReadFileBytes(path);
-  if (!bytes) {
+  FileBytes bytes;
+  if (!bytes.Open(path, true)) {
     bmp_->Clear();
     return pictavo::Status::Error("cannot read " + path);
   }
-  return Decode(reinterpret_cast<const uint8_t*>(bytes->data()), bytes->size(), false);
+  return Decode(bytes.data(), bytes.size(), false);
 }
 
 pictavo::Status TImageEnIO::ParamsFromFile(const std::string& path) {
   if (TakeHandOver(path, true)) return pictavo::Status::OK();
-  auto bytes = platform::ReadFileBytes(path);
-  if (!bytes) return pictavo::Status::Error("cannot read " + path);
-  return Decode(reinterpret_cast<const uint8_t*>(bytes->data()), bytes->size(), true);
+  FileBytes bytes;
+  if (!bytes.Open(path, false)) return pictavo::Status::Error("cannot read " + path);
+  return Decode(bytes.data(), bytes.size(), true);
 }
 
 // Makes the picture fit the writer: the layout the caller asked for, then the nearest layout
@@ -254,6 +313,13 @@ pictavo::Status TImageEnIO::PrepareForSave(TIOFileType type, TIEBitmap& work,
       work = *bmp_;
       use = &work;
     }
+  };
+  // A layout change of the bound bitmap goes straight into `work`, without a copy as it is first.
+  const auto convert = [&](F to) -> pictavo::Status {
+    if (use == &work) return work.ConvertTo(to);
+    if (auto st = work.ConvertFrom(*bmp_, to); !st.ok()) return st;
+    use = &work;
+    return pictavo::Status::OK();
   };
   F target = bmp_->PixelFormat();
   if (params_.BitsPerSample != loaded_bps_ || params_.SamplesPerPixel != loaded_spp_) {
@@ -285,18 +351,18 @@ pictavo::Status TImageEnIO::PrepareForSave(TIOFileType type, TIEBitmap& work,
   if (managed && target == F::ieCMYK && bmp_->PixelFormat() != F::ieCMYK &&
       params_.ICC.ColorSpace() == TIEColorSpaceClass::CMYK) {
     // The profile does the RGB to CMYK conversion itself.
-    copy();
-    if (work.PixelFormat() != F::ie24RGB)
-      if (auto st = work.ConvertTo(F::ie24RGB); !st.ok()) return st;
+    if (use->PixelFormat() != F::ie24RGB) {
+      if (auto st = convert(F::ie24RGB); !st.ok()) return st;
+    } else {
+      copy();
+    }
   } else if (target != bmp_->PixelFormat()) {
-    copy();
-    if (auto st = work.ConvertTo(target); !st.ok()) return st;
+    if (auto st = convert(target); !st.ok()) return st;
   }
   // Writers that store alpha only beside RGB get RGB when the picture has alpha.
   if (row->alpha && row->alpha_rgb_only && use->HasAlphaChannel() &&
       use->PixelFormat() != F::ie24RGB && Accepts(*row, F::ie24RGB)) {
-    copy();
-    if (auto st = work.ConvertTo(F::ie24RGB); !st.ok()) return st;
+    if (auto st = convert(F::ie24RGB); !st.ok()) return st;
   }
   if (managed && !params_.ICC.IsSRGB()) {
     copy();

@@ -36,6 +36,21 @@ struct TIORawLayout {
 
 class PdfWriter;
 
+// While one lives on a thread, loads on that thread may give a picture of 16 bits per sample
+// (so far: RGB TIFF without alpha) at 8 bits, rounded as TIEBitmap::ConvertTo rounds. For a step
+// whose every result holds at most 8 bits per sample: the wide picture would only be narrowed
+// again, after costing twice the memory. The parameters still report the file's own depth.
+class TEightBitLoads {
+ public:
+  TEightBitLoads();
+  ~TEightBitLoads();
+  TEightBitLoads(const TEightBitLoads&) = delete;
+  TEightBitLoads& operator=(const TEightBitLoads&) = delete;
+
+ private:
+  bool previous_;
+};
+
 class TImageEnIO {
  public:
   explicit TImageEnIO(TIEBitmap* bitmap);  // "Create": bound to `bitmap`, which must outlive it

@@ -1,6 +1,7 @@
 #include "imaging/io_params.h"
 
 #include "imaging/codecs/jpeg_codec.h"
+#include "imaging/resample.h"
 
 namespace pictavo::imaging {
 
@@ -25,13 +26,23 @@ pictavo::Status TIOParamsVals::UpdateEXIFThumbnail(const TIEBitmap& source, int 
   if (source.IsEmpty() || width <= 0) return pictavo::Status::Error("no picture for a thumbnail");
   const int height =
       std::max(1, static_cast<int>(static_cast<int64_t>(source.Height()) * width / source.Width()));
-  TIEBitmap thumb = source;
-  if (thumb.PixelFormat() != TIEPixelFormat::ie24RGB &&
-      thumb.PixelFormat() != TIEPixelFormat::ie8g) {
-    if (auto st = thumb.ConvertTo(TIEPixelFormat::ie24RGB); !st.ok()) return st;
+  // The full-size picture is copied only when it must change before the resample.
+  const bool keep = source.PixelFormat() == TIEPixelFormat::ie24RGB ||
+                    source.PixelFormat() == TIEPixelFormat::ie8g;
+  TIEBitmap thumb;
+  if (keep && !source.HasAlphaChannel() && (width != source.Width() || height != source.Height())) {
+    if (auto st = ResampleBitmap(source, thumb, width, height, TResampleFilter::rfBilinear);
+        !st.ok())
+      return st;
+  } else {
+    if (keep) {
+      thumb = source;
+    } else if (auto st = thumb.ConvertFrom(source, TIEPixelFormat::ie24RGB); !st.ok()) {
+      return st;
+    }
+    if (thumb.HasAlphaChannel()) thumb.RemoveAlphaChannel(0xFFFFFF);
+    if (auto st = thumb.Resample(width, height, TResampleFilter::rfBilinear); !st.ok()) return st;
   }
-  if (thumb.HasAlphaChannel()) thumb.RemoveAlphaChannel(0xFFFFFF);
-  if (auto st = thumb.Resample(width, height, TResampleFilter::rfBilinear); !st.ok()) return st;
   TIOParamsVals p;
   p.JPEG_Quality = 75;
   std::vector<uint8_t> jpeg;

@@ -25,6 +25,10 @@ struct DecodeOptions {
   int frame = 0;             // frame or page to decode
   int scale_denom = 1;       // JPEG DCT scaling: 1, 2, 4 or 8
   uint64_t max_pixels = kMaxBitmapPixels;
+  // The caller keeps at most 8 bits per sample: a decoder may narrow deeper samples while
+  // decoding (rounded as TIEBitmap::ConvertTo rounds) rather than make the wide picture.
+  bool eight_bit = false;
+  bool color_managed = false;  // the load converts pictures with a profile into sRGB
 };
 
 using DecodeFn = pictavo::Status (*)(const uint8_t* data, size_t size, const DecodeOptions& opt,

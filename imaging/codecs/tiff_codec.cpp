@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <memory>
 
+#include "imaging/bitmap_rows.h"
+
 namespace pictavo::imaging::codecs {
 
 namespace {
@@ -55,8 +57,14 @@ int MemClose(thandle_t) {
 toff_t MemSize(thandle_t h) {
   return static_cast<MemFile*>(h)->size();
 }
-int NoMap(thandle_t, void**, toff_t*) {
-  return 0;
+// A constant buffer is handed to libtiff as a mapped file, so strips are decoded where they lie
+// instead of being copied into libtiff's own buffer first.
+int MemMap(thandle_t h, void** base, toff_t* size) {
+  auto* f = static_cast<MemFile*>(h);
+  if (f->wbuf || !f->rdata) return 0;
+  *base = const_cast<uint8_t*>(f->rdata);
+  *size = f->rsize;
+  return 1;
 }
 void NoUnmap(thandle_t, void*, toff_t) {}
 
@@ -85,7 +93,7 @@ TiffPtr OpenMem(MemFile& f, const char* mode) {
   // No single allocation larger than a 1 GiB strip or tile, whatever the header claims.
   TIFFOpenOptionsSetMaxSingleMemAlloc(opts, tmsize_t{1} << 30);
   TIFF* t = TIFFClientOpenExt("memory", mode, &f, MemRead, MemWrite, MemSeek, MemClose, MemSize,
-                              NoMap, NoUnmap, opts);
+                              MemMap, NoUnmap, opts);
   TIFFOpenOptionsFree(opts);
   return TiffPtr(t);
 }
@@ -138,7 +146,40 @@ struct Layout {
   uint16_t* extra = nullptr;
 };
 
-pictavo::Status ReadPixels(TIFF* tif, MemFile& f, const Layout& L, TIEBitmap* bmp) {
+// 16-bit RGB without alpha, narrowed to 8 bits row by row as it is decoded, rounded as
+// TIEBitmap::ConvertTo rounds: the full-size 16-bit picture is never made.
+pictavo::Status ReadRGB16As8(TIFF* tif, MemFile& f, const Layout& L, TIEBitmap* bmp) {
+  const int w = static_cast<int>(L.w), h = static_cast<int>(L.h);
+  if (auto st = bmp->Allocate(w, h, TIEPixelFormat::ie24RGB); !st.ok()) return st;
+  const tmsize_t line = TIFFScanlineSize(tif);
+  if (line <= 0) return Fail(f, "bad scanline size");
+  std::vector<uint16_t> buf((static_cast<size_t>(line) + 1) / 2);
+  for (int y = 0; y < h; ++y) {
+    uint8_t* d = bmp->Scanline(y);
+    if (L.planar == PLANARCONFIG_SEPARATE) {
+      for (int s = 0; s < L.spp; ++s) {
+        if (TIFFReadScanline(tif, buf.data(), static_cast<uint32_t>(y), static_cast<uint16_t>(s)) <
+            0)
+          return Fail(f, "picture data cannot be read");
+        if (s < 3)
+          for (int x = 0; x < w; ++x) d[3 * x + s] = rows::Narrow16(buf[x]);
+      }
+      continue;
+    }
+    if (TIFFReadScanline(tif, buf.data(), static_cast<uint32_t>(y), 0) < 0)
+      return Fail(f, "picture data cannot be read");
+    if (L.spp == 3) {
+      rows::Narrow16Row(buf.data(), d, static_cast<size_t>(w) * 3);
+    } else {
+      for (int x = 0; x < w; ++x)
+        for (int c = 0; c < 3; ++c)
+          d[3 * x + c] = rows::Narrow16(buf[static_cast<size_t>(x) * L.spp + c]);
+    }
+  }
+  return pictavo::Status::OK();
+}
+
+pictavo::Status ReadPixels(TIFF* tif, MemFile& f, const Layout& L, bool narrow, TIEBitmap* bmp) {
   const int w = static_cast<int>(L.w), h = static_cast<int>(L.h);
   const bool alpha = L.extra_count > 0 &&
                      (L.extra[0] == EXTRASAMPLE_UNASSALPHA || L.extra[0] == EXTRASAMPLE_ASSOCALPHA);
@@ -166,6 +207,7 @@ pictavo::Status ReadPixels(TIFF* tif, MemFile& f, const Layout& L, TIEBitmap* bm
   if (fmt == TIEPixelFormat::ieNull) return ReadViaRGBA(tif, f, w, h, alpha, bmp);
   if (fmt == TIEPixelFormat::ie1g && L.planar != PLANARCONFIG_CONTIG)
     return ReadViaRGBA(tif, f, w, h, alpha, bmp);
+  if (narrow && fmt == TIEPixelFormat::ie48RGB && !alpha) return ReadRGB16As8(tif, f, L, bmp);
 
   if (auto st = bmp->Allocate(w, h, fmt); !st.ok()) return st;
   if (alpha && fmt != TIEPixelFormat::ie1g) bmp->AddAlphaChannel();
@@ -418,7 +460,7 @@ pictavo::Status DecodeTIFF(const uint8_t* data, size_t size, const DecodeOptions
   MemFile f;
   f.rdata = data;
   f.rsize = size;
-  TiffPtr tif = OpenMem(f, "rm");
+  TiffPtr tif = OpenMem(f, "r");
   if (!tif) return Fail(f, "header cannot be read");
   // Count pages; libtiff stops at loops in the page chain.
   int pages = 0;
@@ -507,7 +549,9 @@ pictavo::Status DecodeTIFF(const uint8_t* data, size_t size, const DecodeOptions
   // that declare huge pages before anything is allocated.
   const uint64_t raw = static_cast<uint64_t>(L.w) * L.h * L.bps * L.spp / 8;
   if (raw > (uint64_t{size} + 4096) * 4096) return Corrupt("TIFF", "page larger than its data");
-  pictavo::Status st = ReadPixels(tif.get(), f, L, bmp);
+  // A profile the load converts from keeps the picture wide: the conversion is made on 16 bits.
+  const bool converted = opt.color_managed && !params.ICC.IsEmpty() && !params.ICC.IsSRGB();
+  pictavo::Status st = ReadPixels(tif.get(), f, L, opt.eight_bit && !converted, bmp);
   if (!st.ok()) bmp->Clear();
   return st;
 }
