@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <system_error>
 
 #include "direct/zub_direct.h"
@@ -389,7 +390,13 @@ bool TPThread::Convert() {
   c.settings = &context_.settings;
   c.temp_folder = context_.temp_folder;
   c.direct = &d;
+  // A JPEG holds 8 bits per sample: a deeper picture is narrowed while it is decoded, unless the
+  // colour settings first turn it into something else.
+  std::optional<imaging::TEightBitLoads> eight_bit;
+  if ((ext == "jpg" || ext == "jpeg") && context_.settings.colors.option_flags.Is(1))
+    eight_bit.emplace();
   const int status = c.Convert();
+  eight_bit.reset();
   written_ = c.written_files;
   if (written_.empty()) written_.push_back({c.dest_file, 0});
   bool all_there = true;

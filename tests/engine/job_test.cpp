@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -309,6 +310,47 @@ TEST_F(JobTest, OverwriteSkipAndFailedFileCount) {
   EXPECT_EQ(platform::ReadFileBytes(dir_.file("out/a.png")).value_or(""), "earlier result");
   EXPECT_NE(log_.find("   Error: Could not read file broken.jpg"), std::string::npos) << log_;
   EXPECT_NE(log_.find("1 of 2 files were successfully processed."), std::string::npos) << log_;
+  ExpectTempEmpty();
+}
+
+// A 16-bit TIFF becomes the same JPEG as its 8-bit copy (the deep picture is narrowed while it
+// is decoded), yet a target that holds 16 bits still gets all of them.
+TEST_F(JobTest, DeepTiffToJpegEqualsItsEightBitCopyAndPngKeepsTheDepth) {
+  imaging::TIEBitmap deep;
+  ASSERT_TRUE(deep.Allocate(97, 61, imaging::TIEPixelFormat::ie48RGB).ok());
+  for (int y = 0; y < deep.Height(); ++y) {
+    auto* row = reinterpret_cast<uint16_t*>(deep.Scanline(y));
+    for (int i = 0; i < 3 * deep.Width(); ++i)
+      row[i] = static_cast<uint16_t>((i * 977 + y * 40009) % 65536);
+  }
+  imaging::TIEBitmap eight = deep;
+  ASSERT_TRUE(eight.ConvertTo(imaging::TIEPixelFormat::ie24RGB).ok());
+  fs::create_directories(dir_.file("in"));
+  for (auto [bmp, name] : {std::pair{&deep, "deep.tif"}, std::pair{&eight, "eight.tif"}}) {
+    imaging::TImageEnIO io(bmp);
+    io.Params().TIFF_Compression = imaging::TIOTIFFCompression::ioTIFF_LZW;
+    ASSERT_TRUE(io.SaveToFile(dir_.file(std::string("in/") + name)).ok());
+  }
+  RememberSources({dir_.file("in/deep.tif"), dir_.file("in/eight.tif")});
+  settings_.main.dest_ext = "JPG";
+  settings_.jpg.quality = 80;
+  WriteJob({dir_.file("in/deep.tif"), dir_.file("in/eight.tif")});
+  ASSERT_EQ(Run("12"), 0) << log_;
+  const auto deep_jpg = platform::ReadFileBytes(dir_.file("out/deep.jpg"));
+  ASSERT_TRUE(deep_jpg.has_value());
+  EXPECT_TRUE(deep_jpg == platform::ReadFileBytes(dir_.file("out/eight.jpg")));
+
+  settings_.main.dest_ext = "PNG";
+  WriteJob({dir_.file("in/deep.tif")});
+  ASSERT_EQ(Run("12"), 0) << log_;
+  imaging::TIEBitmap png;
+  imaging::TImageEnIO io(&png);
+  ASSERT_TRUE(io.LoadFromFile(dir_.file("out/deep.png")).ok());
+  EXPECT_EQ(io.Params().BitsPerSample, 16);
+  ASSERT_EQ(png.PixelFormat(), imaging::TIEPixelFormat::ie48RGB);
+  for (int y = 0; y < deep.Height(); ++y)
+    ASSERT_EQ(std::memcmp(png.Scanline(y), deep.Scanline(y), deep.RowLen()), 0) << "row " << y;
+  ExpectSourcesUnchanged();
   ExpectTempEmpty();
 }
 
