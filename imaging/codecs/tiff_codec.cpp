@@ -153,6 +153,36 @@ pictavo::Status ReadRGB16As8(TIFF* tif, MemFile& f, const Layout& L, TIEBitmap* 
   if (auto st = bmp->Allocate(w, h, TIEPixelFormat::ie24RGB); !st.ok()) return st;
   const tmsize_t line = TIFFScanlineSize(tif);
   if (line <= 0) return Fail(f, "bad scanline size");
+  const auto narrow_row = [&](const uint16_t* s, uint8_t* d) {
+    if (L.spp == 3) {
+      rows::Narrow16Row(s, d, static_cast<size_t>(w) * 3);
+    } else {
+      for (int x = 0; x < w; ++x)
+        for (int c = 0; c < 3; ++c)
+          d[3 * x + c] = rows::Narrow16(s[static_cast<size_t>(x) * L.spp + c]);
+    }
+  };
+  // Whole strips at a time where a strip is of a sensible size: the codecs decode a strip in one
+  // call (deflate then goes through libdeflate) instead of resuming once per row.
+  uint32_t rows_per_strip = 0;
+  TIFFGetFieldDefaulted(tif, TIFFTAG_ROWSPERSTRIP, &rows_per_strip);
+  rows_per_strip = std::min(rows_per_strip, L.h);
+  const tmsize_t strip = TIFFStripSize(tif);
+  if (L.planar != PLANARCONFIG_SEPARATE && rows_per_strip > 0 &&
+      strip == line * static_cast<tmsize_t>(rows_per_strip) && strip <= (tmsize_t{32} << 20)) {
+    std::vector<uint16_t> buf((static_cast<size_t>(strip) + 1) / 2);
+    uint32_t index = 0;
+    for (uint32_t y0 = 0; y0 < L.h; y0 += rows_per_strip, ++index) {
+      const uint32_t rows = std::min(rows_per_strip, L.h - y0);
+      const tmsize_t want = line * static_cast<tmsize_t>(rows);
+      if (TIFFReadEncodedStrip(tif, index, buf.data(), want) != want)
+        return Fail(f, "picture data cannot be read");
+      for (uint32_t r = 0; r < rows; ++r)
+        narrow_row(buf.data() + static_cast<size_t>(r) * static_cast<size_t>(line) / 2,
+                   bmp->Scanline(static_cast<int>(y0 + r)));
+    }
+    return pictavo::Status::OK();
+  }
   std::vector<uint16_t> buf((static_cast<size_t>(line) + 1) / 2);
   for (int y = 0; y < h; ++y) {
     uint8_t* d = bmp->Scanline(y);
@@ -168,13 +198,7 @@ pictavo::Status ReadRGB16As8(TIFF* tif, MemFile& f, const Layout& L, TIEBitmap* 
     }
     if (TIFFReadScanline(tif, buf.data(), static_cast<uint32_t>(y), 0) < 0)
       return Fail(f, "picture data cannot be read");
-    if (L.spp == 3) {
-      rows::Narrow16Row(buf.data(), d, static_cast<size_t>(w) * 3);
-    } else {
-      for (int x = 0; x < w; ++x)
-        for (int c = 0; c < 3; ++c)
-          d[3 * x + c] = rows::Narrow16(buf[static_cast<size_t>(x) * L.spp + c]);
-    }
+    narrow_row(buf.data(), d);
   }
   return pictavo::Status::OK();
 }
