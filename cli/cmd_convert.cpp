@@ -219,7 +219,8 @@ int CmdConvert(const Args& args) {
   Tail().shown = 0;
   tools::SetEventPump(ShowNewOutput);
   std::signal(SIGINT, OnInterrupt);
-  const int rc = tools::RunBatch(command, job_folder);
+  // The engine is the whole job: nothing waits on its files once it has ended.
+  const int rc = tools::RunBatchNoPause(command);
   std::signal(SIGINT, SIG_DFL);
   tools::SetEventPump(nullptr);
   ShowNewOutput();

@@ -117,16 +117,30 @@ int RunAndWaitTimeout(const std::string& command_line, int /*show_window*/,
   return Finish(SpawnAndWait(cmd, working_folder, timeout_s));
 }
 
-int RunBatch(const std::string& command_line, const std::string& /*temp_folder*/) {
+namespace {
+
+int RunBatchCommands(const std::string& command_line) {
   BatchParse parsed = ParseBatch(command_line);
-  if (!parsed.error.empty() || parsed.commands.empty()) return Finish(kNotStarted);
+  if (!parsed.error.empty() || parsed.commands.empty()) return kNotStarted;
   int result = 0;
   for (const BatchCommand& cmd : parsed.commands) {
     if (cmd.only_if_previous_ok && result != 0) continue;
     result = SpawnAndWait(cmd, std::string(), 0);
     if (g_stop.load()) break;
   }
-  return Finish(result);
+  return result;
+}
+
+}  // namespace
+
+int RunBatch(const std::string& command_line, const std::string& /*temp_folder*/) {
+  return Finish(RunBatchCommands(command_line));
+}
+
+int RunBatchNoPause(const std::string& command_line) {
+  const int result = RunBatchCommands(command_line);
+  Pump();
+  return result;
 }
 
 }  // namespace pictavo::tools

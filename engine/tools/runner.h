@@ -76,5 +76,8 @@ int RunAndWaitTimeout(const std::string& command_line, int show_window,
 // redirection file cannot be opened. Each command has the job's tool time-out. `temp_folder` is
 // kept for the callers' signature: no script file is needed.
 int RunBatch(const std::string& command_line, const std::string& temp_folder);
+// As RunBatch, but returning as soon as the last command has ended, without the pause that
+// follows a tool inside a job: for a caller whose batch is the whole job (`pictavo convert`).
+int RunBatchNoPause(const std::string& command_line);
 
 }  // namespace pictavo::tools

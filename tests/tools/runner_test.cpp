@@ -167,6 +167,30 @@ TEST(Runner, BatchFormRedirectsWithoutAShell) {
   EXPECT_EQ(RunBatch(Quoted(kFake) + " echo x | sh", ""), kNotStarted);
 }
 
+// The form for a batch that is the whole job runs it the same way, but returns as soon as it has
+// ended: RunBatch pauses after every tool.
+TEST(Runner, BatchWithoutPauseRunsTheSameAndReturnsAtOnce) {
+  TempDir dir;
+  const std::string a = dir.file("a.txt"), b = dir.file("b.txt");
+  EXPECT_EQ(RunBatchNoPause(Quoted(kFake) + " echo one > " + Quoted(a) + " && " + Quoted(kFake) +
+                            " exit 5"),
+            5);
+  EXPECT_EQ(ReadText(a), "one\n");
+  EXPECT_EQ(
+      RunBatchNoPause(Quoted(kFake) + " exit 3 && " + Quoted(kFake) + " echo x > " + Quoted(b)), 3);
+  EXPECT_FALSE(std::filesystem::exists(b));
+  EXPECT_EQ(RunBatchNoPause(Quoted(kFake) + " echo x | sh"), kNotStarted);
+
+  const std::string quick = Quoted(kFake) + " exit 0";
+  auto start = Clock::now();
+  EXPECT_EQ(RunBatch(quick, ""), 0);
+  const double paused = SecondsSince(start);
+  EXPECT_GE(paused, 0.1);
+  start = Clock::now();
+  EXPECT_EQ(RunBatchNoPause(quick), 0);
+  EXPECT_LT(SecondsSince(start), paused);
+}
+
 int g_pumps = 0;
 void CountPump() {
   ++g_pumps;
