@@ -275,9 +275,12 @@ void BoxShrink(const T* src, int sw, int sh, size_t src_stride, int channels, in
   for (int oy = 0; oy < dh; ++oy) {
     const int y0 = oy * ky, y1 = std::min(sh, y0 + ky);
     std::fill(col.begin(), col.end(), 0u);
+    // Restrict: 8-bit samples may alias anything, which would keep the sums from vectorising.
+    uint32_t* __restrict sums = col.data();
+    const size_t n = col.size();
     for (int y = y0; y < y1; ++y) {
-      const T* row = src + static_cast<size_t>(y) * src_stride;
-      for (size_t i = 0; i < col.size(); ++i) col[i] += row[i];
+      const T* __restrict row = src + static_cast<size_t>(y) * src_stride;
+      for (size_t i = 0; i < n; ++i) sums[i] += row[i];
     }
     T* out = &dst[static_cast<size_t>(oy) * dw * channels];
     for (int ox = 0; ox < dw; ++ox) {
