@@ -157,6 +157,14 @@ TEST(EightBitLoads, NarrowingRoundsEverySampleAsTheDivisionDoes) {
     ASSERT_EQ(out[v], (v + 128) / 257) << v;
     ASSERT_EQ(rows::Narrow16(static_cast<uint16_t>(v)), out[v]) << v;
   }
+  // Rows whose length is no multiple of the block length, starting anywhere.
+  for (size_t start : {1u, 7u, 1000u})
+    for (size_t count : {0u, 5u, 16u, 33u, 1001u}) {
+      std::vector<uint8_t> part(count + 1, 0xAB);
+      rows::Narrow16Row(all.data() + start, part.data(), count);
+      for (size_t i = 0; i < count; ++i) ASSERT_EQ(part[i], out[start + i]) << start << " " << i;
+      EXPECT_EQ(part[count], 0xAB);  // nothing written past the end
+    }
   // 8 -> 16 -> 8 bits gives every 8-bit value back.
   for (uint32_t v = 0; v < 256; ++v) EXPECT_EQ(rows::Narrow16(static_cast<uint16_t>(v * 257)), v);
 }
