@@ -1,10 +1,5 @@
 #include "imaging/ie_io.h"
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -152,48 +147,6 @@ pictavo::Status WriteAtomically(const std::string& path, const std::vector<uint8
       /*flush_to_disk=*/false);
 }
 
-// A file's bytes, mapped rather than read into a private copy: a header check touches only the
-// pages the parser looks at (a TIFF keeps its directory anywhere, often at the end), and a load
-// decodes straight from the page cache. Anything that cannot be mapped (an empty file, a pipe)
-// is read the ordinary way.
-class FileBytes {
- public:
-  FileBytes() = default;
-  FileBytes(const FileBytes&) = delete;
-  FileBytes& operator=(const FileBytes&) = delete;
-  ~FileBytes() {
-    if (map_ != MAP_FAILED) munmap(map_, size_);
-  }
-
-  // `whole`: every byte will be read, so the pages are mapped in one go.
-  bool Open(const std::string& path, bool whole) {
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd >= 0) {
-      struct stat st {};
-      const bool stated = fstat(fd, &st) == 0;
-      if (stated && S_ISREG(st.st_mode) && st.st_size > 0) {
-        size_ = static_cast<size_t>(st.st_size);
-        map_ = mmap(nullptr, size_, PROT_READ, MAP_PRIVATE | (whole ? MAP_POPULATE : 0), fd, 0);
-      }
-      close(fd);
-      if (map_ != MAP_FAILED) return true;
-      if (stated && S_ISDIR(st.st_mode)) return false;  // a folder has no bytes to read
-    }
-    copy_ = platform::ReadFileBytes(path);
-    return copy_.has_value();
-  }
-  const uint8_t* data() const {
-    return map_ != MAP_FAILED ? static_cast<const uint8_t*>(map_)
-                              : reinterpret_cast<const uint8_t*>(copy_->data());
-  }
-  size_t size() const { return map_ != MAP_FAILED ? size_ : copy_->size(); }
-
- private:
-  void* map_ = MAP_FAILED;
-  size_t size_ = 0;
-  std::optional<std::string> copy_;
-};
-
 // The last one-page TIFF this thread saved, with what identifies the file as written.
 struct HandOver {
   bool valid = false;
@@ -284,7 +237,7 @@ pictavo::Status TImageEnIO::ParamsFromBuffer(const uint8_t* data, size_t size) {
 
 pictavo::Status TImageEnIO::LoadFromFile(const std::string& path) {
   if (TakeHandOver(path, false)) return pictavo::Status::OK();
-  FileBytes bytes;
+  platform::MappedFile bytes;
   if (!bytes.Open(path, true)) {
     bmp_->Clear();
     return pictavo::Status::Error("cannot read " + path);
@@ -294,7 +247,7 @@ pictavo::Status TImageEnIO::LoadFromFile(const std::string& path) {
 
 pictavo::Status TImageEnIO::ParamsFromFile(const std::string& path) {
   if (TakeHandOver(path, true)) return pictavo::Status::OK();
-  FileBytes bytes;
+  platform::MappedFile bytes;
   if (!bytes.Open(path, false)) return pictavo::Status::Error("cannot read " + path);
   return Decode(bytes.data(), bytes.size(), true);
 }

@@ -1,6 +1,7 @@
 #include "platform/fs.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -115,6 +116,36 @@ std::string ExecutableFolder() {
     return IncludeTrailingDelim(exe.parent_path().string());
   }();
   return folder;
+}
+
+MappedFile::~MappedFile() {
+  if (map_) munmap(map_, size_);
+}
+
+bool MappedFile::Open(const std::string& path, bool whole) {
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd >= 0) {
+    struct stat st {};
+    const bool stated = fstat(fd, &st) == 0;
+    if (stated && S_ISREG(st.st_mode) && st.st_size > 0) {
+      void* map = mmap(nullptr, static_cast<size_t>(st.st_size), PROT_READ,
+                       MAP_PRIVATE | (whole ? MAP_POPULATE : 0), fd, 0);
+      if (map != MAP_FAILED) map_ = map, size_ = static_cast<size_t>(st.st_size);
+    }
+    close(fd);
+    if (map_) return true;
+    if (stated && S_ISDIR(st.st_mode)) return false;  // a folder has no bytes to read
+  }
+  copy_ = ReadFileBytes(path);
+  return copy_.has_value();
+}
+
+const uint8_t* MappedFile::data() const {
+  return map_ ? static_cast<const uint8_t*>(map_) : reinterpret_cast<const uint8_t*>(copy_->data());
+}
+
+size_t MappedFile::size() const {
+  return map_ ? size_ : copy_->size();
 }
 
 }  // namespace pictavo::platform

@@ -1,6 +1,8 @@
 // File-system helpers that the engine's data-safety rules rest on.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -30,6 +32,30 @@ Status WriteFileAtomic(const std::string& path, std::string_view bytes, bool flu
 // racing for one name exactly one gets kCreated). kFailed: the folder is missing or not writable.
 enum class ExclusiveCreate { kCreated, kAlreadyExists, kFailed };
 ExclusiveCreate CreateFileExclusive(const std::string& path);
+
+// A file's bytes, mapped rather than read into a private copy: a header check touches only the
+// pages the parser looks at (a TIFF keeps its directory anywhere, often at the end), and a load
+// decodes straight from the page cache. Anything that cannot be mapped (an empty file, a pipe)
+// is read the ordinary way. A file cut short by another program while it is mapped makes the
+// reads past its new end fault, as with any mapped file.
+class MappedFile {
+ public:
+  MappedFile() = default;
+  MappedFile(const MappedFile&) = delete;
+  MappedFile& operator=(const MappedFile&) = delete;
+  ~MappedFile();
+
+  // `whole`: every byte will be read, so the pages are mapped in one go. False for a folder or a
+  // file that cannot be opened.
+  bool Open(const std::string& path, bool whole);
+  const uint8_t* data() const;
+  size_t size() const;
+
+ private:
+  void* map_ = nullptr;
+  size_t size_ = 0;
+  std::optional<std::string> copy_;
+};
 
 bool FileExists(const std::string& path);
 bool DirectoryExists(const std::string& path);
