@@ -242,14 +242,19 @@ pictavo::Status TImageEnIO::LoadFromFile(const std::string& path) {
     bmp_->Clear();
     return pictavo::Status::Error("cannot read " + path);
   }
-  return Decode(bytes.data(), bytes.size(), false);
+  pictavo::Status st = Decode(bytes.data(), bytes.size(), false);
+  if (!bytes.CutShort()) return st;
+  bmp_->Clear();
+  return pictavo::Status::Error(path + " was cut short while it was read");
 }
 
 pictavo::Status TImageEnIO::ParamsFromFile(const std::string& path) {
   if (TakeHandOver(path, true)) return pictavo::Status::OK();
   platform::MappedFile bytes;
   if (!bytes.Open(path, false)) return pictavo::Status::Error("cannot read " + path);
-  return Decode(bytes.data(), bytes.size(), true);
+  pictavo::Status st = Decode(bytes.data(), bytes.size(), true);
+  if (!bytes.CutShort()) return st;
+  return pictavo::Status::Error(path + " was cut short while it was read");
 }
 
 // Makes the picture fit the writer: the layout the caller asked for, then the nearest layout

@@ -1,6 +1,7 @@
 #include "platform/fs.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <sstream>
 
 namespace pictavo::platform {
@@ -118,19 +120,94 @@ std::string ExecutableFolder() {
   return folder;
 }
 
+namespace {
+
+// The mappings whose reads may fault because another program cut the file short. A SIGBUS
+// inside one of them replaces the pages from the fault to the mapping's end with zeros and
+// marks the slot, so the read in progress goes on and the load fails afterwards instead of the
+// whole engine ending. Plain atomics: the handler may take no lock.
+struct MapSlot {
+  std::atomic<uintptr_t> begin{0};
+  std::atomic<size_t> size{0};
+  std::atomic<bool> cut_short{false};
+};
+constexpr int kMapSlots = 64;
+MapSlot g_map_slots[kMapSlots];
+struct sigaction g_earlier_bus_action;
+uintptr_t g_page_size = 4096;
+
+void OnBusError(int signal, siginfo_t* info, void* context) {
+  const auto at = reinterpret_cast<uintptr_t>(info->si_addr);
+  for (MapSlot& slot : g_map_slots) {
+    const uintptr_t begin = slot.begin.load(std::memory_order_acquire);
+    const size_t size = slot.size.load(std::memory_order_acquire);
+    if (begin == 0 || at < begin || at >= begin + size) continue;
+    const uintptr_t from = at & ~(g_page_size - 1);
+    if (mmap(reinterpret_cast<void*>(from), begin + size - from, PROT_READ,
+             MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) == MAP_FAILED)
+      break;
+    slot.cut_short.store(true, std::memory_order_release);
+    return;
+  }
+  // Not one of ours: whoever handled it before (a sanitizer), or the default action, which
+  // the faulting instruction meets again on return.
+  if ((g_earlier_bus_action.sa_flags & SA_SIGINFO) && g_earlier_bus_action.sa_sigaction) {
+    g_earlier_bus_action.sa_sigaction(signal, info, context);
+    return;
+  }
+  sigaction(SIGBUS, &g_earlier_bus_action, nullptr);
+}
+
+void InstallBusErrorHandler() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    g_page_size = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+    struct sigaction action {};
+    action.sa_sigaction = OnBusError;
+    action.sa_flags = SA_SIGINFO;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGBUS, &action, &g_earlier_bus_action);
+  });
+}
+
+MapSlot* ClaimMapSlot(void* map, size_t size) {
+  for (MapSlot& slot : g_map_slots) {
+    uintptr_t free = 0;
+    if (!slot.begin.compare_exchange_strong(free, reinterpret_cast<uintptr_t>(map))) continue;
+    slot.cut_short.store(false, std::memory_order_relaxed);
+    slot.size.store(size, std::memory_order_release);
+    return &slot;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
 MappedFile::~MappedFile() {
-  if (map_) munmap(map_, size_);
+  if (!map_) return;
+  auto* slot = static_cast<MapSlot*>(slot_);
+  slot->size.store(0, std::memory_order_release);
+  slot->begin.store(0, std::memory_order_release);
+  munmap(map_, size_);
 }
 
 bool MappedFile::Open(const std::string& path, bool whole) {
+  InstallBusErrorHandler();
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd >= 0) {
     struct stat st {};
     const bool stated = fstat(fd, &st) == 0;
     if (stated && S_ISREG(st.st_mode) && st.st_size > 0) {
-      void* map = mmap(nullptr, static_cast<size_t>(st.st_size), PROT_READ,
-                       MAP_PRIVATE | (whole ? MAP_POPULATE : 0), fd, 0);
-      if (map != MAP_FAILED) map_ = map, size_ = static_cast<size_t>(st.st_size);
+      const auto size = static_cast<size_t>(st.st_size);
+      void* map = mmap(nullptr, size, PROT_READ, MAP_PRIVATE | (whole ? MAP_POPULATE : 0), fd, 0);
+      if (map != MAP_FAILED) {
+        // Without a slot a fault could not be caught: read the file instead.
+        if (MapSlot* slot = ClaimMapSlot(map, size)) {
+          map_ = map, size_ = size, slot_ = slot;
+        } else {
+          munmap(map, size);
+        }
+      }
     }
     close(fd);
     if (map_) return true;
@@ -138,6 +215,10 @@ bool MappedFile::Open(const std::string& path, bool whole) {
   }
   copy_ = ReadFileBytes(path);
   return copy_.has_value();
+}
+
+bool MappedFile::CutShort() const {
+  return map_ && static_cast<const MapSlot*>(slot_)->cut_short.load(std::memory_order_acquire);
 }
 
 const uint8_t* MappedFile::data() const {

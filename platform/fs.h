@@ -36,8 +36,8 @@ ExclusiveCreate CreateFileExclusive(const std::string& path);
 // A file's bytes, mapped rather than read into a private copy: a header check touches only the
 // pages the parser looks at (a TIFF keeps its directory anywhere, often at the end), and a load
 // decodes straight from the page cache. Anything that cannot be mapped (an empty file, a pipe)
-// is read the ordinary way. A file cut short by another program while it is mapped makes the
-// reads past its new end fault, as with any mapped file.
+// is read the ordinary way. A file cut short by another program while it is mapped reads as
+// zeros past its new end instead of faulting; `CutShort` then tells the reader to give up.
 class MappedFile {
  public:
   MappedFile() = default;
@@ -50,9 +50,12 @@ class MappedFile {
   bool Open(const std::string& path, bool whole);
   const uint8_t* data() const;
   size_t size() const;
+  // True once a read fell beyond the end of a file that shrank after it was opened.
+  bool CutShort() const;
 
  private:
   void* map_ = nullptr;
+  void* slot_ = nullptr;
   size_t size_ = 0;
   std::optional<std::string> copy_;
 };

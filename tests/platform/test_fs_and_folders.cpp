@@ -1,8 +1,10 @@
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <optional>
 
 #include <gtest/gtest.h>
@@ -59,6 +61,39 @@ TEST(Fs, WholeFilesAndPrefixes) {
   EXPECT_EQ(*ReadFileBytes(path), "");
   EXPECT_FALSE(ReadFileBytes(dir.file("missing")).has_value());
   EXPECT_FALSE(ReadFilePrefix(dir.file("missing"), 4).has_value());
+}
+
+TEST(Fs, MappedFileCutShortReadsZerosInsteadOfFaulting) {
+  testing::TempDir dir;
+  std::string bytes(256 * 1024, '\0');
+  for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(1 + i % 250);
+  const std::string cut = dir.file("cut.bin"), kept = dir.file("kept.bin");
+  ASSERT_TRUE(WriteFileAtomic(cut, bytes, false).ok());
+  ASSERT_TRUE(WriteFileAtomic(kept, bytes, false).ok());
+
+  auto shrinking_map = std::make_unique<MappedFile>();
+  MappedFile& shrinking = *shrinking_map;
+  MappedFile other;
+  ASSERT_TRUE(shrinking.Open(cut, false));
+  ASSERT_TRUE(other.Open(kept, false));
+  ASSERT_EQ(shrinking.size(), bytes.size());
+  EXPECT_FALSE(shrinking.CutShort());
+  EXPECT_EQ(shrinking.data()[100], static_cast<uint8_t>(bytes[100]));
+
+  // Another program cuts the file to 10,000 bytes while it is mapped.
+  ASSERT_EQ(::truncate(cut.c_str(), 10000), 0);
+  EXPECT_EQ(shrinking.data()[9999], static_cast<uint8_t>(bytes[9999]));
+  EXPECT_EQ(shrinking.data()[200000], 0);
+  EXPECT_EQ(shrinking.data()[bytes.size() - 1], 0);
+  EXPECT_TRUE(shrinking.CutShort());
+  EXPECT_FALSE(other.CutShort());
+  EXPECT_EQ(other.data()[200000], static_cast<uint8_t>(bytes[200000]));
+
+  // A mapping opened after the first closed starts unmarked, whichever slot it gets.
+  shrinking_map.reset();
+  MappedFile again;
+  ASSERT_TRUE(again.Open(kept, true));
+  EXPECT_FALSE(again.CutShort());
 }
 
 TEST(Fs, FailedAtomicWriteKeepsTheOldFile) {
