@@ -146,6 +146,33 @@ struct Layout {
   uint16_t* extra = nullptr;
 };
 
+// Associated (premultiplied) alpha is undone so the plane means what it says.
+void UnpremultiplyRGB(TIEBitmap* bmp) {
+  if (bmp->PixelFormat() != TIEPixelFormat::ie24RGB) return;
+  for (int y = 0; y < bmp->Height(); ++y) {
+    uint8_t* d = bmp->Scanline(y);
+    const uint8_t* a = bmp->AlphaScanline(y);
+    for (int x = 0; x < bmp->Width(); ++x)
+      if (a[x] && a[x] < 255)
+        for (int c = 0; c < 3; ++c)
+          d[3 * x + c] = static_cast<uint8_t>(std::min(255, d[3 * x + c] * 255 / a[x]));
+  }
+}
+
+// Separate colour planes, read plane after plane: libtiff decodes a compressed strip of several
+// rows only forwards, so going through the planes of each row in turn would mean going back.
+template <typename PlaceRow>
+pictavo::Status ForEachPlaneRow(TIFF* tif, MemFile& f, const Layout& L, uint8_t* buf,
+                                PlaceRow place) {
+  for (int s = 0; s < L.spp; ++s)
+    for (uint32_t y = 0; y < L.h; ++y) {
+      if (TIFFReadScanline(tif, buf, y, static_cast<uint16_t>(s)) < 0)
+        return Fail(f, "picture data cannot be read");
+      place(static_cast<int>(y), s);
+    }
+  return pictavo::Status::OK();
+}
+
 // 16-bit RGB without alpha, narrowed to 8 bits row by row as it is decoded, rounded as
 // TIEBitmap::ConvertTo rounds: the full-size 16-bit picture is never made.
 pictavo::Status ReadRGB16As8(TIFF* tif, MemFile& f, const Layout& L, TIEBitmap* bmp) {
@@ -184,18 +211,14 @@ pictavo::Status ReadRGB16As8(TIFF* tif, MemFile& f, const Layout& L, TIEBitmap* 
     return pictavo::Status::OK();
   }
   std::vector<uint16_t> buf((static_cast<size_t>(line) + 1) / 2);
+  if (L.planar == PLANARCONFIG_SEPARATE)
+    return ForEachPlaneRow(tif, f, L, reinterpret_cast<uint8_t*>(buf.data()), [&](int y, int s) {
+      uint8_t* d = bmp->Scanline(y);
+      if (s < 3)
+        for (int x = 0; x < w; ++x) d[3 * x + s] = rows::Narrow16(buf[x]);
+    });
   for (int y = 0; y < h; ++y) {
     uint8_t* d = bmp->Scanline(y);
-    if (L.planar == PLANARCONFIG_SEPARATE) {
-      for (int s = 0; s < L.spp; ++s) {
-        if (TIFFReadScanline(tif, buf.data(), static_cast<uint32_t>(y), static_cast<uint16_t>(s)) <
-            0)
-          return Fail(f, "picture data cannot be read");
-        if (s < 3)
-          for (int x = 0; x < w; ++x) d[3 * x + s] = rows::Narrow16(buf[x]);
-      }
-      continue;
-    }
     if (TIFFReadScanline(tif, buf.data(), static_cast<uint32_t>(y), 0) < 0)
       return Fail(f, "picture data cannot be read");
     narrow_row(buf.data(), d);
@@ -252,27 +275,26 @@ pictavo::Status ReadPixels(TIFF* tif, MemFile& f, const Layout& L, bool narrow, 
       bmp->Palette()[i] = wide ? TRGB{Scale16(r[i]), Scale16(g[i]), Scale16(b[i])}
                                : TRGB{uint8_t(r[i]), uint8_t(g[i]), uint8_t(b[i])};
   }
-  std::vector<uint8_t> plane;
+  if (L.planar == PLANARCONFIG_SEPARATE && L.spp > 1) {
+    // Each plane into its place in the interleaved rows.
+    auto st = ForEachPlaneRow(tif, f, L, buf.data(), [&](int y, int s) {
+      uint8_t* d = bmp->Scanline(y);
+      uint8_t* a = bmp->HasAlphaChannel() ? bmp->AlphaScanline(y) : nullptr;
+      for (int x = 0; x < w; ++x) {
+        if (s < color) {
+          std::memcpy(d + (static_cast<size_t>(x) * color + s) * bytes, buf.data() + x * bytes,
+                      bytes);
+        } else if (s == color && a) {
+          a[x] = bytes == 2 ? Scale16(reinterpret_cast<const uint16_t*>(buf.data())[x]) : buf[x];
+        }
+      }
+    });
+    if (st.ok() && alpha && L.extra[0] == EXTRASAMPLE_ASSOCALPHA) UnpremultiplyRGB(bmp);
+    return st;
+  }
   for (int y = 0; y < h; ++y) {
     uint8_t* d = bmp->Scanline(y);
     uint8_t* a = bmp->HasAlphaChannel() ? bmp->AlphaScanline(y) : nullptr;
-    if (L.planar == PLANARCONFIG_SEPARATE && L.spp > 1) {
-      // One plane at a time into its place in the interleaved row.
-      for (int s = 0; s < L.spp; ++s) {
-        if (TIFFReadScanline(tif, buf.data(), static_cast<uint32_t>(y), static_cast<uint16_t>(s)) <
-            0)
-          return Fail(f, "picture data cannot be read");
-        for (int x = 0; x < w; ++x) {
-          if (s < color) {
-            std::memcpy(d + (static_cast<size_t>(x) * color + s) * bytes, buf.data() + x * bytes,
-                        bytes);
-          } else if (s == color && a) {
-            a[x] = bytes == 2 ? Scale16(reinterpret_cast<const uint16_t*>(buf.data())[x]) : buf[x];
-          }
-        }
-      }
-      continue;
-    }
     if (TIFFReadScanline(tif, buf.data(), static_cast<uint32_t>(y), 0) < 0)
       return Fail(f, "picture data cannot be read");
     const uint8_t* s = buf.data();
@@ -304,17 +326,7 @@ pictavo::Status ReadPixels(TIFF* tif, MemFile& f, const Layout& L, bool narrow, 
         for (int x = 0; x < w; ++x) reinterpret_cast<uint16_t*>(d)[x] ^= 0xFFFF;
     }
   }
-  // Associated (premultiplied) alpha is undone so the plane means what it says.
-  if (alpha && L.extra[0] == EXTRASAMPLE_ASSOCALPHA && fmt == TIEPixelFormat::ie24RGB) {
-    for (int y = 0; y < h; ++y) {
-      uint8_t* d = bmp->Scanline(y);
-      const uint8_t* a = bmp->AlphaScanline(y);
-      for (int x = 0; x < w; ++x)
-        if (a[x] && a[x] < 255)
-          for (int c = 0; c < 3; ++c)
-            d[3 * x + c] = static_cast<uint8_t>(std::min(255, d[3 * x + c] * 255 / a[x]));
-    }
-  }
+  if (alpha && L.extra[0] == EXTRASAMPLE_ASSOCALPHA) UnpremultiplyRGB(bmp);
   return pictavo::Status::OK();
 }
 

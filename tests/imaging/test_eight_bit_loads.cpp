@@ -99,27 +99,37 @@ TIEBitmap WideThenNarrowed(const std::string& path, int* bits = nullptr) {
   return b;
 }
 
-// A planar (one plane per sample) 16-bit RGB TIFF, which the engine itself never writes.
-std::string WritePlanarTiff(const testing::TempDir& tmp, const TIEBitmap& src) {
-  const std::string path = tmp.file("planar.tif");
+// A planar (one plane per sample) RGB TIFF of an 8- or 16-bit picture, which the engine itself
+// never writes; several rows a strip make the planes readable only one after the other.
+std::string WritePlanarTiff(const testing::TempDir& tmp, const TIEBitmap& src,
+                            uint32_t rows_per_strip) {
+  const std::string path = tmp.file("planar" + std::to_string(rows_per_strip) + ".tif");
   TIFF* t = TIFFOpen(path.c_str(), "w");
   EXPECT_NE(t, nullptr);
   if (!t) return path;
   const uint32_t w = static_cast<uint32_t>(src.Width()), h = static_cast<uint32_t>(src.Height());
+  const bool deep = src.PixelFormat() == F::ie48RGB;
   TIFFSetField(t, TIFFTAG_IMAGEWIDTH, w);
   TIFFSetField(t, TIFFTAG_IMAGELENGTH, h);
-  TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, 16);
+  TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, deep ? 16 : 8);
   TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, 3);
   TIFFSetField(t, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
   TIFFSetField(t, TIFFTAG_PLANARCONFIG, PLANARCONFIG_SEPARATE);
   TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE);
-  TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, 1);  // the planar reader reads the planes row by row
+  TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, rows_per_strip);
   std::vector<uint16_t> plane(w);
+  std::vector<uint8_t> plane8(w);
   for (uint16_t s = 0; s < 3; ++s)
     for (uint32_t y = 0; y < h; ++y) {
-      const auto* row = reinterpret_cast<const uint16_t*>(src.Scanline(static_cast<int>(y)));
-      for (uint32_t x = 0; x < w; ++x) plane[x] = row[3 * x + s];
-      EXPECT_GE(TIFFWriteScanline(t, plane.data(), y, s), 0);
+      const uint8_t* row = src.Scanline(static_cast<int>(y));
+      for (uint32_t x = 0; x < w; ++x) {
+        if (deep)
+          plane[x] = reinterpret_cast<const uint16_t*>(row)[3 * x + s];
+        else
+          plane8[x] = row[3 * x + s];
+      }
+      EXPECT_GE(TIFFWriteScanline(t, deep ? static_cast<void*>(plane.data()) : plane8.data(), y, s),
+                0);
     }
   TIFFClose(t);
   return path;
@@ -199,15 +209,26 @@ TEST(EightBitLoads, DeepRgbTiffLoadsAsTheWideLoadNarrowed) {
   }
 }
 
-TEST(EightBitLoads, PlanarDeepTiffLoadsAsTheWideLoadNarrowed) {
+TEST(EightBitLoads, PlanarTiffsLoadWhateverTheirStripHeight) {
   testing::TempDir tmp;
-  const std::string path = WritePlanarTiff(tmp, Deep(67, 23));
-  const TIEBitmap expected = WideThenNarrowed(path);
-  TIEBitmap got;
-  TImageEnIO io(&got);
-  const TEightBitLoads eight;
-  ASSERT_TRUE(io.LoadFromFile(path).ok());
-  ExpectSamePixels(got, expected);
+  const TIEBitmap deep = Deep(67, 23);
+  TIEBitmap shallow = deep;
+  ASSERT_TRUE(shallow.ConvertTo(F::ie24RGB).ok());
+  for (uint32_t rows : {1u, 8u, 23u}) {
+    SCOPED_TRACE("rows per strip " + std::to_string(rows));
+    const std::string deep_path = WritePlanarTiff(tmp, deep, rows);
+    const TIEBitmap expected = WideThenNarrowed(deep_path);
+    TIEBitmap wide, narrowed, eight;
+    ASSERT_TRUE(TImageEnIO(&wide).LoadFromFile(deep_path).ok());
+    ExpectSamePixels(wide, deep);
+    {
+      const TEightBitLoads eight_bit;
+      ASSERT_TRUE(TImageEnIO(&narrowed).LoadFromFile(deep_path).ok());
+    }
+    ExpectSamePixels(narrowed, expected);
+    ASSERT_TRUE(TImageEnIO(&eight).LoadFromFile(WritePlanarTiff(tmp, shallow, rows)).ok());
+    ExpectSamePixels(eight, shallow);
+  }
 }
 
 TEST(EightBitLoads, ScopesNestAndEndOnTheirThread) {
