@@ -1,4 +1,5 @@
-// PNG through libpng.
+// PNG: read through libpng; written with libpng for the chunks and the encoder's own row filters
+// and libdeflate for the image data (libpng whole for interlaced pictures).
 #pragma once
 
 #include "imaging/codecs/codec.h"
