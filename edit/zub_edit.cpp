@@ -75,6 +75,23 @@ void SetSavingDepth(imaging::TImageEnIO& io, imaging::TIEBitmap& bmp) {
   }
 }
 
+// True when the file's header shows a first picture without alpha (a transparent colour counts
+// as alpha), in a format whose header reader states it: transparency alone then has nothing to
+// do, and the picture need not be decoded.
+bool HeaderRulesOutAlpha(imaging::TImageEnIO& io, const std::string& file) {
+  using imaging::TIOFileType;
+  if (!io.ParamsFromFile(file).ok()) return false;
+  switch (io.Params().FileType) {
+    case TIOFileType::ioJPEG:
+    case TIOFileType::ioPNG:
+    case TIOFileType::ioTIFF:
+    case TIOFileType::ioWEBP:
+      return !io.Params().HasAlpha;
+    default:
+      return false;
+  }
+}
+
 }  // namespace
 
 int TZubEdit::Edit(std::string& log, const std::string& done_text, const std::string& page_label,
@@ -102,6 +119,7 @@ int TZubEdit::Edit(std::string& log, const std::string& done_text, const std::st
   }
   if (list.empty()) return 0;
 
+  if (transparency_only && HeaderRulesOutAlpha(*io, work_file)) return 33;
   if (!io->LoadFromFile(work_file).ok()) return bmp->IsEmpty() ? 3 : 0;
   int pages = 1;
   const std::string ext = Extension(work_file);

@@ -112,6 +112,24 @@ TEST_F(EditTest, TransparencyOnlyModeWithoutAlphaIsNothingToDo) {
   EXPECT_EQ(log, "");
 }
 
+TEST_F(EditTest, TransparencyOnlyIsAnsweredFromTheHeader) {
+  // A PNG whose header is whole but whose picture data is overwritten: a decode fails, the
+  // header alone shows there is no alpha.
+  std::string bytes = *platform::ReadFileBytes(Save(Solid(64, 64, {1, 2, 3}), "whole.png"));
+  const size_t data = bytes.find("IDAT");
+  ASSERT_NE(data, std::string::npos);
+  for (size_t i = data + 4; i < data + 12; ++i) bytes[i] = '\xff';
+  edit.work_file = dir.file("damaged.png");
+  ASSERT_TRUE(platform::WriteFileAtomic(edit.work_file, bytes, false).ok());
+  TIEBitmap probe;
+  ASSERT_FALSE(TImageEnIO(&probe).LoadFromFile(edit.work_file).ok());
+  settings.main.show_transp = true;
+  EXPECT_EQ(Run(), 33);
+  // With an actions file the picture is decoded, and the damage is reported.
+  WriteAct("invert\n");
+  EXPECT_EQ(Run(), 3);
+}
+
 TEST_F(EditTest, NoListAndUnreadablePictures) {
   edit.work_file = Save(Solid(4, 4, {1, 2, 3}), "work.png");
   EXPECT_EQ(Run(), 0);  // no .act file, no transparency: nothing at all
