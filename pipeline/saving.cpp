@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
-#include <random>
+#include <mutex>
+#include <set>
 #include <system_error>
 
 #include "engine/tools/probes.h"
@@ -27,10 +28,16 @@ bool SamePath(const std::string& a, const std::string& b) {
   return fs::weakly_canonical(a, ec) == fs::weakly_canonical(b, ec);
 }
 
-std::string ScratchBeside(const fs::path& dest) {
-  thread_local std::mt19937_64 gen(std::random_device{}());
-  // Hidden and with the scratch prefix, so a file left by a killed engine is recognisable.
-  return (dest.parent_path() / (".rcp" + std::to_string(gen() % 1000000000ULL) + ".part")).string();
+// Scratch files that a killed engine left in a destination folder go the first time this
+// process places a result there.
+void RemoveStaleScratchOnce(const std::string& folder) {
+  static std::mutex mutex;
+  static std::set<std::string> swept;
+  {
+    std::lock_guard<std::mutex> lock(mutex);
+    if (!swept.insert(folder).second) return;
+  }
+  platform::RemoveStaleScratch(folder);
 }
 
 // Formats stored as several files: the sidecars share the main file's name and must follow it,
@@ -98,7 +105,8 @@ Status PlaceFile(const std::string& file, const std::string& dest, bool replace)
   if (d.has_parent_path()) fs::create_directories(d.parent_path(), ec);
   if (!platform::DirectoryExists(d.parent_path().string()))
     return Status::Error("cannot create the folder " + d.parent_path().string());
-  const std::string scratch = ScratchBeside(d);
+  RemoveStaleScratchOnce(d.parent_path().string());
+  const std::string scratch = platform::ScratchBeside(d.string());
   fs::copy_file(file, scratch, fs::copy_options::overwrite_existing, ec);
   if (ec) {
     fs::remove(scratch, ec);

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -54,13 +55,35 @@ std::optional<std::string> ReadFilePrefix(const std::string& path, size_t max_by
   return bytes;
 }
 
-Status WriteFileAtomic(const std::string& path, std::string_view bytes, bool flush_to_disk) {
+std::string ScratchBeside(const std::string& path) {
   static std::atomic<unsigned> sequence{0};
-  // Beside the target, hidden and short: a name near the 255-byte limit must still have room.
+  // Hidden and short: a name near the 255-byte limit must still have room.
   const size_t slash = path.rfind(kPathDelim);
-  std::string scratch = (slash == std::string::npos ? std::string() : path.substr(0, slash + 1)) +
-                        ".rcp" + std::to_string(getpid()) + "_" +
-                        std::to_string(sequence.fetch_add(1)) + ".part";
+  return (slash == std::string::npos ? std::string() : path.substr(0, slash + 1)) + ".rcp" +
+         std::to_string(getpid()) + "_" + std::to_string(sequence.fetch_add(1)) + ".part";
+}
+
+int RemoveStaleScratch(const std::string& folder) {
+  int removed = 0;
+  std::error_code ec;
+  for (auto it = std::filesystem::directory_iterator(folder, ec);
+       !ec && it != std::filesystem::directory_iterator(); it.increment(ec)) {
+    const std::string name = it->path().filename().string();
+    unsigned long pid = 0;
+    unsigned long sequence = 0;
+    char tail[8] = {};
+    if (std::sscanf(name.c_str(), ".rcp%lu_%lu%7s", &pid, &sequence, tail) != 3 ||
+        std::strcmp(tail, ".part") != 0 || pid == 0 || pid == static_cast<unsigned long>(getpid()))
+      continue;
+    // Only a process that no longer exists cannot be writing it.
+    if (::kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH) continue;
+    if (::unlink(it->path().c_str()) == 0) ++removed;
+  }
+  return removed;
+}
+
+Status WriteFileAtomic(const std::string& path, std::string_view bytes, bool flush_to_disk) {
+  const std::string scratch = ScratchBeside(path);
   int fd = ::open(scratch.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
   if (fd < 0) return Status::Error("cannot create " + scratch + ": " + std::strerror(errno));
   const char* p = bytes.data();

@@ -22,6 +22,13 @@ std::optional<std::string> ReadFileBytes(const std::string& path);
 // At most the first `max_bytes` of a file (fewer when it is shorter): for telling formats apart.
 std::optional<std::string> ReadFilePrefix(const std::string& path, size_t max_bytes);
 
+// A scratch name beside `path`, unique in this process: ".rcp<process id>_<n>.part".
+std::string ScratchBeside(const std::string& path);
+
+// Removes the scratch files in `folder` left by engines that no longer run (killed while
+// writing); those of running processes stay. Returns how many were removed.
+int RemoveStaleScratch(const std::string& folder);
+
 // Writes bytes under a scratch name in the same folder, flushes them, then renames the
 // scratch file over `path`. On any failure the scratch file is removed and `path` is untouched.
 // `flush_to_disk` false leaves out the fsync: for files that are themselves scratch files of a

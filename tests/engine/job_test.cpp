@@ -492,6 +492,22 @@ TEST_F(StopTest, KilledEngineLeavesNoHalfWrittenResult) {
     EXPECT_EQ(SizeOf(r), std::make_pair(1600, 1200)) << r;
   }
   ExpectSourcesUnchanged();
+
+  // The next job into that folder removes what the killed engine left, whether or not the
+  // kill came mid-write, and leaves a running process's scratch file alone.
+  const std::string dead = dir_.file("out/.rcp" + std::to_string(pid) + "_7.part");
+  const std::string alive = dir_.file("out/.rcp" + std::to_string(getpid()) + "_0.part");
+  std::ofstream(dead) << "half";
+  std::ofstream(alive) << "in progress";
+  WriteJob({dir_.file("in/p10.jpg")});
+  const std::string again = dir_.file("again.out");
+  const pid_t second = Spawn({Engine(), "12", dir_.file("job.cfg")}, again);
+  ASSERT_GT(second, 0);
+  waitpid(second, &status, 0);
+  std::vector<std::string> left;
+  for (const std::string& r : Results())
+    if (fs::path(r).filename().string().rfind(".rcp", 0) == 0) left.push_back(r);
+  EXPECT_EQ(left, std::vector<std::string>{alive}) << platform::ReadFileBytes(again).value_or("");
 }
 
 class ConvertTest : public JobTest {
