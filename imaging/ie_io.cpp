@@ -159,6 +159,7 @@ struct HandOver {
 thread_local HandOver t_hand_over;
 
 thread_local bool t_eight_bit_loads = false;
+thread_local bool t_keep_saves = false;
 
 bool SameFileAsWritten(const HandOver& h, const std::string& path) {
   std::error_code ec;
@@ -176,6 +177,18 @@ TEightBitLoads::TEightBitLoads() : previous_(t_eight_bit_loads) {
 }
 TEightBitLoads::~TEightBitLoads() {
   t_eight_bit_loads = previous_;
+}
+
+TKeepSavesForNextLoad::TKeepSavesForNextLoad() : previous_(t_keep_saves) {
+  t_keep_saves = true;
+}
+TKeepSavesForNextLoad::~TKeepSavesForNextLoad() {
+  t_keep_saves = previous_;
+}
+
+void ForgetKeptSave() {
+  t_hand_over.valid = false;
+  t_hand_over.bitmap.Clear();
 }
 
 TImageEnIO::TImageEnIO(TIEBitmap* bitmap) : bmp_(bitmap) {
@@ -360,11 +373,11 @@ pictavo::Status TImageEnIO::SaveToFile(const std::string& path) {
   std::vector<uint8_t> bytes;
   if (auto st = Encode(type, bytes); !st.ok()) return st;
   if (auto st = WriteAtomically(path, bytes); !st.ok()) return st;
-  if (type == TIOFileType::ioTIFF) KeepForNextLoad(path, bytes);
+  if (type == TIOFileType::ioTIFF && t_keep_saves) KeepForNextLoad(path, std::move(bytes));
   return pictavo::Status::OK();
 }
 
-void TImageEnIO::KeepForNextLoad(const std::string& path, const std::vector<uint8_t>& tiff) {
+void TImageEnIO::KeepForNextLoad(const std::string& path, std::vector<uint8_t> tiff) {
   HandOver& h = t_hand_over;
   h.valid = false;
   h.bitmap.Clear();
@@ -380,6 +393,7 @@ void TImageEnIO::KeepForNextLoad(const std::string& path, const std::vector<uint
       params.TIFF_Compression == TIOTIFFCompression::ioTIFF_JPEG)
     return;
   if (ColorManagementEnabled() && !params.ICC.IsEmpty() && !params.ICC.IsSRGB()) return;
+  std::vector<uint8_t>().swap(tiff);  // gone before the copy: the peak is two pictures, not three
   std::error_code ec;
   h.size = std::filesystem::file_size(path, ec);
   if (ec) return;

@@ -51,6 +51,24 @@ class TEightBitLoads {
   bool previous_;
 };
 
+// While one lives on a thread, a one-page TIFF that the thread saves is also kept in memory,
+// and the thread's next load or parameter probe of that very file, unchanged since, takes it
+// from there instead of decoding it again. For the stages of a job, whose scratch result the
+// next stage loads at once; a save that nothing loads again would only hold a copy.
+class TKeepSavesForNextLoad {
+ public:
+  TKeepSavesForNextLoad();
+  ~TKeepSavesForNextLoad();
+  TKeepSavesForNextLoad(const TKeepSavesForNextLoad&) = delete;
+  TKeepSavesForNextLoad& operator=(const TKeepSavesForNextLoad&) = delete;
+
+ private:
+  bool previous_;
+};
+
+// Drops what this thread keeps for a next load (at the end of a job's file).
+void ForgetKeptSave();
+
 class TImageEnIO {
  public:
   explicit TImageEnIO(TIEBitmap* bitmap);  // "Create": bound to `bitmap`, which must outlive it
@@ -102,7 +120,7 @@ class TImageEnIO {
   // The hand-over between stages: a one-page TIFF that this thread has just saved is kept in
   // memory, and a load (or parameter probe) of that very file, unchanged since, takes it from
   // there instead of decoding it again.
-  void KeepForNextLoad(const std::string& path, const std::vector<uint8_t>& tiff);
+  void KeepForNextLoad(const std::string& path, std::vector<uint8_t> tiff);
   bool TakeHandOver(const std::string& path, bool params_only);
 
   TIEBitmap* bmp_;

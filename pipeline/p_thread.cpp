@@ -206,6 +206,7 @@ void TPThread::ProcessFile() {
     print_log(kStepPrefix + M(Msg::kError) + " " + e.what());
     ok = false;
   }
+  imaging::ForgetKeptSave();  // a picture no stage took is not held over to the next file
   const double seconds =
       std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   print_log(kStepPrefix + M(Msg::kProcessingTime) + " " + OneDecimal(seconds) + " " + M(Msg::kSec));
@@ -248,6 +249,8 @@ bool TPThread::CheckFile() {
 
 bool TPThread::Read() {
   std::this_thread::sleep_for(std::chrono::milliseconds(context_.poll_ms));
+  // The read and edit stages' scratch TIFFs are loaded by the next stage at once.
+  const imaging::TKeepSavesForNextLoad keep_scratch;
   const std::string& tag = route_.source_tag;
   const imaging::TIOFileType sniffed = SniffFile(source_);
   bool as_is = false;
@@ -313,6 +316,7 @@ bool TPThread::Read() {
 }
 
 bool TPThread::Edit() {
+  const imaging::TKeepSavesForNextLoad keep_scratch;
   const settings::TMainSettings& s = context_.settings;
   const bool has_actions = !context_.act_file.empty();
   if (!has_actions) {

@@ -53,6 +53,7 @@ TEST(HandOver, LoadGivesWhatADecodeGivesAndOnlyForTheFileAsWritten) {
   const std::string path = tmp.file("stage.tif");
   TIEBitmap saved = iotest::Pattern(61, 37, F::ie24RGB, false);
   auto save_stage = [&] {
+    const TKeepSavesForNextLoad keep;
     TImageEnIO io(&saved);
     io.Params().DpiX = io.Params().DpiY = 150;
     io.Params().TIFF_Compression = TIOTIFFCompression::ioTIFF_LZW;
@@ -90,6 +91,31 @@ TEST(HandOver, LoadGivesWhatADecodeGivesAndOnlyForTheFileAsWritten) {
   ASSERT_TRUE(in3.LoadFromFile(path).ok());
   ExpectSame(from_memory, in3.Params(), decoded, decoded_params);
 
+  // Saves outside the scope, and a kept save that was forgotten, are not loaded from memory:
+  // the same change behind the file's back shows.
+  const auto changed_behind = [&] {
+    std::string again = platform::ReadFileBytes(path).value_or("");
+    const auto time = fs::last_write_time(path);
+    for (size_t i = again.size() / 2; i < again.size() / 2 + 64; ++i) again[i] ^= 0x55;
+    EXPECT_TRUE(platform::WriteFileAtomic(path, again, false).ok());
+    fs::last_write_time(path, time);
+    TIEBitmap got;
+    if (!TImageEnIO(&got).LoadFromFile(path).ok()) return true;  // decoded, and broken by it
+    for (int y = 0; y < got.Height(); ++y)
+      if (std::memcmp(got.Scanline(y), decoded.Scanline(y), got.RowLen()) != 0) return true;
+    return false;
+  };
+  {
+    TImageEnIO io(&saved);
+    io.Params().DpiX = io.Params().DpiY = 150;
+    io.Params().TIFF_Compression = TIOTIFFCompression::ioTIFF_LZW;
+    ASSERT_TRUE(io.SaveToFile(path).ok());
+  }
+  EXPECT_TRUE(changed_behind());
+  save_stage();
+  ForgetKeptSave();
+  EXPECT_TRUE(changed_behind());
+
   // ... but a file written again since (a new time) is decoded.
   save_stage();
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -121,6 +147,7 @@ TEST(HandOver, LoadGivesWhatADecodeGivesAndOnlyForTheFileAsWritten) {
 }
 
 TEST(HandOver, LossyOrLayoutChangingSavesAreNotHandedOver) {
+  const TKeepSavesForNextLoad keep;
   testing::TempDir tmp;
   const std::string path = tmp.file("stage.tif");
   // JPEG inside TIFF: the load must show the compression's loss, as a decode does.
