@@ -468,20 +468,23 @@ pictavo::Status EncodePNG(const TIEBitmap& bmp, const TIOParamsVals& params,
   s.filter_none = depth < 8 || s.color_type == PNG_COLOR_TYPE_PALETTE || s.level == 0;
   const size_t row_bytes =
       depth == 1 ? (w + 7) / 8 : static_cast<size_t>(w) * channels * (depth / 8);
-  std::vector<uint8_t> buf(row_bytes * h);
+  // Rows the file stores as the bitmap holds them are read where they are (neither the
+  // filters nor libpng write into them); the others are laid out in `buf`.
+  const bool as_held = !alpha && (fmt == TIEPixelFormat::ie1g || fmt == TIEPixelFormat::ie8p ||
+                                  fmt == TIEPixelFormat::ie8g || fmt == TIEPixelFormat::ie16g ||
+                                  fmt == TIEPixelFormat::ie48RGB || fmt == TIEPixelFormat::ie24RGB);
+  std::vector<uint8_t> buf(as_held ? 0 : row_bytes * h);
   std::vector<png_bytep> rows(h);
   std::vector<uint8_t> rgb(static_cast<size_t>(w) * 3);
   for (int y = 0; y < h; ++y) {
-    uint8_t* d = buf.data() + row_bytes * y;
-    rows[y] = d;
     const uint8_t* src = bmp.Scanline(y);
-    const uint8_t* a = alpha ? bmp.AlphaScanline(y) : nullptr;
-    if (!alpha && (fmt == TIEPixelFormat::ie1g || fmt == TIEPixelFormat::ie8p ||
-                   fmt == TIEPixelFormat::ie8g || fmt == TIEPixelFormat::ie16g ||
-                   fmt == TIEPixelFormat::ie48RGB || fmt == TIEPixelFormat::ie24RGB)) {
-      std::memcpy(d, src, row_bytes);
+    if (as_held) {
+      rows[y] = const_cast<png_bytep>(src);
       continue;
     }
+    uint8_t* d = buf.data() + row_bytes * y;
+    rows[y] = d;
+    const uint8_t* a = alpha ? bmp.AlphaScanline(y) : nullptr;
     if (fmt == TIEPixelFormat::ie1g || fmt == TIEPixelFormat::ie8g) {
       for (int x = 0; x < w; ++x) {
         d[2 * x] =
