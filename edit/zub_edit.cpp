@@ -49,7 +49,7 @@ std::string Extension(const std::string& path) {
 // 256 one (a palette, or grey when the picture is grey); 4 whenever there is alpha.
 void SetSavingDepth(imaging::TImageEnIO& io, imaging::TIEBitmap& bmp) {
   imaging::TImageEnProc proc(&bmp);
-  const int colours = proc.CalcImageNumColors();
+  const int colours = proc.CalcImageNumColors(256);
   const bool alpha = bmp.HasAlphaChannel();
   auto& p = io.Params();
   p.BitsPerSample = 8;

@@ -13,6 +13,7 @@
 
 #include <array>
 #include <cstdint>
+#include <limits>
 
 #include "imaging/ie_bitmap.h"
 #include "imaging/quantize.h"
@@ -78,8 +79,10 @@ class TImageEnProc {
   pictavo::Status ConvertToBWThreshold(int threshold = -1);
   pictavo::Status ConvertToBWOrdered();          // 8x8 Bayer matrix
   pictavo::Status ConvertToBW_FloydSteinberg();  // error diffusion
-  // Number of distinct colours (at 8 bits per channel); 0 for an empty bitmap.
-  int CalcImageNumColors() const;
+  // Number of distinct colours (at 8 bits per channel); 0 for an empty bitmap. With
+  // `stop_above`, counting stops once there are more than that many (the result is then
+  // stop_above + 1): a photo is known to have over 256 after its first rows.
+  int CalcImageNumColors(int stop_above = std::numeric_limits<int>::max()) const;
 
   // --- geometry -------------------------------------------------------------------------
   // A negative width or height keeps the aspect ratio from the other side.

@@ -380,7 +380,7 @@ pictavo::Status TImageEnProc::ConvertToBW_FloydSteinberg() {
   return WriteBW(*bitmap_, luma, [](int, int, uint8_t v) { return v >= 128; });
 }
 
-int TImageEnProc::CalcImageNumColors() const {
+int TImageEnProc::CalcImageNumColors(int stop_above) const {
   if (!bitmap_ || bitmap_->IsEmpty()) return 0;
   const int w = bitmap_->Width(), h = bitmap_->Height();
   std::vector<uint64_t> seen((size_t{1} << 24) / 64);
@@ -394,7 +394,7 @@ int TImageEnProc::CalcImageNumColors() const {
       const uint64_t bit = uint64_t{1} << (key & 63);
       if (!(word & bit)) {
         word |= bit;
-        ++count;
+        if (++count > stop_above) return count;
       }
     }
   }

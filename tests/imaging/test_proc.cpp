@@ -117,6 +117,8 @@ TEST(Proc, PaletteReductionKeepsTheColourCountAndTheError) {
   const TIEBitmap few_copy = few;
   TImageEnProc pp(&few);
   EXPECT_EQ(pp.CalcImageNumColors(), 3);
+  EXPECT_EQ(pp.CalcImageNumColors(3), 3);
+  EXPECT_EQ(pp.CalcImageNumColors(1), 2);
   ASSERT_TRUE(pp.ConvertTo(16, TIEDitherMethod::ieFloydSteinberg).ok());
   EXPECT_EQ(few.Palette().size(), 3u);
   EXPECT_EQ(MeanError(few, few_copy), 0.0);
