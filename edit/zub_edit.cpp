@@ -75,11 +75,12 @@ void SetSavingDepth(imaging::TImageEnIO& io, imaging::TIEBitmap& bmp) {
   }
 }
 
-// True when the file's header shows a first picture without alpha (a transparent colour counts
-// as alpha), in a format whose header reader states it: transparency alone then has nothing to
-// do, and the picture need not be decoded.
-bool HeaderRulesOutAlpha(imaging::TImageEnIO& io, const std::string& file) {
+}  // namespace
+
+bool HeaderRulesOutAlpha(const std::string& file) {
   using imaging::TIOFileType;
+  imaging::TIEBitmap none;
+  imaging::TImageEnIO io(&none);
   if (!io.ParamsFromFile(file).ok()) return false;
   switch (io.Params().FileType) {
     case TIOFileType::ioJPEG:
@@ -91,8 +92,6 @@ bool HeaderRulesOutAlpha(imaging::TImageEnIO& io, const std::string& file) {
       return false;
   }
 }
-
-}  // namespace
 
 int TZubEdit::Edit(std::string& log, const std::string& done_text, const std::string& page_label,
                    const std::string& skipped_text, const std::string& failed_text) {
@@ -119,7 +118,7 @@ int TZubEdit::Edit(std::string& log, const std::string& done_text, const std::st
   }
   if (list.empty()) return 0;
 
-  if (transparency_only && HeaderRulesOutAlpha(*io, work_file)) return 33;
+  if (transparency_only && HeaderRulesOutAlpha(work_file)) return 33;
   if (!io->LoadFromFile(work_file).ok()) return bmp->IsEmpty() ? 3 : 0;
   int pages = 1;
   const std::string ext = Extension(work_file);

@@ -31,4 +31,9 @@ class TZubEdit {
            const std::string& skipped_text, const std::string& failed_text);
 };
 
+// True when the file's header shows a first picture without alpha (a transparent colour counts
+// as alpha), in a format whose header reader states it: transparency alone then has nothing to
+// do, and the picture need not be decoded.
+bool HeaderRulesOutAlpha(const std::string& file);
+
 }  // namespace pictavo::editing

@@ -320,10 +320,7 @@ bool TPThread::Edit() {
   const settings::TMainSettings& s = context_.settings;
   const bool has_actions = !context_.act_file.empty();
   if (!has_actions) {
-    if (!s.main.show_transp) return true;
-    imaging::TIEBitmap probe;
-    imaging::TImageEnIO io(&probe);
-    if (!io.ParamsFromFile(work_file_).ok() || !io.Params().HasAlpha) return true;
+    if (!s.main.show_transp || editing::HeaderRulesOutAlpha(work_file_)) return true;
   }
   // Actions work on a scratch copy, never on the source, and on TIFF so that nothing is lost
   // to a lossy format between the actions and the writer.

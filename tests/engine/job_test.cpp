@@ -167,6 +167,35 @@ TEST_F(JobTest, JpegToPng) {
   EXPECT_FALSE(fs::exists(dir_.file("job.lst")));
 }
 
+// Transparency without actions: a header that states no alpha skips the file's edit, a format
+// whose header does not say (BMP) is looked at, and its transparent pixels get the colour.
+TEST_F(JobTest, TransparencyAloneReachesAlphaThatOnlyTheDecodeShows) {
+  const std::string bmp_path = dir_.file("in/alpha.bmp"), jpg = dir_.file("in/plain.jpg");
+  imaging::TIEBitmap pic;
+  ASSERT_TRUE(pic.Allocate(20, 10, imaging::TIEPixelFormat::ie24RGB).ok());
+  pic.Fill(0x808080);
+  pic.AddAlphaChannel(255);
+  pic.SetAlpha(0, 0, 0);
+  fs::create_directories(dir_.file("in"));
+  ASSERT_TRUE(imaging::TImageEnIO(&pic).SaveToFile(bmp_path).ok());
+  MakePicture(jpg, 16, 12, 0x3366CC);
+  RememberSources({bmp_path, jpg});
+  settings_.main.show_transp = true;
+  settings_.main.transp_red = 255;
+  settings_.main.transp_green = settings_.main.transp_blue = 0;
+  WriteJob({bmp_path, jpg});
+  EXPECT_EQ(Run("12"), 0) << log_;
+  imaging::TIEBitmap out;
+  ASSERT_TRUE(imaging::TImageEnIO(&out).LoadFromFile(dir_.file("out/alpha.png")).ok());
+  ASSERT_TRUE(out.HasAlphaChannel());
+  EXPECT_EQ(out.GetAlpha(0, 0), 0);
+  EXPECT_EQ(out.GetPixels(0, 0), (imaging::TRGB{255, 0, 0}));
+  EXPECT_EQ(out.GetPixels(5, 5), (imaging::TRGB{128, 128, 128}));
+  EXPECT_EQ(SizeOf(dir_.file("out/plain.png")), std::make_pair(16, 12));
+  ExpectSourcesUnchanged();
+  ExpectTempEmpty();
+}
+
 TEST_F(JobTest, FolderWithMasksAndSubfoldersDepthFirst) {
   const std::string root = dir_.file("photos");
   MakePicture(root + "/b.jpg", 16, 16, 0xFF0000);
