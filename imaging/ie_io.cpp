@@ -487,6 +487,34 @@ pictavo::Status TImageEnIO::LoadFromFileBMPRAW(const std::string& path,
   return pictavo::Status::OK();
 }
 
+pictavo::Status TImageEnIO::SaveToFileBMPRAW(const std::string& path, const TIORawLayout& layout) {
+  if (bmp_->IsEmpty()) return pictavo::Status::Error("nothing to save: the bitmap is empty");
+  const TIEBitmap* use = bmp_;
+  TIEBitmap work;
+  // Raw data has no alpha: it is composited onto white, as for the other formats without it.
+  if (bmp_->HasAlphaChannel() || bmp_->PixelFormat() != layout.format) {
+    work = *bmp_;
+    if (work.HasAlphaChannel()) work.RemoveAlphaChannel(0xFFFFFF);
+    if (auto st = work.ConvertTo(layout.format); !st.ok()) return st;
+    use = &work;
+  }
+  std::vector<uint8_t> bytes;
+  if (auto st = codecs::EncodeRaw(*use, layout, bytes); !st.ok()) return st;
+  return WriteAtomically(path, bytes);
+}
+
+TIORawLayout RawLayoutFromSettings(int bits_per_channel, int row_align_bits, int order,
+                                   int header_size) {
+  TIORawLayout layout;
+  layout.format = bits_per_channel == 1    ? TIEPixelFormat::ie1g
+                  : bits_per_channel == 16 ? TIEPixelFormat::ie48RGB
+                                           : TIEPixelFormat::ie24RGB;
+  layout.row_align = row_align_bits >= 32 ? 4 : row_align_bits >= 16 ? 2 : 1;
+  layout.bgr = order == 2;
+  layout.header_bytes = header_size > 0 ? static_cast<uint64_t>(header_size) : 0;
+  return layout;
+}
+
 pictavo::Status TImageEnIO::ImportMetafile(const std::string& path, int width, int height) {
   auto head = platform::ReadFileBytes(path);
   if (!head) return pictavo::Status::Error("cannot read " + path);

@@ -34,6 +34,12 @@ struct TIORawLayout {
   bool big_endian = false;  // 16-bit samples
 };
 
+// The layout the "Raw_bmp" settings describe, width and height aside: 1 bit per channel is
+// two-level grey, 16 is 48-bit RGB, anything else 24-bit RGB; rows aligned to 8, 16 or 32 bits;
+// order 2 is blue first; `header_size` bytes ahead of the pixels.
+TIORawLayout RawLayoutFromSettings(int bits_per_channel, int row_align_bits, int order,
+                                   int header_size);
+
 class PdfWriter;
 
 // While one lives on a thread, loads on that thread may give a picture of 16 bits per sample
@@ -99,6 +105,8 @@ class TImageEnIO {
   pictavo::Status InsertToFileGIF(const std::string& path);
 
   pictavo::Status LoadFromFileBMPRAW(const std::string& path, const TIORawLayout& layout);
+  // The bound picture as raw data in `layout` (its width and height are the picture's).
+  pictavo::Status SaveToFileBMPRAW(const std::string& path, const TIORawLayout& layout);
 
   // Rasterises a Windows metafile at `width` x `height` pixels (0 = the file's own size at
   // 96 dpi, the other side in proportion). WMF is drawn by wmf2gd (Debian package libwmf-bin);

@@ -47,24 +47,10 @@ int RawPixels(TZubRead& r, bool with_header) {
   if (!r.settings) return 1;
   const auto& s = r.settings->raw_bmp;
   if (s.width <= 1 || s.height <= 1) return 1;  // not set up: nothing sensible to read
-  imaging::TIORawLayout layout;
+  imaging::TIORawLayout layout = imaging::RawLayoutFromSettings(
+      s.bits_per_channel, s.row_align, s.order, with_header ? s.header_size : 0);
   layout.width = s.width;
   layout.height = s.height;
-  layout.header_bytes = with_header && s.header_size > 0 ? static_cast<uint64_t>(s.header_size) : 0;
-  switch (s.bits_per_channel) {
-    case 1:
-      layout.format = TIEPixelFormat::ie1g;
-      break;
-    case 16:
-      layout.format = TIEPixelFormat::ie48RGB;
-      break;
-    default:
-      layout.format = TIEPixelFormat::ie24RGB;
-      break;
-  }
-  // The row alignment is given in bits.
-  layout.row_align = s.row_align >= 32 ? 4 : s.row_align >= 16 ? 2 : 1;
-  layout.bgr = s.order == 2;
   TIEBitmap bitmap;
   TImageEnIO io(&bitmap);
   if (!io.LoadFromFileBMPRAW(r.src_file, layout).ok() || bitmap.IsEmpty()) return 1;

@@ -192,7 +192,16 @@ bool PrepareFrame(TZubConvert& self, TImageEnIO& io, const std::string& key, boo
 }
 
 // Saves one frame as its own file.
-bool SaveFrame(TImageEnIO& io, const std::string& key, const std::string& path) {
+bool SaveFrame(const TMainSettings& s, TImageEnIO& io, const std::string& key,
+               const std::string& path) {
+  if (key == ";raw;") {
+    // Headerless pixels, laid out as the "Raw_bmp" settings read them back.
+    const auto& raw = s.raw_bmp;
+    return io
+        .SaveToFileBMPRAW(path, imaging::RawLayoutFromSettings(raw.bits_per_channel, raw.row_align,
+                                                               raw.order, raw.header_size))
+        .ok();
+  }
   if (key == ";ppm;" || key == ";pgm;") {
     TIEBitmap rgb = io.Bitmap();
     if (!rgb.ConvertTo(imaging::TIEPixelFormat::ie24RGB).ok()) return false;
@@ -226,7 +235,8 @@ bool SaveFramesApart(TZubConvert& self, const std::string& key, int frames,
           break;
         }
         self.snow(io);
-        if (!PrepareFrame(self, io, key, cmyk) || !SaveFrame(io, key, dests[f])) failed = true;
+        if (!PrepareFrame(self, io, key, cmyk) || !SaveFrame(*self.settings, io, key, dests[f]))
+          failed = true;
       } catch (const std::exception&) {
         failed = true;
       }
@@ -286,12 +296,12 @@ int simple_write(TZubConvert& self) {
     if (!PrepareFrame(self, io, key, cmyk)) return 1;
     bool ok = false;
     if (one_file_per_frame) {
-      ok = SaveFrame(io, key, frame_dest);
+      ok = SaveFrame(s, io, key, frame_dest);
     } else if (key == ";swf;") {
       swf_frames.push_back(std::make_unique<TIEBitmap>(bmp));
       ok = true;
     } else if (f == 0) {
-      ok = io.SaveToFile(frame_dest).ok();
+      ok = key == ";raw;" ? SaveFrame(s, io, key, frame_dest) : io.SaveToFile(frame_dest).ok();
     } else {
       ok = (tiff ? io.InsertToFileTIFF(frame_dest) : io.InsertToFileGIF(frame_dest)).ok();
     }

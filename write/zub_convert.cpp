@@ -170,6 +170,8 @@ int TZubConvert::Convert() {
   const int option = settings->multipage.option;
   if ((option == 2 || option == 4) && !multipage_dest.empty()) dest_file = multipage_dest;
   written_files.push_back({dest_file, 0});
+  // ".raw" has no row: its own route is the engine's save of headerless pixels.
+  if (key == ";raw;" && !row_runner) return simple_write(*this);
   for (const WriterRow& row : WriterRows()) {
     if (!Occurs(row.list, key)) continue;
     if (row.when && !row.when(*settings)) continue;

@@ -291,34 +291,41 @@ pictavo::Status EncodeBMP(const TIEBitmap& bmp, const TIOParamsVals& params,
   return pictavo::Status::OK();
 }
 
+namespace {
+
+// Bits per pixel of the layouts raw data may have; 0 for any other.
+int RawBitsPerPixel(TIEPixelFormat format) {
+  switch (format) {
+    case TIEPixelFormat::ie1g:
+      return 1;
+    case TIEPixelFormat::ie8g:
+      return 8;
+    case TIEPixelFormat::ie16g:
+      return 16;
+    case TIEPixelFormat::ie24RGB:
+      return 24;
+    case TIEPixelFormat::ie48RGB:
+      return 48;
+    case TIEPixelFormat::ieCMYK:
+      return 32;
+    default:
+      return 0;
+  }
+}
+
+size_t RawStride(const TIORawLayout& L, size_t packed) {
+  const size_t align = L.row_align == 2 || L.row_align == 4 ? L.row_align : 1;
+  return (packed + align - 1) / align * align;
+}
+
+}  // namespace
+
 pictavo::Status DecodeRaw(const uint8_t* data, size_t size, const TIORawLayout& L, TIEBitmap& bmp) {
   if (auto st = CheckDimensions(L.width, L.height, kMaxBitmapPixels); !st.ok()) return st;
-  int bits = 0;
-  switch (L.format) {
-    case TIEPixelFormat::ie1g:
-      bits = 1;
-      break;
-    case TIEPixelFormat::ie8g:
-      bits = 8;
-      break;
-    case TIEPixelFormat::ie16g:
-      bits = 16;
-      break;
-    case TIEPixelFormat::ie24RGB:
-      bits = 24;
-      break;
-    case TIEPixelFormat::ie48RGB:
-      bits = 48;
-      break;
-    case TIEPixelFormat::ieCMYK:
-      bits = 32;
-      break;
-    default:
-      return pictavo::Status::Error("unsupported raw layout");
-  }
-  const size_t align = L.row_align == 2 || L.row_align == 4 ? L.row_align : 1;
+  const int bits = RawBitsPerPixel(L.format);
+  if (bits == 0) return pictavo::Status::Error("unsupported raw layout");
   const size_t packed = (static_cast<size_t>(L.width) * bits + 7) / 8;
-  const size_t stride = (packed + align - 1) / align * align;
+  const size_t stride = RawStride(L, packed);
   if (L.header_bytes > size || stride * L.height > size - L.header_bytes)
     return pictavo::Status::Error("raw file is smaller than its layout");
   if (auto st = bmp.Allocate(L.width, L.height, L.format); !st.ok()) return st;
@@ -330,6 +337,28 @@ pictavo::Status DecodeRaw(const uint8_t* data, size_t size, const TIORawLayout& 
     if (L.bgr && (bits == 24 || bits == 48)) {
       const int k = bits / 24;  // bytes per sample
       for (int x = 0; x < L.width; ++x)
+        for (int b = 0; b < k; ++b) std::swap(d[(3 * x) * k + b], d[(3 * x + 2) * k + b]);
+    }
+    if (L.big_endian && (bits == 16 || bits == 48))
+      for (size_t i = 0; i + 1 < packed; i += 2) std::swap(d[i], d[i + 1]);
+  }
+  return pictavo::Status::OK();
+}
+
+pictavo::Status EncodeRaw(const TIEBitmap& bmp, const TIORawLayout& L, std::vector<uint8_t>& out) {
+  const int bits = RawBitsPerPixel(L.format);
+  if (bits == 0 || bmp.PixelFormat() != L.format)
+    return pictavo::Status::Error("unsupported raw layout");
+  const size_t packed = (static_cast<size_t>(bmp.Width()) * bits + 7) / 8;
+  const size_t stride = RawStride(L, packed);
+  out.assign(L.header_bytes + stride * bmp.Height(), 0);
+  for (int y = 0; y < bmp.Height(); ++y) {
+    const int dy = L.bottom_up ? bmp.Height() - 1 - y : y;
+    uint8_t* d = out.data() + L.header_bytes + stride * dy;
+    std::memcpy(d, bmp.Scanline(y), packed);
+    if (L.bgr && (bits == 24 || bits == 48)) {
+      const int k = bits / 24;  // bytes per sample
+      for (int x = 0; x < bmp.Width(); ++x)
         for (int b = 0; b < k; ++b) std::swap(d[(3 * x) * k + b], d[(3 * x + 2) * k + b]);
     }
     if (L.big_endian && (bits == 16 || bits == 48))

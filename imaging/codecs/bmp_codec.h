@@ -15,6 +15,10 @@ pictavo::Status EncodeBMP(const TIEBitmap& bmp, const TIOParamsVals& params,
                           std::vector<uint8_t>& out);
 pictavo::Status DecodeRaw(const uint8_t* data, size_t size, const TIORawLayout& layout,
                           TIEBitmap& bmp);
+// The inverse of DecodeRaw: `bmp` must already be in the layout's format; the header bytes are
+// zeros, and so is the padding at the end of each row.
+pictavo::Status EncodeRaw(const TIEBitmap& bmp, const TIORawLayout& layout,
+                          std::vector<uint8_t>& out);
 
 // Shared with ICO: decodes a BMP info header + pixels that start at `data` (no file header).
 pictavo::Status DecodeDib(const uint8_t* data, size_t size, size_t pixel_offset, bool ico,

@@ -167,6 +167,32 @@ TEST_F(JobTest, JpegToPng) {
   EXPECT_FALSE(fs::exists(dir_.file("job.lst")));
 }
 
+// A ".raw" target has no writer row: the engine writes the pixels headerless, as the "Raw_bmp"
+// settings describe them (here 8 bits, blue first, rows on 32 bits).
+TEST_F(JobTest, RawTargetWritesThePixelsAsTheRawSettingsSay) {
+  const std::string png = dir_.file("in/a.png");
+  MakePicture(png, 5, 3, 0x3366CC);
+  RememberSources({png});
+  settings_.main.dest_ext = "RAW";
+  settings_.raw_bmp.order = 2;
+  settings_.raw_bmp.row_align = 32;
+  WriteJob({png});
+  EXPECT_EQ(Run("12"), 0) << log_;
+  imaging::TIEBitmap source;
+  ASSERT_TRUE(imaging::TImageEnIO(&source).LoadFromFile(png).ok());
+  std::string expected;
+  for (int y = 0; y < 3; ++y) {
+    for (int x = 0; x < 5; ++x) {
+      const imaging::TRGB c = source.GetPixels(x, y);
+      expected += {static_cast<char>(c.b), static_cast<char>(c.g), static_cast<char>(c.r)};
+    }
+    expected += '\0';  // 15 bytes of a row padded to 16
+  }
+  EXPECT_EQ(platform::ReadFileBytes(dir_.file("out/a.raw")).value_or(""), expected) << log_;
+  ExpectSourcesUnchanged();
+  ExpectTempEmpty();
+}
+
 // Transparency without actions: a header that states no alpha skips the file's edit, a format
 // whose header does not say (BMP) is looked at, and its transparent pixels get the colour.
 TEST_F(JobTest, TransparencyAloneReachesAlphaThatOnlyTheDecodeShows) {

@@ -1,7 +1,9 @@
 // Save/load round trips through every writer and layout, option effects on the written files,
 // and the file-level operations (insert pages and frames, raw, PDF, atomic saves).
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -316,8 +318,34 @@ TEST(ImageIoFiles, RawPdfAndSavesThatCannotHappen) {
   ASSERT_TRUE(io.LoadFromFileBMPRAW(tmp.file("p.raw"), L).ok());
   EXPECT_EQ(b.GetPixels(0, 1), (TRGB{255, 0, 0}));
   EXPECT_EQ(b.GetPixels(2, 0), (TRGB{90, 80, 70}));
+  // Saved back in the same layout: the same bytes, the header as zeros.
+  ASSERT_TRUE(io.SaveToFileBMPRAW(tmp.file("back.raw"), L).ok());
+  std::vector<uint8_t> expected = raw;
+  std::fill(expected.begin(), expected.begin() + 5, 0);
+  EXPECT_EQ(iotest::ReadAll(tmp.file("back.raw")), expected);
   L.height = 3;
   EXPECT_FALSE(io.LoadFromFileBMPRAW(tmp.file("p.raw"), L).ok()) << "layout larger than the file";
+
+  // The layouts the settings name round-trip: 16 bits a channel blue first on 32-bit rows, two
+  // levels on 16-bit rows; alpha is laid onto white.
+  for (const auto& [bits, align, order] : {std::tuple{16, 32, 2}, std::tuple{1, 16, 1}}) {
+    TIORawLayout layout = RawLayoutFromSettings(bits, align, order, 3);
+    TIEBitmap pic = Pattern(7, 5, layout.format), got;
+    TImageEnIO out(&pic);
+    ASSERT_TRUE(out.SaveToFileBMPRAW(tmp.file("rt.raw"), layout).ok());
+    layout.width = 7, layout.height = 5;
+    TImageEnIO in(&got);
+    ASSERT_TRUE(in.LoadFromFileBMPRAW(tmp.file("rt.raw"), layout).ok());
+    ASSERT_EQ(got.PixelFormat(), pic.PixelFormat());
+    for (int y = 0; y < 5; ++y)
+      EXPECT_EQ(std::memcmp(got.Scanline(y), pic.Scanline(y), pic.RowLen()), 0) << bits << " " << y;
+  }
+  TIEBitmap clear = Pattern(4, 2, F::ie24RGB), flat;
+  clear.AddAlphaChannel(0);
+  TImageEnIO cio(&clear);
+  TIORawLayout rgb = RawLayoutFromSettings(8, 8, 1, 0);
+  ASSERT_TRUE(cio.SaveToFileBMPRAW(tmp.file("clear.raw"), rgb).ok());
+  EXPECT_EQ(iotest::ReadAll(tmp.file("clear.raw")), std::vector<uint8_t>(4 * 2 * 3, 255));
 
   // PDF: two pages, one JPEG photo and one Flate 1-bit page, checked by qpdf when present.
   TIEBitmap photo = Pattern(100, 80, F::ie24RGB), bw = Pattern(64, 64, F::ie1g);
