@@ -250,24 +250,22 @@ pictavo::Status TImageEnIO::ParamsFromBuffer(const uint8_t* data, size_t size) {
 
 pictavo::Status TImageEnIO::LoadFromFile(const std::string& path) {
   if (TakeHandOver(path, false)) return pictavo::Status::OK();
-  platform::MappedFile bytes;
-  if (!bytes.Open(path, true)) {
-    bmp_->Clear();
-    return pictavo::Status::Error("cannot read " + path);
-  }
-  pictavo::Status st = Decode(bytes.data(), bytes.size(), false);
-  if (!bytes.CutShort()) return st;
-  bmp_->Clear();
-  return pictavo::Status::Error(path + " was cut short while it was read");
+  return DecodeFile(path, false);
 }
 
 pictavo::Status TImageEnIO::ParamsFromFile(const std::string& path) {
   if (TakeHandOver(path, true)) return pictavo::Status::OK();
+  return DecodeFile(path, true);
+}
+
+pictavo::Status TImageEnIO::DecodeFile(const std::string& path, bool params_only) {
   platform::MappedFile bytes;
-  if (!bytes.Open(path, false)) return pictavo::Status::Error("cannot read " + path);
-  pictavo::Status st = Decode(bytes.data(), bytes.size(), true);
-  if (!bytes.CutShort()) return st;
-  return pictavo::Status::Error(path + " was cut short while it was read");
+  pictavo::Status st = bytes.Open(path, !params_only)
+                           ? Decode(bytes.data(), bytes.size(), params_only)
+                           : pictavo::Status::Error("cannot read " + path);
+  if (bytes.CutShort()) st = pictavo::Status::Error(path + " was cut short while it was read");
+  if (!st.ok() && !params_only) bmp_->Clear();
+  return st;
 }
 
 // Makes the picture fit the writer: the layout the caller asked for, then the nearest layout

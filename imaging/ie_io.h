@@ -122,6 +122,8 @@ class TImageEnIO {
 
  private:
   pictavo::Status Decode(const uint8_t* data, size_t size, bool params_only);
+  // Decode of the file's bytes, mapped; a file cut short while it was read fails.
+  pictavo::Status DecodeFile(const std::string& path, bool params_only);
   pictavo::Status Encode(TIOFileType type, std::vector<uint8_t>& out);
   pictavo::Status PrepareForSave(TIOFileType type, TIEBitmap& work, const TIEBitmap*& use);
   void RememberLayout();

@@ -318,6 +318,18 @@ size_t RawStride(const TIORawLayout& L, size_t packed) {
   return (packed + align - 1) / align * align;
 }
 
+// Turns a stored row into the bitmap's order or back (the same swaps either way): blue-first
+// samples and big-endian 16-bit values swapped in place.
+void SwapRawRow(uint8_t* row, int width, int bits, size_t packed, const TIORawLayout& L) {
+  if (L.bgr && (bits == 24 || bits == 48)) {
+    const int k = bits / 24;  // bytes per sample
+    for (int x = 0; x < width; ++x)
+      for (int b = 0; b < k; ++b) std::swap(row[(3 * x) * k + b], row[(3 * x + 2) * k + b]);
+  }
+  if (L.big_endian && (bits == 16 || bits == 48))
+    for (size_t i = 0; i + 1 < packed; i += 2) std::swap(row[i], row[i + 1]);
+}
+
 }  // namespace
 
 pictavo::Status DecodeRaw(const uint8_t* data, size_t size, const TIORawLayout& L, TIEBitmap& bmp) {
@@ -334,13 +346,7 @@ pictavo::Status DecodeRaw(const uint8_t* data, size_t size, const TIORawLayout& 
     const uint8_t* s = data + L.header_bytes + stride * sy;
     uint8_t* d = bmp.Scanline(y);
     std::memcpy(d, s, packed);
-    if (L.bgr && (bits == 24 || bits == 48)) {
-      const int k = bits / 24;  // bytes per sample
-      for (int x = 0; x < L.width; ++x)
-        for (int b = 0; b < k; ++b) std::swap(d[(3 * x) * k + b], d[(3 * x + 2) * k + b]);
-    }
-    if (L.big_endian && (bits == 16 || bits == 48))
-      for (size_t i = 0; i + 1 < packed; i += 2) std::swap(d[i], d[i + 1]);
+    SwapRawRow(d, L.width, bits, packed, L);
   }
   return pictavo::Status::OK();
 }
@@ -356,13 +362,7 @@ pictavo::Status EncodeRaw(const TIEBitmap& bmp, const TIORawLayout& L, std::vect
     const int dy = L.bottom_up ? bmp.Height() - 1 - y : y;
     uint8_t* d = out.data() + L.header_bytes + stride * dy;
     std::memcpy(d, bmp.Scanline(y), packed);
-    if (L.bgr && (bits == 24 || bits == 48)) {
-      const int k = bits / 24;  // bytes per sample
-      for (int x = 0; x < bmp.Width(); ++x)
-        for (int b = 0; b < k; ++b) std::swap(d[(3 * x) * k + b], d[(3 * x + 2) * k + b]);
-    }
-    if (L.big_endian && (bits == 16 || bits == 48))
-      for (size_t i = 0; i + 1 < packed; i += 2) std::swap(d[i], d[i + 1]);
+    SwapRawRow(d, bmp.Width(), bits, packed, L);
   }
   return pictavo::Status::OK();
 }
