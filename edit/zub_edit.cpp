@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "edit/action_table.h"
+#include "engine/tools/runner.h"
 #include "imaging/ie_icc.h"
 #include "imaging/ie_io.h"
 #include "imaging/ie_proc.h"
@@ -171,13 +172,18 @@ int TZubEdit::Edit(std::string& log, const std::string& done_text, const std::st
     ctx.exif_orientation = io->Params().EXIF_Orientation;
     for (const ParsedLine& line : parsed) {
       bool ok = false;
+      (void)tools::TakeLastLimitHit();
       if (selected) ok = Dispatch(ActionTable(), ctx, line);
       if (line.key_lower == "transparency") continue;
       const std::string head = kIndent + std::string(DisplayNameOf(line.key_lower)) + "...";
-      if (actions_option == 1 && !selected)
+      if (actions_option == 1 && !selected) {
         AddLine(log, head + skipped_text);
-      else
+      } else {
         AddActionLine(log, head + (ok ? done_text : failed_text));
+        // An action refused by a job limit says which, under its line.
+        if (std::string why = tools::TakeLastLimitHit(); !ok && !why.empty())
+          AddLine(log, std::string(kIndent) + "  " + why);
+      }
     }
     if (ctx.exif_orientation != io->Params().EXIF_Orientation)
       io->Params().EXIF_Orientation = ctx.exif_orientation;

@@ -103,8 +103,8 @@ std::vector<std::string> TZubProcess::BuildFileList(const settings::TMainSetting
 
 namespace {
 
-// "Limits"/"Tool_timeout" (seconds, 0 = none), "Limits"/"Max_megapixels" and
-// "Limits"/"Max_unpacked_mb" (0 = the default),
+// "Limits"/"Tool_timeout" (seconds, 0 = none), "Limits"/"Max_megapixels",
+// "Limits"/"Max_memory_mb" and "Limits"/"Max_unpacked_mb" (0 = the default),
 // before the first tool runs (the archive expansion of the input list is one).
 void SetLimits(const std::string& cfg_file) {
   settings::MemIniFile ini;
@@ -113,6 +113,8 @@ void SetLimits(const std::string& cfg_file) {
   limits.tool_timeout_s = ini.ReadInteger("Limits", "Tool_timeout", limits.tool_timeout_s);
   const int megapixels = ini.ReadInteger("Limits", "Max_megapixels", 0);
   if (megapixels > 0) limits.max_pixels = static_cast<uint64_t>(megapixels) * 1000000u;
+  const int memory_mb = ini.ReadInteger("Limits", "Max_memory_mb", 0);
+  if (memory_mb > 0) limits.max_memory_mb = static_cast<uint64_t>(memory_mb);
   const int unpacked_mb = ini.ReadInteger("Limits", "Max_unpacked_mb", 0);
   if (unpacked_mb > 0) limits.max_unpacked_mb = static_cast<uint64_t>(unpacked_mb);
   tools::SetJobLimits(limits);

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <string>
 
+#include "engine/tools/runner.h"
 #include "imaging/bitmap_rows.h"
 #include "imaging/quantize.h"
 #include "imaging/resample.h"
@@ -225,6 +227,12 @@ pictavo::Status TIEBitmap::Allocate(int width, int height, TIEPixelFormat format
   if (__builtin_mul_overflow(row_len, static_cast<uint64_t>(height), &total) ||
       total > SIZE_MAX / 2)
     return pictavo::Status::Error("bitmap too large");
+  // The job's caps hold for every picture, not only decoded ones: an action that enlarges or a
+  // layout change that deepens is refused here with the setting to raise.
+  if (std::string why = tools::PictureOverLimits(static_cast<uint64_t>(width),
+                                                 static_cast<uint64_t>(height), total);
+      !why.empty())
+    return pictavo::Status::Error(why);
   try {
     pixels_.assign(static_cast<size_t>(total), 0);
   } catch (const std::bad_alloc&) {

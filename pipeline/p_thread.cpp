@@ -55,22 +55,18 @@ std::string OneDecimal(double seconds) {
   return buf;
 }
 
-std::string AboveTheLimit(uint64_t limit) {
-  return " above the limit of " + std::to_string(limit / 1000000u) +
-         " megapixels (\"Limits\"/\"Max_megapixels\")";
-}
-
-// Width x height of a picture the engine decodes itself when it is above the job's cap; the
+// Why a picture the engine decodes itself is above the job's caps (pixels, memory); the
 // header alone is read, so a few-kilobyte "bomb" never gets its pixels allocated.
-std::string AbovePixelLimit(const std::string& file) {
+std::string OverJobLimits(const std::string& file) {
   imaging::TIEBitmap probe;
   imaging::TImageEnIO io(&probe);
   if (!io.ParamsFromFile(file).ok()) return {};
-  const uint64_t limit = tools::CurrentJobLimits().max_pixels;
   const uint64_t w = static_cast<uint64_t>(std::max(0, io.Params().Width));
   const uint64_t h = static_cast<uint64_t>(std::max(0, io.Params().Height));
-  if (w * h <= limit) return {};
-  return std::to_string(w) + " x " + std::to_string(h) + " pixels is" + AboveTheLimit(limit);
+  const uint64_t bits = static_cast<uint64_t>(std::max(1, io.Params().BitsPerSample)) *
+                        static_cast<uint64_t>(std::max(1, io.Params().SamplesPerPixel));
+  const uint64_t bytes = w * h / 8 * bits;
+  return tools::PictureOverLimits(w, h, bytes);
 }
 
 // The same for a PDF, whose largest page at the reading resolution would be rendered by the
@@ -84,7 +80,7 @@ std::string PdfAbovePixelLimit(const std::string& file, const settings::TMainSet
   char size[96];
   std::snprintf(size, sizeof size, "a page of %.0f x %.0f points is %.0f x %.0f pixels at %d dpi",
                 page.width, page.height, w, h, dpi);
-  return std::string(size) + "," + AboveTheLimit(limit);
+  return std::string(size) + "," + tools::AbovePixelLimit(limit);
 }
 
 }  // namespace
@@ -275,7 +271,7 @@ bool TPThread::Read() {
       (sniffed == imaging::TIOFileType::ioUnknown && reader::TZubRead::is_pdf(source_));
   if (sniffed != imaging::TIOFileType::ioUnknown || pdf) {
     const std::string why =
-        pdf ? PdfAbovePixelLimit(source_, context_.settings) : AbovePixelLimit(source_);
+        pdf ? PdfAbovePixelLimit(source_, context_.settings) : OverJobLimits(source_);
     if (!why.empty()) return refuse(why);
   }
   if (as_is) {

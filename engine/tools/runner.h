@@ -35,18 +35,32 @@ void SetProcessPriority(int cpu_priority);
 // they are set, runs have no time-out (the front end runs a whole job as one tool).
 //   tool_timeout_s: a tool still running after this many seconds is ended with its children
 //                   (every run that names no time-out of its own; 0 or less = none).
-//   max_pixels:     the largest picture, in pixels, that the engine decodes in-process.
+//   max_pixels:     the largest picture, in pixels, that the engine decodes or makes in-process.
+//   max_memory_mb:  the most memory one picture of the in-process engine may take (its pixel
+//                   plane: 3 bytes a pixel in 24-bit RGB, 6 in 48-bit), whether decoded, made
+//                   by an action or converted to another layout.
 //   max_unpacked_mb: the most an archive may expand to; the archiver of the tool folder lists
 //                   the archive first and refuses a larger one. Tools learn it from the
 //                   environment variable kMaxUnpackedVariable.
 struct JobLimits {
   int tool_timeout_s = 600;
   uint64_t max_pixels = uint64_t{1} << 28;  // 268 megapixels: 1 GiB at 32 bits per pixel
+  uint64_t max_memory_mb = 2048;            // the largest picture in 48-bit RGB fits
   uint64_t max_unpacked_mb = 4096;
 };
 inline constexpr char kMaxUnpackedVariable[] = "PICTAVO_MAX_UNPACKED_MB";
 void SetJobLimits(const JobLimits& limits);
 JobLimits CurrentJobLimits();
+
+// Why a picture of width x height pixels whose pixels take `bytes` may not be made in-process,
+// naming the setting that would allow it; empty when it is within the job's limits.
+std::string PictureOverLimits(uint64_t width, uint64_t height, uint64_t bytes);
+// The last refusal of PictureOverLimits on this thread, cleared by the call: for callers whose
+// steps report only success or failure (editing actions), so the log can say which limit.
+std::string TakeLastLimitHit();
+// " above the limit of N megapixels (\"Limits\"/\"Max_megapixels\")", for callers that measure
+// something else in pixels (a page at a resolution).
+std::string AbovePixelLimit(uint64_t max_pixels);
 
 // Value returned when the program could not be started.
 inline constexpr int kNotStarted = -1;

@@ -181,14 +181,16 @@ void MakeNoise(const std::string& path, int width, int height, unsigned seed) {
   ASSERT_TRUE(io.SaveToFile(path).ok()) << path;
 }
 
-// A tmpfs of `bytes` mounted over `path` while the object lives: a disk that fills up for real.
-// Mounting needs root, which CI has; elsewhere the test says so and skips.
+// A tmpfs of `bytes` mounted over `path` while the object lives: a disk that fills up for real,
+// or one that nobody may write to, root included. Mounting needs root, which CI has; elsewhere the
+// test says so and skips.
 class SmallDisk {
  public:
-  SmallDisk(const std::string& path, size_t bytes) : path_(path) {
+  SmallDisk(const std::string& path, size_t bytes, bool read_only = false) : path_(path) {
     fs::create_directories(path);
     const std::string options = "size=" + std::to_string(bytes);
-    mounted_ = ::mount("tmpfs", path.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, options.c_str()) == 0;
+    const unsigned long flags = MS_NOSUID | MS_NODEV | (read_only ? MS_RDONLY : 0);
+    mounted_ = ::mount("tmpfs", path.c_str(), "tmpfs", flags, options.c_str()) == 0;
     if (!mounted_) why_ = std::strerror(errno);
   }
   ~SmallDisk() {
@@ -524,6 +526,52 @@ TEST_F(FaultTest, HugePagePdfIsRefusedFromItsPageSize) {
 
 // Names near the limits: a 250-byte file name (255 is the most a name may have) deep in a path
 // of over 3000 bytes. Scratch names beside the result must still fit.
+// The caps on pictures hold for what actions make, not only for what is decoded. A source above
+// the memory cap fails alone, with the setting named; an action that would make a picture above
+// a cap fails as any action does (the list goes on, the file is saved as the other actions left
+// it), with the limit named under its line.
+TEST_F(FaultTest, PictureCapsHoldForDecodesAndActions) {
+  const std::string big = dir_.file("in/big.jpg"), small = dir_.file("in/small.jpg");
+  MakePicture(big, 1200, 1000, 0x336699);
+  MakePicture(small, 64, 48, 0x996633);
+  RememberSources({big, small});
+
+  std::ofstream(dir_.file("enlarge.act")) << "resize(20000;20000;0;0;3;0)\nmirror(1)\n";
+  WriteJob({small}, {{"Max_megapixels", 100}});
+  EXPECT_EQ(Run("12", dir_.file("enlarge.act")), 0) << log_;
+  ExpectPromisesKept(1, 1);
+  const size_t failed = log_.find("Resize...Fail");
+  const size_t why = log_.find(
+      "       20000 x 20000 pixels is above the limit of 100 megapixels "
+      "(\"Limits\"/\"Max_megapixels\")");
+  ASSERT_NE(why, std::string::npos) << log_;
+  EXPECT_LT(failed, why) << log_;
+  EXPECT_LT(why, log_.find("Mirror...Done")) << log_;
+  imaging::TIEBitmap result;
+  imaging::TImageEnIO io(&result);
+  ASSERT_TRUE(io.LoadFromFile(dir_.file("out/small.png")).ok());
+  EXPECT_EQ(result.Width(), 64);
+
+  fs::remove_all(dir_.file("out"));
+  WriteJob({big, small}, {{"Max_memory_mb", 2}});
+  EXPECT_EQ(Run(), 1) << log_;
+  ExpectPromisesKept(2, 1);
+  EXPECT_NE(log_.find("Could not read file big.jpg: 1200 x 1000 pixels take 4 MB, above the "
+                      "limit of 2 MB (\"Limits\"/\"Max_memory_mb\")"),
+            std::string::npos)
+      << log_;
+  EXPECT_TRUE(Loads(dir_.file("out/small.png"))) << log_;
+
+  // The memory cap holds for what an action makes as well.
+  fs::remove_all(dir_.file("out"));
+  std::ofstream(dir_.file("enlarge2.act")) << "resize(1000;1000;0;0;3;0)\n";
+  WriteJob({small}, {{"Max_memory_mb", 2}});
+  EXPECT_EQ(Run("12", dir_.file("enlarge2.act")), 0) << log_;
+  ExpectPromisesKept(1, 1);
+  EXPECT_NE(log_.find("1000 x 1000 pixels take 3 MB, above the limit of 2 MB"), std::string::npos)
+      << log_;
+}
+
 TEST_F(FaultTest, VeryLongNamesAndPaths) {
   std::string deep = dir_.file("in");
   for (int i = 0; i < 12; ++i) deep += "/" + std::string(240, static_cast<char>('a' + i));
@@ -572,6 +620,39 @@ TEST_F(FaultTest, FullDisksFailTheirFilesAlone) {
   EXPECT_EQ(Run(), 1) << log_;
   ExpectPromisesKept(2, 1);
   EXPECT_TRUE(Loads(dir_.file("out/small.png"))) << log_;
+}
+
+// Read-only mounts refuse writes to root as well, so these hold wherever the test can mount.
+TEST_F(FaultTest, ReadOnlyAndMissingFolders) {
+  const std::string jpg = dir_.file("in/a.jpg"), exr = dir_.file("in/b.exr");
+  MakePicture(jpg, 40, 30, 0x224466);
+  std::ofstream(exr, std::ios::binary) << "v/1\x01 not really OpenEXR";
+  RememberSources({jpg, exr});
+  {
+    SmallDisk dest(dir_.file("out"), 1u << 20, true);
+    if (!dest.mounted()) GTEST_SKIP() << "mounting a read-only tmpfs needs root: " << dest.why();
+    WriteJob({jpg});
+    EXPECT_EQ(Run(), 1) << log_;
+    ExpectPromisesKept(1, 0);
+  }
+  // A read-only temp folder: the engine warns, and the job still ends with a true count.
+  fs::remove_all(dir_.file("out"));
+  {
+    SmallDisk temp(dir_.file("temp"), 1u << 20, true);
+    ASSERT_TRUE(temp.mounted()) << temp.why();
+    WriteJob({jpg, exr});
+    (void)Run();
+    EXPECT_NE(log_.find(settings_.main.temp_folder), std::string::npos) << log_;
+    ExpectPromisesKept(2, -1);
+  }
+  // A temp folder that does not exist yet, several levels down: made, used, emptied.
+  fs::remove_all(dir_.file("out"));
+  settings_.main.temp_folder = dir_.file("fresh/not/yet/there");
+  WriteJob({jpg});
+  EXPECT_EQ(Run(), 0) << log_;
+  ExpectPromisesKept(1, 1);
+  EXPECT_TRUE(fs::is_directory(settings_.main.temp_folder));
+  EXPECT_TRUE(fs::is_empty(settings_.main.temp_folder));
 }
 
 TEST_F(FaultTest, BrokenFoldersEndTheJobCleanly) {
