@@ -147,6 +147,16 @@ TEST_F(CorpusRead, FitsAndQoi) {
   ExpectPicture("raster/qoi/hopper.qoi", 128, 128);
 }
 
+TEST_F(CorpusRead, DdsOfEveryCompression) {
+  PICTAVO_REQUIRE_TOOL("texconv.exe", "imagemagick-6.q16");
+  ExpectPicture("raster/dds/dxt1-rgb-4bbp-noalpha_MipMaps-1.dds", 256, 256);
+  ExpectPicture("raster/dds/uncompressed_l.dds", 128, 128);
+  if (!fs::exists("/usr/bin/python3") ||
+      std::system("/usr/bin/python3 -c 'import PIL' 2>/dev/null"))
+    GTEST_SKIP() << "BC7 needs Pillow: install python3-pil";
+  ExpectPicture("raster/dds/bc7-argb-8bpp_MipMaps-1.dds", 256, 256);
+}
+
 TEST_F(CorpusRead, CameraRawSpecimenWithoutPixelsFailsCleanly) {
   // The corpus raw files are metadata specimens whose image data was stripped: no decoder can
   // read them, so the read fails, read_flag stays set and nothing is left behind.

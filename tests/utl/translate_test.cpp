@@ -214,6 +214,29 @@ TEST(Translate, ArchiveExpansionIsCheckedFromTheListingFirst) {
   EXPECT_EQ(UnpackedSizeOfListing(""), 0u);
 }
 
+TEST(Translate, DdsSurfacesGoToTheDecoderThatHasTheirCompression) {
+  pictavo::testing::TempDir dir;
+  auto dds = [&](const std::string& name, const std::string& four_cc) {
+    std::string bytes = "DDS " + std::string(80, '\0') + four_cc + std::string(60, '\0');
+    std::ofstream(dir.file(name), std::ios::binary) << bytes;
+    return dir.file(name);
+  };
+  auto plan = [&](const std::string& input, const Context& ctx) {
+    return PlanFor("texconv.exe", {"-f", "B8G8R8X8_UNORM", "-y", "-ft", "tif", "-o", "/o", input},
+                   ctx);
+  };
+  for (const char* code : {"DX10", "ATI2", "BC4U"}) {
+    const Plan p = plan(dds(std::string(code) + ".dds", code), Ctx());
+    ASSERT_EQ(p.steps.size(), 1u) << code;
+    EXPECT_EQ(p.steps[0].argv[0], "/usr/bin/python3") << code;
+    EXPECT_EQ(p.steps[0].argv.back(), "/o/" + std::string(code) + ".tif") << code;
+  }
+  // DXT surfaces, and DX10 ones where Pillow is missing, stay with ImageMagick.
+  EXPECT_EQ(plan(dds("dxt1.dds", "DXT1"), Ctx()).steps[0].argv.back(), "TIFF:/o/dxt1.tif");
+  EXPECT_EQ(plan(dds("bc7.dds", "DX10"), Ctx(false)).steps[0].argv.back(), "TIFF:/o/bc7.tif");
+  EXPECT_EQ(plan(dir.file("absent.dds"), Ctx()).steps[0].argv.back(), "TIFF:/o/absent.tif");
+}
+
 TEST(Translate, RetroFormatsGoToTheProgramThatReadsThem) {
   pictavo::testing::TempDir dir;
   auto write = [&](const std::string& name, const std::string& bytes) {

@@ -597,6 +597,30 @@ Plan PlanTwoFiles(std::string_view tool, const Args& args,
   return p;
 }
 
+// ImageMagick 6 decodes DXT1/3/5 and uncompressed DDS only. Surfaces that carry a DX10 header
+// (BC6H, BC7 and every other DXGI format) or the ATI/BC4/BC5 codes go to Pillow's decoder.
+bool DdsNeedsPillow(const std::string& path) {
+  char head[132] = {};
+  FILE* f = std::fopen(path.c_str(), "rb");
+  if (f == nullptr) return false;
+  const size_t got = std::fread(head, 1, sizeof head, f);
+  std::fclose(f);
+  if (got < 88 || std::string_view(head, 4) != "DDS ") return false;
+  const std::string_view four_cc(head + 84, 4);  // in the pixel format record of the header
+  for (const char* code : {"DX10", "ATI1", "ATI2", "BC4U", "BC4S", "BC5U", "BC5S"})
+    if (four_cc == code) return true;
+  return false;
+}
+
+// Debian's own interpreter, the one python3-pil is built for (another python3 may come first
+// on the search path).
+constexpr const char* kDebianPython = "/usr/bin/python3";
+constexpr const char* kPillowToTiff =
+    "import sys\n"
+    "from PIL import Image\n"
+    "with Image.open(sys.argv[1]) as im:\n"
+    "    im.convert('RGB').save(sys.argv[2], 'TIFF')\n";
+
 Plan PlanTexconv(const Args& args, const Context& ctx) {
   // -f B8G8R8X8_UNORM -y -ft tif -o "<outdir>" "<in>": the output is <outdir>/<base>.tif
   std::string outdir, input;
@@ -612,8 +636,11 @@ Plan PlanTexconv(const Args& args, const Context& ctx) {
   if (outdir.empty()) outdir = ".";
   if (outdir.back() != '/') outdir += '/';
   Plan p;
-  p.steps.push_back(ImStep(ctx, {SafeName(input) + "[0]", "-alpha", "off",
-                                 "TIFF:" + outdir + BaseName(input) + ".tif"}));
+  const std::string output = outdir + BaseName(input) + ".tif";
+  if (DdsNeedsPillow(input) && ctx.has_program(kDebianPython))
+    p.steps.push_back(Run({kDebianPython, "-c", kPillowToTiff, input, output}));
+  else
+    p.steps.push_back(ImStep(ctx, {SafeName(input) + "[0]", "-alpha", "off", "TIFF:" + output}));
   return p;
 }
 
