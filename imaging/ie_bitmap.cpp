@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "engine/tools/runner.h"
 #include "imaging/bitmap_rows.h"
@@ -234,6 +235,7 @@ pictavo::Status TIEBitmap::Allocate(int width, int height, TIEPixelFormat format
       !why.empty())
     return pictavo::Status::Error(why);
   try {
+    pixels_.reserve(static_cast<size_t>(total) + static_cast<size_t>(height));
     pixels_.assign(static_cast<size_t>(total), 0);
   } catch (const std::bad_alloc&) {
     pixels_.clear();
@@ -245,6 +247,12 @@ pictavo::Status TIEBitmap::Allocate(int width, int height, TIEPixelFormat format
   row_len_ = static_cast<size_t>(row_len);
   if (format == TIEPixelFormat::ie8p) palette_ = GreyPalette(256);
   return pictavo::Status::OK();
+}
+
+std::vector<uint8_t> TIEBitmap::ReleasePixels() {
+  std::vector<uint8_t> pixels = std::move(pixels_);
+  Clear();
+  return pixels;
 }
 
 void TIEBitmap::Clear() {

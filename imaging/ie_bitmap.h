@@ -56,6 +56,10 @@ class TIEBitmap {
   // a failure leaves the bitmap empty.
   pictavo::Status Allocate(int width, int height, TIEPixelFormat format);
   void Clear();  // back to empty
+  // Hands the pixel rows over (RowLen() bytes each, top row first) and becomes empty. Pixels
+  // that Allocate made have room for one more byte a row, so an encoder that frames every row
+  // with a byte (PNG's filter type) can work where they lie.
+  std::vector<uint8_t> ReleasePixels();
 
   int Width() const { return width_; }
   int Height() const { return height_; }

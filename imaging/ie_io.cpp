@@ -340,14 +340,19 @@ pictavo::Status TImageEnIO::PrepareForSave(TIOFileType type, TIEBitmap& work,
   return pictavo::Status::OK();
 }
 
-pictavo::Status TImageEnIO::Encode(TIOFileType type, std::vector<uint8_t>& out) {
+pictavo::Status TImageEnIO::Encode(TIOFileType type, std::vector<uint8_t>& out, bool release) {
   const CodecRow* row = FindRow(type);
   if (!row || !row->encode)
     return pictavo::Status::Error(std::string("the engine cannot write ") + FileTypeName(type));
   TIEBitmap work;
   const TIEBitmap* use = nullptr;
   if (auto st = PrepareForSave(type, work, use); !st.ok()) return st;
-  if (auto st = row->encode(*use, params_, out); !st.ok()) return st;
+  // A copy made for this save is never needed afterwards; the bound bitmap only when asked.
+  TIEBitmap* releasable = use == &work ? &work : release ? bmp_ : nullptr;
+  const pictavo::Status st = type == TIOFileType::ioPNG && releasable
+                                 ? codecs::EncodePNGReleasing(*releasable, params_, out)
+                                 : row->encode(*use, params_, out);
+  if (!st.ok()) return st;
   if (row->metadata) return metadata::WriteMetadata(out, params_);
   return pictavo::Status::OK();
 }
@@ -357,6 +362,16 @@ pictavo::Status TImageEnIO::SaveToBuffer(TIOFileType type, std::vector<uint8_t>&
 }
 
 pictavo::Status TImageEnIO::SaveToFile(const std::string& path) {
+  return Save(path, false);
+}
+
+pictavo::Status TImageEnIO::SaveToFileAndRelease(const std::string& path) {
+  const pictavo::Status st = Save(path, true);
+  bmp_->Clear();
+  return st;
+}
+
+pictavo::Status TImageEnIO::Save(const std::string& path, bool release) {
   const TIOFileType type = FileTypeFromExtension(path);
   if (type == TIOFileType::ioUnknown)
     return pictavo::Status::Error("no writer for the extension of " + path);
@@ -369,7 +384,7 @@ pictavo::Status TImageEnIO::SaveToFile(const std::string& path) {
     return ClosePDFFile();
   }
   std::vector<uint8_t> bytes;
-  if (auto st = Encode(type, bytes); !st.ok()) return st;
+  if (auto st = Encode(type, bytes, release); !st.ok()) return st;
   if (auto st = WriteAtomically(path, bytes); !st.ok()) return st;
   if (type == TIOFileType::ioTIFF && t_keep_saves) KeepForNextLoad(path, std::move(bytes));
   return pictavo::Status::OK();

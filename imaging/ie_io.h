@@ -95,6 +95,9 @@ class TImageEnIO {
 
   // Saves in the format named by `path`'s extension.
   pictavo::Status SaveToFile(const std::string& path);
+  // As SaveToFile, for a bitmap that is not needed afterwards: the encoder may work in its
+  // pixels instead of a copy (PNG filters its rows where they lie). The bitmap is left empty.
+  pictavo::Status SaveToFileAndRelease(const std::string& path);
   pictavo::Status SaveToFilePNG(const std::string& path);
   // Encodes in `type` without touching the disk.
   pictavo::Status SaveToBuffer(TIOFileType type, std::vector<uint8_t>& out);
@@ -124,7 +127,9 @@ class TImageEnIO {
   pictavo::Status Decode(const uint8_t* data, size_t size, bool params_only);
   // Decode of the file's bytes, mapped; a file cut short while it was read fails.
   pictavo::Status DecodeFile(const std::string& path, bool params_only);
-  pictavo::Status Encode(TIOFileType type, std::vector<uint8_t>& out);
+  // `release`: the bound bitmap is not needed afterwards, so its pixels may be taken.
+  pictavo::Status Encode(TIOFileType type, std::vector<uint8_t>& out, bool release = false);
+  pictavo::Status Save(const std::string& path, bool release);
   pictavo::Status PrepareForSave(TIOFileType type, TIEBitmap& work, const TIEBitmap*& use);
   void RememberLayout();
   // The hand-over between stages: a one-page TIFF that this thread has just saved is kept in

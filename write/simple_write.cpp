@@ -208,7 +208,7 @@ bool SaveFrame(const TMainSettings& s, TImageEnIO& io, const std::string& key,
     return (key == ";ppm;" ? WritePPM(rgb, path) : WritePGM(rgb, path)).ok();
   }
   if (key == ";swf;") return WriteSWF({&io.Bitmap()}, 1, path).ok();
-  return io.SaveToFile(path).ok();
+  return io.SaveToFileAndRelease(path).ok();  // the frame's last use
 }
 
 // Every frame of the source as a file of its own, the frames side by side on the cores this file
@@ -301,7 +301,9 @@ int simple_write(TZubConvert& self) {
       swf_frames.push_back(std::make_unique<TIEBitmap>(bmp));
       ok = true;
     } else if (f == 0) {
-      ok = key == ";raw;" ? SaveFrame(s, io, key, frame_dest) : io.SaveToFile(frame_dest).ok();
+      // The frame's last use: the next one is loaded afresh.
+      ok = key == ";raw;" ? SaveFrame(s, io, key, frame_dest)
+                          : io.SaveToFileAndRelease(frame_dest).ok();
     } else {
       ok = (tiff ? io.InsertToFileTIFF(frame_dest) : io.InsertToFileGIF(frame_dest)).ok();
     }

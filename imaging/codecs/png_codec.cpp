@@ -143,19 +143,26 @@ void FilterRow(const uint8_t* cur, const uint8_t* prev, size_t n, size_t bpp, ui
     const uint32_t cost = FilterCost(rows[f], n);
     if (cost < best_cost) best_cost = cost, best = f;
   }
+  // `out` may overlap `cur` (rows filtered where they lie): the row moves first, then the byte
+  // in front of it is written.
+  std::memmove(out + 1, rows[best], n);
   out[0] = static_cast<uint8_t>(best);
-  std::memcpy(out + 1, rows[best], n);
+}
+
+// Bytes a pixel for the filters (at least one, for sub-byte rows).
+size_t BytesPerPixel(const WriteSetup& s) {
+  const int channels = s.color_type == PNG_COLOR_TYPE_RGB_ALPHA    ? 4
+                       : s.color_type == PNG_COLOR_TYPE_RGB        ? 3
+                       : s.color_type == PNG_COLOR_TYPE_GRAY_ALPHA ? 2
+                                                                   : 1;
+  return static_cast<size_t>(channels) * s.bit_depth / 8;
 }
 
 // The PNG data stream before compression: each row behind its filter type byte, 16-bit
 // samples big-endian as the file stores them.
 std::vector<uint8_t> FilteredStream(const WriteSetup& s, const std::vector<png_bytep>& rows,
                                     size_t row_bytes) {
-  const int channels = s.color_type == PNG_COLOR_TYPE_RGB_ALPHA    ? 4
-                       : s.color_type == PNG_COLOR_TYPE_RGB        ? 3
-                       : s.color_type == PNG_COLOR_TYPE_GRAY_ALPHA ? 2
-                                                                   : 1;
-  const size_t bpp = std::max<size_t>(1, static_cast<size_t>(channels) * s.bit_depth / 8);
+  const size_t bpp = std::max<size_t>(1, BytesPerPixel(s));
   std::vector<uint8_t> stream((row_bytes + 1) * rows.size());
   std::vector<uint8_t> swapped(s.bit_depth == 16 ? 2 * row_bytes : 0);
   std::vector<uint8_t> scratch(s.filter_none ? 0 : 4 * row_bytes);
@@ -179,6 +186,42 @@ std::vector<uint8_t> FilteredStream(const WriteSetup& s, const std::vector<png_b
     prev = cur;
   }
   return stream;
+}
+
+// The same stream made where the rows lie: `rows` holds the h rows of row_bytes, contiguous,
+// and grows by one byte a row (room that TIEBitmap::Allocate reserves). Bottom row first: the
+// filtered row y ends where row y + 1's begins, and starts past the raw rows above it, which
+// row y's filters still read; no second picture-sized buffer is needed.
+void FilterInPlace(const WriteSetup& s, std::vector<uint8_t>& rows, size_t row_bytes, size_t h) {
+  const size_t bpp = std::max<size_t>(1, BytesPerPixel(s));
+  rows.resize(row_bytes * h + h);
+  uint8_t* data = rows.data();
+  std::vector<uint8_t> zeros(row_bytes);
+  std::vector<uint8_t> scratch(s.filter_none ? 0 : 4 * row_bytes);
+  // 16-bit samples are filtered big-endian: row y and the one above it, swapped aside.
+  std::vector<uint8_t> swapped(s.bit_depth == 16 ? 2 * row_bytes : 0);
+  auto big_endian = [&](size_t y, int half) {
+    const uint8_t* raw = data + y * row_bytes;
+    uint8_t* be = swapped.data() + half * row_bytes;
+    for (size_t i = 0; i + 1 < row_bytes; i += 2) be[i] = raw[i + 1], be[i + 1] = raw[i];
+    return be;
+  };
+  const bool deep = s.bit_depth == 16;
+  int half = 0;
+  const uint8_t* made = nullptr;  // row y's big-endian copy, made as the row below's `prev`
+  for (size_t y = h; y-- > 0;) {
+    const uint8_t* cur = !deep ? data + y * row_bytes : made ? made : big_endian(y, half);
+    uint8_t* out = data + y * (row_bytes + 1);
+    if (s.filter_none) {
+      std::memmove(out + 1, cur, row_bytes);
+      out[0] = PNG_FILTER_VALUE_NONE;
+      continue;
+    }
+    const uint8_t* prev = zeros.data();
+    if (y > 0) prev = deep ? big_endian(y - 1, half ^ 1) : data + (y - 1) * row_bytes;
+    FilterRow(cur, prev, row_bytes, bpp, scratch.data(), out);
+    if (deep) made = prev, half ^= 1;
+  }
 }
 
 // libdeflate's level for the picture's level, chosen on photos against what ImageMagick writes
@@ -410,8 +453,11 @@ pictavo::Status DecodePNG(const uint8_t* data, size_t size, const DecodeOptions&
   return pictavo::Status::OK();
 }
 
-pictavo::Status EncodePNG(const TIEBitmap& bmp, const TIOParamsVals& params,
-                          std::vector<uint8_t>& out) {
+namespace {
+
+// `release`: the same bitmap, when its pixels may be taken (it is then left empty).
+pictavo::Status Encode(const TIEBitmap& bmp, TIEBitmap* release, const TIOParamsVals& params,
+                       std::vector<uint8_t>& out) {
   const TIEPixelFormat fmt = bmp.PixelFormat();
   const bool alpha = bmp.HasAlphaChannel();
   const int w = bmp.Width(), h = bmp.Height();
@@ -473,7 +519,11 @@ pictavo::Status EncodePNG(const TIEBitmap& bmp, const TIOParamsVals& params,
   const bool as_held = !alpha && (fmt == TIEPixelFormat::ie1g || fmt == TIEPixelFormat::ie8p ||
                                   fmt == TIEPixelFormat::ie8g || fmt == TIEPixelFormat::ie16g ||
                                   fmt == TIEPixelFormat::ie48RGB || fmt == TIEPixelFormat::ie24RGB);
-  std::vector<uint8_t> buf(as_held ? 0 : row_bytes * h);
+  std::vector<uint8_t> buf;
+  if (!as_held) {
+    buf.reserve(row_bytes * h + h);  // the filter type bytes, when filtered where it lies
+    buf.resize(row_bytes * h);
+  }
   std::vector<png_bytep> rows(h);
   std::vector<uint8_t> rgb(static_cast<size_t>(w) * 3);
   for (int y = 0; y < h; ++y) {
@@ -543,12 +593,22 @@ pictavo::Status EncodePNG(const TIEBitmap& bmp, const TIOParamsVals& params,
   }
 
   // Non-interlaced rows are filtered and compressed here, with libdeflate: smaller and
-  // faster than libpng's zlib stream. The row copy is released before compressing.
+  // faster than libpng's zlib stream. Rows that are ours (the row copy, or the pixels of a
+  // bitmap that may be taken) are filtered where they lie; the others into a stream of their own.
   Compressed zdata;
   const bool own_data = s.interlace == PNG_INTERLACE_NONE;
   if (own_data) {
-    const std::vector<uint8_t> stream = FilteredStream(s, rows, row_bytes);
-    std::vector<uint8_t>().swap(buf);
+    std::vector<uint8_t> stream;
+    if (!as_held) {
+      if (release) release->Clear();  // `buf` holds the rows
+      stream = std::move(buf);
+      FilterInPlace(s, stream, row_bytes, h);
+    } else if (release) {
+      stream = release->ReleasePixels();
+      FilterInPlace(s, stream, row_bytes, h);
+    } else {
+      stream = FilteredStream(s, rows, row_bytes);
+    }
     if (!Deflate(stream, s.level, &zdata)) return pictavo::Status::Error("out of memory");
   }
 
@@ -569,6 +629,20 @@ pictavo::Status EncodePNG(const TIEBitmap& bmp, const TIOParamsVals& params,
   if (!WritePng(png, info, s, own_data ? nullptr : rows.data(), own_data ? &zdata : nullptr))
     return pictavo::Status::Error(std::string("PNG encoder failed: ") + err.text);
   return pictavo::Status::OK();
+}
+
+}  // namespace
+
+pictavo::Status EncodePNG(const TIEBitmap& bmp, const TIOParamsVals& params,
+                          std::vector<uint8_t>& out) {
+  return Encode(bmp, nullptr, params, out);
+}
+
+pictavo::Status EncodePNGReleasing(TIEBitmap& bmp, const TIOParamsVals& params,
+                                   std::vector<uint8_t>& out) {
+  const pictavo::Status st = Encode(bmp, &bmp, params, out);
+  bmp.Clear();
+  return st;
 }
 
 }  // namespace pictavo::imaging::codecs

@@ -14,5 +14,9 @@ pictavo::Status DecodePNG(const uint8_t* data, size_t size, const DecodeOptions&
 // the DPI and the ICC profile.
 pictavo::Status EncodePNG(const TIEBitmap& bmp, const TIOParamsVals& params,
                           std::vector<uint8_t>& out);
+// The same file, for a bitmap that is not needed afterwards: its pixels are filtered where they
+// lie instead of into a second picture-sized buffer. The bitmap is left empty.
+pictavo::Status EncodePNGReleasing(TIEBitmap& bmp, const TIOParamsVals& params,
+                                   std::vector<uint8_t>& out);
 
 }  // namespace pictavo::imaging::codecs

@@ -336,6 +336,32 @@ TEST(PngEncode, EveryLayoutAndLevelReadsBackExactly) {
   ExpectSamplesMatch(big, kLayouts[7], Decode(Encode(big, 0)));
 }
 
+// A bitmap that is not needed afterwards is filtered where it lies: the same file, bottom row
+// first or not, and the bitmap is left empty. Pixels that Allocate made have room for the filter
+// bytes; a copy's are moved once.
+TEST(PngEncode, ReleasingEncodeWritesTheSameFile) {
+  for (const LayoutCase& lc : kLayouts) {
+    const TIEBitmap b = Picture(67, 41, lc.format, lc.alpha);
+    for (int level : {0, 6}) {
+      for (bool interlaced : {false, true}) {
+        SCOPED_TRACE(std::string(lc.name) + " at level " + std::to_string(level) +
+                     (interlaced ? ", interlaced" : ""));
+        TIEBitmap allocated = Picture(67, 41, lc.format, lc.alpha);
+        TIEBitmap copied = b;
+        for (TIEBitmap* own : {&allocated, &copied}) {
+          TIOParamsVals params;
+          params.PNG_Compression = level;
+          params.PNG_Interlaced = interlaced;
+          std::vector<uint8_t> out;
+          ASSERT_TRUE(codecs::EncodePNGReleasing(*own, params, out).ok());
+          EXPECT_EQ(out, Encode(b, level, interlaced));
+          EXPECT_TRUE(own->IsEmpty());
+        }
+      }
+    }
+  }
+}
+
 TEST(PngEncode, AdaptiveFiltersAreLibpngsChoiceAndFlatLayoutsStayUnfiltered) {
   for (const LayoutCase& lc : kLayouts) {
     const TIEBitmap b = Picture(67, 41, lc.format, lc.alpha);
