@@ -158,40 +158,11 @@ size_t BytesPerPixel(const WriteSetup& s) {
   return static_cast<size_t>(channels) * s.bit_depth / 8;
 }
 
-// The PNG data stream before compression: each row behind its filter type byte, 16-bit
-// samples big-endian as the file stores them.
-std::vector<uint8_t> FilteredStream(const WriteSetup& s, const std::vector<png_bytep>& rows,
-                                    size_t row_bytes) {
-  const size_t bpp = std::max<size_t>(1, BytesPerPixel(s));
-  std::vector<uint8_t> stream((row_bytes + 1) * rows.size());
-  std::vector<uint8_t> swapped(s.bit_depth == 16 ? 2 * row_bytes : 0);
-  std::vector<uint8_t> scratch(s.filter_none ? 0 : 4 * row_bytes);
-  std::vector<uint8_t> zeros(s.filter_none ? 0 : row_bytes);
-  const uint8_t* prev = zeros.data();
-  for (size_t y = 0; y < rows.size(); ++y) {
-    const uint8_t* cur = rows[y];
-    if (s.bit_depth == 16) {
-      // Alternate between the two halves so the previous row stays intact.
-      uint8_t* be = swapped.data() + (y & 1) * row_bytes;
-      for (size_t i = 0; i + 1 < row_bytes; i += 2) be[i] = cur[i + 1], be[i + 1] = cur[i];
-      cur = be;
-    }
-    uint8_t* out = stream.data() + y * (row_bytes + 1);
-    if (s.filter_none) {
-      out[0] = PNG_FILTER_VALUE_NONE;
-      std::memcpy(out + 1, cur, row_bytes);
-    } else {
-      FilterRow(cur, prev, row_bytes, bpp, scratch.data(), out);
-    }
-    prev = cur;
-  }
-  return stream;
-}
-
-// The same stream made where the rows lie: `rows` holds the h rows of row_bytes, contiguous,
-// and grows by one byte a row (room that TIEBitmap::Allocate reserves). Bottom row first: the
-// filtered row y ends where row y + 1's begins, and starts past the raw rows above it, which
-// row y's filters still read; no second picture-sized buffer is needed.
+// The PNG data stream before compression (each row behind its filter type byte, 16-bit samples
+// big-endian as the file stores them), made where the rows lie: `rows` holds the h rows of
+// row_bytes, contiguous, and grows by one byte a row (room that TIEBitmap::Allocate reserves).
+// Bottom row first: the filtered row y ends where row y + 1's begins, and starts past the raw rows
+// above it, which row y's filters still read; no second picture-sized buffer is needed.
 void FilterInPlace(const WriteSetup& s, std::vector<uint8_t>& rows, size_t row_bytes, size_t h) {
   const size_t bpp = std::max<size_t>(1, BytesPerPixel(s));
   rows.resize(row_bytes * h + h);
@@ -593,8 +564,8 @@ pictavo::Status Encode(const TIEBitmap& bmp, TIEBitmap* release, const TIOParams
   }
 
   // Non-interlaced rows are filtered and compressed here, with libdeflate: smaller and
-  // faster than libpng's zlib stream. Rows that are ours (the row copy, or the pixels of a
-  // bitmap that may be taken) are filtered where they lie; the others into a stream of their own.
+  // faster than libpng's zlib stream. The rows are filtered where they lie when they are ours
+  // (the row copy, or the pixels of a bitmap that may be taken), else in a copy.
   Compressed zdata;
   const bool own_data = s.interlace == PNG_INTERLACE_NONE;
   if (own_data) {
@@ -602,13 +573,13 @@ pictavo::Status Encode(const TIEBitmap& bmp, TIEBitmap* release, const TIOParams
     if (!as_held) {
       if (release) release->Clear();  // `buf` holds the rows
       stream = std::move(buf);
-      FilterInPlace(s, stream, row_bytes, h);
     } else if (release) {
       stream = release->ReleasePixels();
-      FilterInPlace(s, stream, row_bytes, h);
-    } else {
-      stream = FilteredStream(s, rows, row_bytes);
+    } else {  // the caller keeps its pixels: the rows are copied
+      stream.reserve(row_bytes * h + h);
+      for (const png_bytep row : rows) stream.insert(stream.end(), row, row + row_bytes);
     }
+    FilterInPlace(s, stream, row_bytes, h);
     if (!Deflate(stream, s.level, &zdata)) return pictavo::Status::Error("out of memory");
   }
 
