@@ -51,6 +51,11 @@ int new_fits_read(TZubRead& r);
 int fits_by_setting(TZubRead& r);  // "FIT"/"Option" 1: fits_read, else new_fits_read
 int f300_plus(TZubRead& r);
 int f300_plus_raw(TZubRead& r);  // f300_plus with the raw-decoding switches (ORF)
+// The re-read of a TIFF of 48 bits per pixel or more by the raster tool (f300_plus, first frame).
+// When the tool folder's raster tool is the engine's own adapter, whose ImageMagick would only
+// decode the file for the engine to read back, the engine's TIFF decoder reads it in-process;
+// what that decoder cannot read still goes to the tool.
+int deep_tiff_read(TZubRead& r);
 int new_cal_read(TZubRead& r);
 int sid_read(TZubRead& r);
 int scn_read(TZubRead& r);

@@ -100,6 +100,17 @@ int SavePictures(TZubRead& r, const std::vector<std::string>& pictures) {
   return FileOk(r.out_file) ? 0 : 1;
 }
 
+int SaveLoaded(TZubRead& r, imaging::TImageEnIO& io) {
+  std::error_code ec;
+  const std::string partial = r.out_file + ".part" + LowerExt(r.out_file);
+  fs::remove(partial, ec);
+  const bool saved =
+      (IsTiffName(r.out_file) ? io.InsertToFileTIFF(partial) : io.SaveToFile(partial)).ok();
+  if (saved) fs::rename(partial, r.out_file, ec);
+  fs::remove(partial, ec);
+  return saved && FileOk(r.out_file) ? 0 : 1;
+}
+
 int HandOnTiffs(TZubRead& r, const std::vector<std::string>& tiffs) {
   std::vector<std::string> made;
   for (const std::string& tiff : tiffs)

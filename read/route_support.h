@@ -9,6 +9,10 @@
 
 #include "read/zub_read.h"
 
+namespace pictavo::imaging {
+class TImageEnIO;
+}
+
 namespace pictavo::reader {
 
 // The full path of a tool of the reader's tool folder ("djvu_read.bin", "vips\vips.exe").
@@ -49,6 +53,9 @@ class Scratch {
 int SavePicture(TZubRead& r, const std::string& picture);
 // Saves several pictures as the pages of out_file (TIFF), or the first one for other formats.
 int SavePictures(TZubRead& r, const std::vector<std::string>& pictures);
+// Saves the picture `io` holds to r.out_file (as one page when out_file is a TIFF). 0 when
+// out_file is there afterwards.
+int SaveLoaded(TZubRead& r, imaging::TImageEnIO& io);
 // Hands on TIFFs that a tool wrote in the layout the read stage passes on (8-bit RGB pages the
 // engine reads) without decoding them: one is moved into out_file's place, several are joined
 // page after page. Falls back to SavePictures when out_file is not a TIFF or that fails.

@@ -3,6 +3,9 @@
 #include <filesystem>
 
 #include "engine/tools/runner.h"
+#include "engine/tools/tool_paths.h"
+#include "imaging/ie_bitmap.h"
+#include "imaging/ie_io.h"
 #include "read/read_routes.h"
 #include "read/route_support.h"
 
@@ -109,6 +112,20 @@ int fits_by_setting(TZubRead& r) {
 
 int f300_plus(TZubRead& r) {
   return F300ToTiff(r, "");
+}
+
+int deep_tiff_read(TZubRead& r) {
+  if (HasTool(r, "f300_uni.exe") && tools::IsOwnAdapter(Tool(r, "f300_uni.exe"))) {
+    // Only a decode at the file's own depth stands in for the tool: the decoder's fall-back
+    // for other layouts (tiles, planes, extra samples) cuts 16-bit samples to 8 bits itself.
+    imaging::TIEBitmap bitmap;
+    imaging::TImageEnIO io(&bitmap);
+    const bool deep = io.LoadFromFile(r.src_file).ok() &&
+                      (bitmap.PixelFormat() == imaging::TIEPixelFormat::ie48RGB ||
+                       bitmap.PixelFormat() == imaging::TIEPixelFormat::ie16g);
+    if (deep && SaveLoaded(r, io) == 0) return 0;
+  }
+  return f300_plus(r);
 }
 
 int f300_plus_raw(TZubRead& r) {

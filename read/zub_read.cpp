@@ -177,7 +177,7 @@ int TZubRead::ReadWith(std::span<const ReadRoute> routes) {
           io.ParamsFromFile(src_file).ok() &&
           io.Params().BitsPerSample * io.Params().SamplesPerPixel >= 48) {
         fs::remove(out_file, ec);
-        status = f300_plus(*this);
+        status = deep_tiff_read(*this);
       }
 
       // 11. DICOM never falls back: a picture the engine makes of it would be wrong.

@@ -1,6 +1,7 @@
 // The reader's chain, walked over the real key lists with recording routines that fail or
 // succeed on demand, and Read()'s own steps around it (copies, settings file, tool folder).
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -278,6 +279,54 @@ TEST_F(ReadChain, DeepTiffIsReReadByTheRasterToolEvenAfterASuccess) {
   EXPECT_EQ(Read(flat), 0);
   EXPECT_FALSE(fs::exists(log));  // 24 bits per pixel: no re-read
   EXPECT_TRUE(FilesIn(TempFolder()).empty());
+}
+
+// When the raster tool is the engine's own adapter, the deep TIFF it would only hand to
+// ImageMagick and back is decoded in-process: the tool never runs, and the first page comes out
+// with its 16-bit samples as they are, as from the tool's TIFF. A deep TIFF that the engine's
+// decoder reads only through its 8-bit fall-back (tiles) still goes to the tool.
+TEST_F(ReadChain, DeepTiffIsDecodedInProcessWhenTheRasterToolIsOurAdapter) {
+  const std::string deep = dir_.file("in/deep.tif");
+  {
+    imaging::TIEBitmap bmp;
+    ASSERT_TRUE(bmp.Allocate(37, 23, imaging::TIEPixelFormat::ie48RGB).ok());
+    for (int y = 0; y < bmp.Height(); ++y) {
+      auto* row = reinterpret_cast<uint16_t*>(bmp.Scanline(y));
+      for (int i = 0; i < bmp.Width() * 3; ++i) row[i] = static_cast<uint16_t>(i * 1733 + y * 611);
+    }
+    imaging::TImageEnIO io(&bmp);
+    io.Params().BitsPerSample = 16;
+    ASSERT_TRUE(io.SaveToFile(deep).ok());
+    ASSERT_TRUE(io.ParamsFromFile(deep).ok());
+    ASSERT_EQ(io.Params().BitsPerSample, 16);
+  }
+  const fs::path adapter = dir_.path() / "engine" / "utl" / "pictavo_adapter";
+  const std::string log = dir_.file("adapter.log");
+  std::ofstream(adapter) << "#!/bin/sh\necho \"$@\" >> '" << log << "'\nexit 1\n";
+  fs::permissions(adapter, fs::perms::owner_all);
+  fs::create_symlink(adapter, dir_.path() / "engine" / "utl" / "f300_uni.exe");
+  reader_.out_file = dir_.file("out.tif");
+
+  g_succeed = {49};
+  EXPECT_EQ(Read(deep), 0);
+  EXPECT_FALSE(fs::exists(log)) << "the raster tool ran";
+  imaging::TIEBitmap source, read;
+  imaging::TImageEnIO source_io(&source), read_io(&read);
+  ASSERT_TRUE(source_io.LoadFromFile(deep).ok());
+  ASSERT_TRUE(read_io.LoadFromFile(reader_.out_file).ok());
+  EXPECT_EQ(read_io.Params().ImageCount, 1);
+  ASSERT_EQ(read.PixelFormat(), imaging::TIEPixelFormat::ie48RGB);
+  ASSERT_EQ(read.Width(), source.Width());
+  ASSERT_EQ(read.Height(), source.Height());
+  for (int y = 0; y < read.Height(); ++y)
+    ASSERT_EQ(std::memcmp(read.Scanline(y), source.Scanline(y), read.RowLen()), 0) << "row " << y;
+  EXPECT_TRUE(FilesIn(TempFolder()).empty());
+
+  const std::string tiled = pictavo::testing::CorpusFile("special/tiff_16bit_RGB.tiff");
+  if (tiled.empty()) GTEST_SKIP() << "the tiled 16-bit TIFF of the shared corpus is absent";
+  g_calls.clear();
+  EXPECT_EQ(Read(tiled), 0);  // the tool fails here; the engine's fall-back reads the file
+  EXPECT_TRUE(fs::exists(log)) << "a tiled deep TIFF did not reach the raster tool";
 }
 
 TEST(ReadIsPdf, FirstLineDecides) {
