@@ -1,5 +1,5 @@
 #!/bin/sh
-# Runs every fuzz target for a bounded time, seeded from the sample corpus.
+# Runs every fuzz target for a bounded time, seeded from the sample corpus and fuzz/seeds/.
 #   fuzz/run_fuzzers.sh <fuzz build folder> [seconds per target] [corpus folder] [targets...]
 # PICTAVO_FUZZ_TIMEOUT (seconds, default 10) is the hang limit per input; it is wall time, so raise
 # it when the targets run at low priority beside other work.
@@ -11,7 +11,7 @@ build=${1:?fuzz build folder}
 seconds=${2:-60}
 corpus=${3:-$(dirname "$0")/../../shared/corpus}
 shift $(( $# < 3 ? $# : 3 ))
-targets=${*:-"jpeg png tiff gif bmp pcx tga ico pnm qoi psd webp jp2 io settings registry language list pages names"}
+targets=${*:-"jpeg png tiff gif bmp pcx tga ico pnm qoi psd webp jp2 io psp dst pat raw settings registry language list pages names"}
 
 # Sample files per target, by extension (small ones only: they make quicker seeds).
 exts() {
@@ -20,7 +20,7 @@ exts() {
     jp2) echo "jp2 j2k jpc" ;; ico) echo "ico cur" ;;
     io) echo "jpg png tif gif bmp pcx tga ico ppm qoi psd webp jp2" ;;
     settings) echo "cfg" ;; language) echo "lng" ;; list) echo "lst" ;;
-    registry|pages|names) echo "" ;;
+    registry|pages|names|psp|dst|pat|raw) echo "" ;;
     *) echo "$1" ;;
   esac
 }
@@ -34,6 +34,8 @@ for t in $targets; do
   for e in $(exts "$t"); do
     find "$corpus" -type f -iname "*.$e" -size -200k -exec cp -n {} "$seeds/" \; 2>/dev/null || true
   done
+  # Formats without sample files in the corpus have seeds of their own here.
+  [ -d "$(dirname "$0")/seeds/$t" ] && cp -n "$(dirname "$0")/seeds/$t/"* "$seeds/" || true
   echo "== fuzz_$t for ${seconds}s ($(ls "$seeds" | wc -l) seeds)"
   if ! "$bin" "$work" "$seeds" -max_total_time="$seconds" -timeout="${PICTAVO_FUZZ_TIMEOUT:-10}" -rss_limit_mb=2048 \
        -malloc_limit_mb=1024 -max_len=65536 -artifact_prefix="$found/" -print_final_stats=1 \

@@ -1,14 +1,14 @@
 // Formats the reader decodes itself or hands straight to the engine: XIF (a TIFF), PSD layers,
 // headerless raw pixel data laid out by the "Raw_bmp" settings, SGI RGB (through the raster
 // converter), Tajima DST embroidery, whose stitches are drawn, Roku BIF frame indexes (the JPEG
-// frames they hold), GIMP patterns (.pat) and Paint Shop Pro pictures (read/psp_format.h).
+// frames they hold), GIMP patterns (.pat) (both read/parsed_formats.h) and Paint Shop Pro
+// pictures (read/psp_format.h).
 //
 // The remaining routines of this family (Webshots, CAR, MIX, PSF, UPI, VSI and the plain DAT
 // picture) have no decoder: no public description of these formats and no Debian program
 // that reads them. They fail, so the chain goes on to the general raster tool and the engine
 // fall-back. docs/formats.md lists them with the reason.
 #include <algorithm>
-#include <climits>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -18,6 +18,7 @@
 #include "imaging/ie_bitmap.h"
 #include "imaging/ie_io.h"
 #include "platform/fs.h"
+#include "read/parsed_formats.h"
 #include "read/psp_format.h"
 #include "read/read_routes.h"
 #include "read/route_support.h"
@@ -36,13 +37,6 @@ uint32_t Le32(const std::string& b, size_t at) {
          static_cast<uint32_t>(static_cast<uint8_t>(b[at + 3])) << 24;
 }
 
-uint32_t Be32(const std::string& b, size_t at) {
-  return static_cast<uint32_t>(static_cast<uint8_t>(b[at])) << 24 |
-         static_cast<uint32_t>(static_cast<uint8_t>(b[at + 1])) << 16 |
-         static_cast<uint32_t>(static_cast<uint8_t>(b[at + 2])) << 8 |
-         static_cast<uint32_t>(static_cast<uint8_t>(b[at + 3]));
-}
-
 int RawPixels(TZubRead& r, bool with_header) {
   if (!r.settings) return 1;
   const auto& s = r.settings->raw_bmp;
@@ -55,80 +49,6 @@ int RawPixels(TZubRead& r, bool with_header) {
   TImageEnIO io(&bitmap);
   if (!io.LoadFromFileBMPRAW(r.src_file, layout).ok() || bitmap.IsEmpty()) return 1;
   return io.SaveToFile(r.out_file).ok() && FileOk(r.out_file) ? 0 : 1;
-}
-
-// ---- Tajima DST ----
-
-struct Stitch {
-  int x, y;
-  bool jump;
-  int color;
-};
-
-// Decodes the 3-byte stitch records that follow the 512-byte header. Each record carries a move
-// in 0.1 mm as sums of +-1, 3, 9, 27 and 81 units per axis (Y grows upwards), and flags in the
-// third byte: end of design, colour change, jump.
-std::vector<Stitch> DecodeDst(const std::string& bytes) {
-  std::vector<Stitch> stitches;
-  int x = 0, y = 0, color = 0;
-  for (size_t pos = 512; pos + 3 <= bytes.size(); pos += 3) {
-    const auto b0 = static_cast<uint8_t>(bytes[pos]);
-    const auto b1 = static_cast<uint8_t>(bytes[pos + 1]);
-    const auto b2 = static_cast<uint8_t>(bytes[pos + 2]);
-    if ((b2 & 0xF3) == 0xF3) break;
-    int dx = 0, dy = 0;
-    if (b0 & 0x01) dx += 1;
-    if (b0 & 0x02) dx -= 1;
-    if (b0 & 0x04) dx += 9;
-    if (b0 & 0x08) dx -= 9;
-    if (b0 & 0x80) dy += 1;
-    if (b0 & 0x40) dy -= 1;
-    if (b0 & 0x20) dy += 9;
-    if (b0 & 0x10) dy -= 9;
-    if (b1 & 0x01) dx += 3;
-    if (b1 & 0x02) dx -= 3;
-    if (b1 & 0x04) dx += 27;
-    if (b1 & 0x08) dx -= 27;
-    if (b1 & 0x80) dy += 3;
-    if (b1 & 0x40) dy -= 3;
-    if (b1 & 0x20) dy += 27;
-    if (b1 & 0x10) dy -= 27;
-    if (b2 & 0x04) dx += 81;
-    if (b2 & 0x08) dx -= 81;
-    if (b2 & 0x20) dy += 81;
-    if (b2 & 0x10) dy -= 81;
-    x += dx;
-    y += dy;
-    if ((b2 & 0xC3) == 0xC3) {
-      ++color;
-      stitches.push_back({x, y, true, color});
-    } else {
-      stitches.push_back({x, y, (b2 & 0x83) == 0x83, color});
-    }
-  }
-  return stitches;
-}
-
-void DrawLine(TIEBitmap& bmp, int x0, int y0, int x1, int y1, imaging::TRGB c) {
-  const int dx = std::abs(x1 - x0), sx = x0 < x1 ? 1 : -1;
-  const int dy = -std::abs(y1 - y0), sy = y0 < y1 ? 1 : -1;
-  int err = dx + dy;
-  for (;;) {
-    for (int oy = 0; oy < 2; ++oy)
-      for (int ox = 0; ox < 2; ++ox)
-        if (x0 + ox < bmp.Width() && y0 + oy < bmp.Height())
-          bmp.SetPixels_ie24RGB(x0 + ox, y0 + oy, c);
-    if (x0 == x1 && y0 == y1) break;
-    const int e2 = 2 * err;
-    if (e2 >= dy) {
-      err += dy;
-      x0 += sx;
-    }
-    if (e2 <= dx) {
-      err += dx;
-      y0 += sy;
-    }
-  }
 }
 
 }  // namespace
@@ -158,30 +78,8 @@ int rgb_read(TZubRead& r) {
 
 int dst_read(TZubRead& r) {
   const auto bytes = platform::ReadFileBytes(r.src_file);
-  if (!bytes || bytes->size() < 515 || bytes->compare(0, 3, "LA:") != 0) return 1;
-  const std::vector<Stitch> stitches = DecodeDst(*bytes);
-  if (stitches.size() < 2) return 1;
-  int min_x = INT_MAX, min_y = INT_MAX, max_x = INT_MIN, max_y = INT_MIN;
-  for (const Stitch& s : stitches) {
-    min_x = std::min(min_x, s.x), max_x = std::max(max_x, s.x);
-    min_y = std::min(min_y, s.y), max_y = std::max(max_y, s.y);
-  }
-  // One pixel per 0.1 mm (254 dpi), with a margin of 2 mm.
-  const int margin = 20;
-  const int w = max_x - min_x + 2 * margin, h = max_y - min_y + 2 * margin;
-  if (w <= 0 || h <= 0 || w > 20000 || h > 20000) return 1;
   TIEBitmap bmp;
-  if (!bmp.Allocate(w, h, TIEPixelFormat::ie24RGB).ok()) return 1;
-  bmp.Fill(0xFFFFFF);
-  static constexpr imaging::TRGB kThreads[] = {{0, 0, 0},     {200, 30, 30}, {30, 110, 200},
-                                               {30, 150, 60}, {220, 160, 0}, {140, 40, 160}};
-  for (size_t i = 1; i < stitches.size(); ++i) {
-    const Stitch& a = stitches[i - 1];
-    const Stitch& b = stitches[i];
-    if (b.jump) continue;
-    DrawLine(bmp, a.x - min_x + margin, max_y - a.y + margin, b.x - min_x + margin,
-             max_y - b.y + margin, kThreads[b.color % 6]);
-  }
+  if (!bytes || !parsed::DrawDst(*bytes, bmp)) return 1;
   TImageEnIO io(&bmp);
   io.Params().DpiX = io.Params().DpiY = 254;
   return io.SaveToFile(r.out_file).ok() && FileOk(r.out_file) ? 0 : 1;
@@ -246,31 +144,9 @@ int psf_read(TZubRead&) {
   return 1;
 }
 int new_ppp_read(TZubRead& r) {
-  // GIMP pattern: big-endian header size, version 1, width, height, bytes per pixel (1 grey,
-  // 2 grey and alpha, 3 RGB, 4 RGBA), "GPAT", a name filling the rest of the header, then the
-  // pixels row by row.
   const auto bytes = platform::ReadFileBytes(r.src_file);
-  if (!bytes || bytes->size() < 24 || bytes->compare(20, 4, "GPAT") != 0) return 1;
-  const std::string& b = *bytes;
-  const uint32_t header = Be32(b, 0), width = Be32(b, 8), height = Be32(b, 12), depth = Be32(b, 16);
-  if (Be32(b, 4) != 1 || header < 24 || depth < 1 || depth > 4 || width == 0 || height == 0 ||
-      width > 65535 || height > 65535)
-    return 1;
-  if (header + static_cast<uint64_t>(width) * height * depth > b.size()) return 1;
   TIEBitmap bmp;
-  if (!bmp.Allocate(static_cast<int>(width), static_cast<int>(height), TIEPixelFormat::ie24RGB)
-           .ok())
-    return 1;
-  const bool alpha = depth == 2 || depth == 4;
-  if (alpha) bmp.AddAlphaChannel();
-  const auto* p = reinterpret_cast<const uint8_t*>(b.data()) + header;
-  for (int y = 0; y < bmp.Height(); ++y)
-    for (int x = 0; x < bmp.Width(); ++x, p += depth) {
-      const imaging::TRGB c =
-          depth >= 3 ? imaging::TRGB{p[0], p[1], p[2]} : imaging::TRGB{p[0], p[0], p[0]};
-      bmp.SetPixels_ie24RGB(x, y, c);
-      if (alpha) bmp.SetAlpha(x, y, p[depth - 1]);
-    }
+  if (!bytes || !parsed::DecodeGimpPattern(*bytes, bmp)) return 1;
   TImageEnIO io(&bmp);
   return io.SaveToFile(r.out_file).ok() && FileOk(r.out_file) ? 0 : 1;
 }

@@ -1,0 +1,81 @@
+// libFuzzer entry point for the decoders outside the codec table, chosen at build time by
+// PICTAVO_FUZZ_READ: the read stage's own parsers (Paint Shop Pro, DST embroidery, GIMP
+// patterns) and headerless raw pixels, whose layout the first bytes of the input choose here.
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "engine/tools/runner.h"
+#include "imaging/codecs/bmp_codec.h"
+#include "imaging/ie_io.h"
+#include "read/parsed_formats.h"
+#include "read/psp_format.h"
+
+using pictavo::imaging::TIEBitmap;
+using pictavo::imaging::TIEPixelFormat;
+
+namespace {
+
+// Touches the last byte of the picture and of its alpha plane, so that the sanitizer sees a
+// bitmap whose size disagrees with its memory.
+void Touch(const TIEBitmap& bmp) {
+  if (bmp.IsEmpty()) return;
+  volatile uint8_t sink = bmp.Scanline(bmp.Height() - 1)[bmp.RowLen() - 1];
+  if (bmp.HasAlphaChannel()) sink = bmp.AlphaScanline(bmp.Height() - 1)[bmp.Width() - 1];
+  (void)sink;
+}
+
+void Psp(std::string_view bytes) {
+  pictavo::reader::psp::Document doc;
+  if (!doc.Open(bytes, pictavo::tools::CurrentJobLimits().max_pixels)) return;
+  TIEBitmap bmp;
+  if (doc.Flatten(bmp)) Touch(bmp);
+}
+
+void Dst(std::string_view bytes) {
+  TIEBitmap bmp;
+  if (pictavo::reader::parsed::DrawDst(bytes, bmp)) Touch(bmp);
+}
+
+void Pat(std::string_view bytes) {
+  TIEBitmap bmp;
+  if (pictavo::reader::parsed::DecodeGimpPattern(bytes, bmp)) Touch(bmp);
+}
+
+// Eight bytes of layout (width and height little-endian 16-bit, format, row alignment, flags,
+// header size), then the data.
+void Raw(std::string_view bytes) {
+  if (bytes.size() < 8) return;
+  const auto* b = reinterpret_cast<const uint8_t*>(bytes.data());
+  static constexpr TIEPixelFormat kFormats[] = {TIEPixelFormat::ie1g,    TIEPixelFormat::ie8g,
+                                                TIEPixelFormat::ie16g,   TIEPixelFormat::ie24RGB,
+                                                TIEPixelFormat::ie48RGB, TIEPixelFormat::ieCMYK};
+  pictavo::imaging::TIORawLayout layout;
+  layout.width = b[0] | b[1] << 8;
+  layout.height = b[2] | b[3] << 8;
+  layout.format = kFormats[b[4] % 6];
+  layout.row_align = 1 << (b[5] % 3);
+  layout.bgr = b[6] & 1;
+  layout.bottom_up = b[6] & 2;
+  layout.big_endian = b[6] & 4;
+  layout.header_bytes = b[7];
+  TIEBitmap bmp;
+  if (pictavo::imaging::codecs::DecodeRaw(b + 8, bytes.size() - 8, layout, bmp).ok()) Touch(bmp);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  // Pictures as large as a job allows would only test the allocator: a smaller cap keeps every
+  // input within libFuzzer's memory limit and the parsers' checks in reach.
+  pictavo::tools::JobLimits limits;
+  limits.max_pixels = 16u << 20;
+  limits.max_memory_mb = 256;
+  pictavo::tools::SetJobLimits(limits);
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  PICTAVO_FUZZ_READ(std::string_view(reinterpret_cast<const char*>(data), size));
+  return 0;
+}
