@@ -2,11 +2,15 @@
 // scratch folder and runs pictavo-engine on them with the console view, printing its log.
 #include "cli/cmd_convert.h"
 
+#include <climits>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -17,6 +21,7 @@
 #include "platform/console.h"
 #include "platform/fs.h"
 #include "platform/text_encoding.h"
+#include "settings/mem_ini_file.h"
 #include "settings/settings_overrides.h"
 
 namespace pictavo::cli {
@@ -116,6 +121,47 @@ int DryRun(const std::vector<std::string>& inputs, const settings::TMainSettings
   return collisions == 0 ? 0 : 1;
 }
 
+// A "--set Limits/KEY=N" for one of the job's limits, which live beside the settings record in
+// the job file; nullopt for any other key. A value that is not a whole number reads as -1.
+struct LimitOverride {
+  std::string key;
+  int value = -1;
+};
+
+std::optional<LimitOverride> ParseLimitOverride(const std::string& text) {
+  const size_t slash = text.find('/'), eq = text.find('=');
+  if (slash == std::string::npos || eq == std::string::npos || slash > eq ||
+      platform::AsciiLower(text.substr(0, slash)) != platform::AsciiLower(tools::kLimitsSection))
+    return std::nullopt;
+  const std::string key = text.substr(slash + 1, eq - slash - 1);
+  for (const char* known : tools::kLimitKeys) {
+    if (platform::AsciiLower(key) != platform::AsciiLower(known)) continue;
+    LimitOverride out{known, -1};
+    const std::string value = text.substr(eq + 1);
+    char* end = nullptr;
+    const long n = std::strtol(value.c_str(), &end, 10);
+    if (!value.empty() && *end == '\0' && n >= 0 && n <= INT32_MAX) out.value = static_cast<int>(n);
+    return out;
+  }
+  return std::nullopt;
+}
+
+// The job's limits: those of the --config file, then the --set ones, into the job file.
+Status WriteLimits(const std::string& cfg, const std::string& config,
+                   const std::vector<LimitOverride>& limits) {
+  settings::MemIniFile from_config;
+  if (!config.empty()) (void)from_config.Load(config);
+  if (limits.empty() && !from_config.SectionExists(tools::kLimitsSection)) return Status::OK();
+  settings::MemIniFile job;
+  if (Status st = job.Load(cfg); !st.ok()) return st;
+  for (const char* key : tools::kLimitKeys)
+    if (std::optional<std::string> v = from_config.Find(tools::kLimitsSection, key))
+      job.WriteString(tools::kLimitsSection, key, *v);
+  for (const LimitOverride& limit : limits)
+    job.WriteInteger(tools::kLimitsSection, limit.key, limit.value);
+  return job.Save(cfg);
+}
+
 }  // namespace
 
 int CmdConvert(const Args& args) {
@@ -125,6 +171,7 @@ int CmdConvert(const Args& args) {
   }
   std::vector<std::string> inputs;
   std::vector<settings::SettingOverride> overrides;
+  std::vector<LimitOverride> limits;
   std::string to, output, actions, config;
   bool gui = false, dry_run = false, check = false;
   for (size_t i = 0; i < args.size(); ++i) {
@@ -138,8 +185,12 @@ int CmdConvert(const Args& args) {
       if (a == "--actions") actions = v;
       if (a == "--config") config = v;
       if (a == "--set") {
-        if (Status s = settings::AddSettingOverride(v, overrides); !s.ok())
+        if (std::optional<LimitOverride> limit = ParseLimitOverride(v)) {
+          if (limit->value < 0) return Usage("'" + v + "' is not a whole number of 0 or more");
+          limits.push_back(*limit);
+        } else if (Status s = settings::AddSettingOverride(v, overrides); !s.ok()) {
           return Usage(s.message());
+        }
       }
     } else if (a == "--gui") {
       gui = true;
@@ -193,6 +244,7 @@ int CmdConvert(const Args& args) {
   s.main.use_file_list = lst;
   Status written = platform::WriteFileAtomic(lst, list);
   if (written.ok()) written = s.write_ini_settings(cfg, 1);  // 1: with "Main"/"Language"
+  if (written.ok()) written = WriteLimits(cfg, config, limits);
   if (written.ok() && !actions.empty()) {
     fs::copy_file(actions, act, fs::copy_options::overwrite_existing, ec);
     if (ec) written = Status::Error("cannot copy " + actions + ": " + ec.message());

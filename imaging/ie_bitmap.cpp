@@ -233,7 +233,7 @@ pictavo::Status TIEBitmap::Allocate(int width, int height, TIEPixelFormat format
   if (std::string why = tools::PictureOverLimits(static_cast<uint64_t>(width),
                                                  static_cast<uint64_t>(height), total);
       !why.empty())
-    return pictavo::Status::Error(why);
+    return pictavo::Status::Error(why, tools::kOverJobLimit);
   try {
     pixels_.reserve(static_cast<size_t>(total) + static_cast<size_t>(height));
     pixels_.assign(static_cast<size_t>(total), 0);

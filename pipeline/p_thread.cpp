@@ -60,7 +60,10 @@ std::string OneDecimal(double seconds) {
 std::string OverJobLimits(const std::string& file) {
   imaging::TIEBitmap probe;
   imaging::TImageEnIO io(&probe);
-  if (!io.ParamsFromFile(file).ok()) return {};
+  // A decoder that refuses the header for the pixel cap says so itself; any other failure is
+  // the reader chain's to report.
+  if (pictavo::Status st = io.ParamsFromFile(file); !st.ok())
+    return st.code() == tools::kOverJobLimit ? st.message() : std::string();
   const uint64_t w = static_cast<uint64_t>(std::max(0, io.Params().Width));
   const uint64_t h = static_cast<uint64_t>(std::max(0, io.Params().Height));
   const uint64_t bits = static_cast<uint64_t>(std::max(1, io.Params().BitsPerSample)) *

@@ -49,8 +49,15 @@ struct JobLimits {
   uint64_t max_unpacked_mb = 4096;
 };
 inline constexpr char kMaxUnpackedVariable[] = "PICTAVO_MAX_UNPACKED_MB";
+// Where a job's settings file keeps them: whole numbers under these keys, 0 or none = default.
+inline constexpr char kLimitsSection[] = "Limits";
+inline constexpr const char* kLimitKeys[] = {"Tool_timeout", "Max_megapixels", "Max_memory_mb",
+                                             "Max_unpacked_mb"};
 void SetJobLimits(const JobLimits& limits);
 JobLimits CurrentJobLimits();
+
+// The code of a Status that refuses a picture for a job limit (its message names the limit).
+inline constexpr int kOverJobLimit = 2;
 
 // Why a picture of width x height pixels whose pixels take `bytes` may not be made in-process,
 // naming the setting that would allow it; empty when it is within the job's limits.

@@ -113,5 +113,32 @@ TEST_F(PictavoCommand, NameAndPages) {
   EXPECT_EQ(Pictavo("pages --count 3").code, 2);
 }
 
+// The job's limits are no settings of the record, yet `convert` takes them from --set and keeps
+// those of a --config file; a later --set wins.
+TEST_F(PictavoCommand, ConvertTakesTheJobLimits) {
+  const std::string ppm = dir_.file("big.ppm");
+  std::ofstream(ppm, std::ios::binary) << "P6\n1200 1000\n255\n" << std::string(3600000, '\x40');
+  const std::string out = dir_.file("out");
+  auto convert = [&](const std::string& extra) {
+    return Pictavo("convert '" + ppm + "' --to png --output '" + out + "' " + extra);
+  };
+  CommandResult r = convert("--set Limits/Max_memory_mb=2");
+  EXPECT_EQ(r.code, 1);
+  EXPECT_NE(r.out.find("1200 x 1000 pixels take 4 MB, above the limit of 2 MB"), std::string::npos)
+      << r.out << r.err;
+
+  const std::string cfg = dir_.file("limits.cfg");
+  ASSERT_TRUE(platform::WriteTextFileUtf16(cfg, "[Limits]\nMax_megapixels=1\n").ok());
+  r = convert("--config '" + cfg + "'");
+  EXPECT_EQ(r.code, 1);
+  EXPECT_NE(r.out.find("above the limit of 1 megapixels"), std::string::npos) << r.out << r.err;
+  r = convert("--config '" + cfg + "' --set limits/max_megapixels=0");
+  EXPECT_EQ(r.code, 0) << r.out << r.err;
+  EXPECT_TRUE(platform::FileExists(out + "/big.png"));
+
+  EXPECT_EQ(convert("--set Limits/Max_memory_mb=lots").code, 2);
+  EXPECT_EQ(convert("--set Limits/Max_colours=3").code, 2);  // not a limit, not a setting
+}
+
 }  // namespace
 }  // namespace pictavo::cli
