@@ -15,6 +15,12 @@ namespace pictavo::imaging::metadata {
 namespace {
 
 std::mutex g_xmp_mutex;
+// exiv2 0.27 reads and writes XMP through the XMP toolkit, which is not safe for two threads at
+// once even with the lock above (that one guards namespace registration only): two workers
+// writing pictures with XMP failed now and then, and a failed read silently drops the
+// metadata. Every exiv2 read and write therefore runs one at a time; it is a small part of a
+// file's time.
+std::mutex g_exiv2_mutex;
 
 void LockXmp(void*, bool lock) {
   if (lock)
@@ -237,6 +243,7 @@ void ReadMetadata(const uint8_t* data, size_t size, TIOParamsVals& params) {
   params.IPTC_Info.clear();
   params.XMP_Info.clear();
   try {
+    const std::lock_guard<std::mutex> one_at_a_time(g_exiv2_mutex);
     ReadImpl(data, size, params);
   } catch (...) {
     // Metadata is optional: a damaged block is dropped and the picture still loads.
@@ -255,6 +262,7 @@ pictavo::Status WriteMetadata(std::vector<uint8_t>& file, const TIOParamsVals& p
   InitOnce();
   std::vector<uint8_t> work = file;
   try {
+    const std::lock_guard<std::mutex> one_at_a_time(g_exiv2_mutex);
     WriteImpl(work, params);
   } catch (const std::exception& e) {
     return pictavo::Status::Error(std::string("metadata cannot be written: ") + e.what());
