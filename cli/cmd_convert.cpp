@@ -2,11 +2,8 @@
 // scratch folder and runs pictavo-engine on them with the console view, printing its log.
 #include "cli/cmd_convert.h"
 
-#include <climits>
 #include <csignal>
-#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -129,19 +126,13 @@ struct LimitOverride {
 };
 
 std::optional<LimitOverride> ParseLimitOverride(const std::string& text) {
-  const size_t slash = text.find('/'), eq = text.find('=');
-  if (slash == std::string::npos || eq == std::string::npos || slash > eq ||
-      platform::AsciiLower(text.substr(0, slash)) != platform::AsciiLower(tools::kLimitsSection))
-    return std::nullopt;
-  const std::string key = text.substr(slash + 1, eq - slash - 1);
+  const std::optional<settings::SettingOverride> split = settings::SplitSettingOverride(text);
+  if (!split || !platform::EqualsNoCase(split->section, tools::kLimitsSection)) return std::nullopt;
   for (const char* known : tools::kLimitKeys) {
-    if (platform::AsciiLower(key) != platform::AsciiLower(known)) continue;
-    LimitOverride out{known, -1};
-    const std::string value = text.substr(eq + 1);
-    char* end = nullptr;
-    const long n = std::strtol(value.c_str(), &end, 10);
-    if (!value.empty() && *end == '\0' && n >= 0 && n <= INT32_MAX) out.value = static_cast<int>(n);
-    return out;
+    if (!platform::EqualsNoCase(split->key, known)) continue;
+    // Read as the engine reads the job file.
+    const std::optional<int> n = settings::ParseInteger(split->value);
+    return LimitOverride{known, n && *n >= 0 ? *n : -1};
   }
   return std::nullopt;
 }

@@ -43,19 +43,24 @@ bool IsReadableSettingKey(std::string_view section, std::string_view key) {
   return found;
 }
 
-Status AddSettingOverride(std::string_view text, std::vector<SettingOverride>& overrides) {
-  SettingOverride out;
+std::optional<SettingOverride> SplitSettingOverride(std::string_view text) {
   const size_t slash = text.find('/');
   const size_t eq = text.find('=');
   if (slash == std::string_view::npos || eq == std::string_view::npos || slash > eq || slash == 0 ||
       eq == slash + 1)
+    return std::nullopt;
+  return SettingOverride{std::string(text.substr(0, slash)),
+                         std::string(text.substr(slash + 1, eq - slash - 1)),
+                         std::string(text.substr(eq + 1))};
+}
+
+Status AddSettingOverride(std::string_view text, std::vector<SettingOverride>& overrides) {
+  std::optional<SettingOverride> out = SplitSettingOverride(text);
+  if (!out)
     return Status::Error("'" + std::string(text) + "' is not of the form Section/Key=VALUE");
-  out.section = std::string(text.substr(0, slash));
-  out.key = std::string(text.substr(slash + 1, eq - slash - 1));
-  out.value = std::string(text.substr(eq + 1));
-  if (!IsReadableSettingKey(out.section, out.key))
-    return Status::Error("'" + out.section + "/" + out.key + "' is not a settings key");
-  overrides.push_back(std::move(out));
+  if (!IsReadableSettingKey(out->section, out->key))
+    return Status::Error("'" + out->section + "/" + out->key + "' is not a settings key");
+  overrides.push_back(std::move(*out));
   return Status::OK();
 }
 

@@ -21,6 +21,9 @@ struct SettingOverride {
 // numbered list keys of any number. "Main"/"Name" and "Thumbnails"/"Count_more" are not read.
 bool IsReadableSettingKey(std::string_view section, std::string_view key);
 
+// "Section/Key=VALUE" split into its parts; nullopt when the text is not of that form.
+std::optional<SettingOverride> SplitSettingOverride(std::string_view text);
+
 // Parses "Section/Key=VALUE" and appends it; the error names what is wrong (nothing appended).
 Status AddSettingOverride(std::string_view text, std::vector<SettingOverride>& overrides);
 
