@@ -107,6 +107,11 @@ std::string AbovePixelLimit(uint64_t max_pixels) {
          " megapixels (\"Limits\"/\"Max_megapixels\")";
 }
 
+std::string PixelsAboveLimit(uint64_t width, uint64_t height, uint64_t max_pixels) {
+  return std::to_string(width) + " x " + std::to_string(height) + " pixels is" +
+         AbovePixelLimit(max_pixels);
+}
+
 std::string PictureOverLimits(uint64_t width, uint64_t height, uint64_t bytes) {
   // Called for every picture made: nothing is formatted unless a limit is hit.
   constexpr uint64_t kMiB = uint64_t{1} << 20;
@@ -114,11 +119,11 @@ std::string PictureOverLimits(uint64_t width, uint64_t height, uint64_t bytes) {
   const uint64_t max_mb = g_max_memory_mb.load();
   const bool too_many_pixels = width * height > max_pixels;
   if (!too_many_pixels && (max_mb == 0 || bytes <= max_mb * kMiB)) return {};
-  const std::string size = std::to_string(width) + " x " + std::to_string(height) + " pixels";
-  t_last_limit_hit = too_many_pixels ? size + " is" + AbovePixelLimit(max_pixels)
-                                     : size + " take " + std::to_string((bytes + kMiB - 1) / kMiB) +
-                                           " MB, above the limit of " + std::to_string(max_mb) +
-                                           " MB (\"Limits\"/\"Max_memory_mb\")";
+  t_last_limit_hit =
+      too_many_pixels ? PixelsAboveLimit(width, height, max_pixels)
+                      : std::to_string(width) + " x " + std::to_string(height) + " pixels take " +
+                            std::to_string((bytes + kMiB - 1) / kMiB) + " MB, above the limit of " +
+                            std::to_string(max_mb) + " MB (\"Limits\"/\"Max_memory_mb\")";
   return t_last_limit_hit;
 }
 

@@ -68,6 +68,8 @@ std::string TakeLastLimitHit();
 // " above the limit of N megapixels (\"Limits\"/\"Max_megapixels\")", for callers that measure
 // something else in pixels (a page at a resolution).
 std::string AbovePixelLimit(uint64_t max_pixels);
+// "W x H pixels is above the limit of N megapixels (...)": a picture over a pixel cap.
+std::string PixelsAboveLimit(uint64_t width, uint64_t height, uint64_t max_pixels);
 
 // Value returned when the program could not be started.
 inline constexpr int kNotStarted = -1;

@@ -1,7 +1,5 @@
 #include "imaging/codecs/codec.h"
 
-#include <string>
-
 #include "engine/tools/runner.h"
 
 namespace pictavo::imaging::codecs {
@@ -11,9 +9,10 @@ pictavo::Status CheckDimensions(int64_t width, int64_t height, uint64_t max_pixe
   if (width > kMaxBitmapSide || height > kMaxBitmapSide)
     return pictavo::Status::Error("picture is too large");
   if (static_cast<uint64_t>(width) * static_cast<uint64_t>(height) > max_pixels)
-    return pictavo::Status::Error(std::to_string(width) + " x " + std::to_string(height) +
-                                      " pixels is" + tools::AbovePixelLimit(max_pixels),
-                                  tools::kOverJobLimit);
+    return pictavo::Status::Error(
+        tools::PixelsAboveLimit(static_cast<uint64_t>(width), static_cast<uint64_t>(height),
+                                max_pixels),
+        tools::kOverJobLimit);
   return pictavo::Status::OK();
 }
 
