@@ -101,14 +101,15 @@ int SavePictures(TZubRead& r, const std::vector<std::string>& pictures) {
 }
 
 int SaveLoaded(TZubRead& r, imaging::TImageEnIO& io) {
+  // SaveToFile writes under a scratch name itself; a TIFF page is appended to a file of its own
+  // first, as SavePictures does, so that no half file stands under out_file.
+  if (!IsTiffName(r.out_file)) return io.SaveToFile(r.out_file).ok() && FileOk(r.out_file) ? 0 : 1;
   std::error_code ec;
-  const std::string partial = r.out_file + ".part" + LowerExt(r.out_file);
+  const std::string partial = r.out_file + ".part.tif";
   fs::remove(partial, ec);
-  const bool saved =
-      (IsTiffName(r.out_file) ? io.InsertToFileTIFF(partial) : io.SaveToFile(partial)).ok();
-  if (saved) fs::rename(partial, r.out_file, ec);
+  if (io.InsertToFileTIFF(partial).ok()) fs::rename(partial, r.out_file, ec);
   fs::remove(partial, ec);
-  return saved && FileOk(r.out_file) ? 0 : 1;
+  return FileOk(r.out_file) ? 0 : 1;
 }
 
 int HandOnTiffs(TZubRead& r, const std::vector<std::string>& tiffs) {
