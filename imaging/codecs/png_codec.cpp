@@ -167,7 +167,7 @@ void FilterInPlace(const WriteSetup& s, std::vector<uint8_t>& rows, size_t row_b
   const size_t bpp = std::max<size_t>(1, BytesPerPixel(s));
   rows.resize(row_bytes * h + h);
   uint8_t* data = rows.data();
-  std::vector<uint8_t> zeros(row_bytes);
+  std::vector<uint8_t> zeros(s.filter_none ? 0 : row_bytes);  // the row above the first
   std::vector<uint8_t> scratch(s.filter_none ? 0 : 4 * row_bytes);
   // 16-bit samples are filtered big-endian: row y and the one above it, swapped aside.
   std::vector<uint8_t> swapped(s.bit_depth == 16 ? 2 * row_bytes : 0);
