@@ -27,6 +27,19 @@ struct Stitch {
   int color;
 };
 
+// The bits of a stitch record that move the needle: byte of the record, mask, move in 0.1 mm.
+struct StitchBit {
+  int byte;
+  uint8_t mask;
+  int dx, dy;
+};
+constexpr StitchBit kStitchBits[] = {
+    {0, 0x01, 1, 0},   {0, 0x02, -1, 0},  {0, 0x04, 9, 0},   {0, 0x08, -9, 0}, {0, 0x80, 0, 1},
+    {0, 0x40, 0, -1},  {0, 0x20, 0, 9},   {0, 0x10, 0, -9},  {1, 0x01, 3, 0},  {1, 0x02, -3, 0},
+    {1, 0x04, 27, 0},  {1, 0x08, -27, 0}, {1, 0x80, 0, 3},   {1, 0x40, 0, -3}, {1, 0x20, 0, 27},
+    {1, 0x10, 0, -27}, {2, 0x04, 81, 0},  {2, 0x08, -81, 0}, {2, 0x20, 0, 81}, {2, 0x10, 0, -81},
+};
+
 // Decodes the 3-byte stitch records that follow the 512-byte header. Each record carries a move
 // in 0.1 mm as sums of +-1, 3, 9, 27 and 81 units per axis (Y grows upwards), and flags in the
 // third byte: end of design, colour change, jump.
@@ -35,33 +48,10 @@ std::vector<Stitch> DecodeDst(std::string_view bytes) {
   int64_t x = 0, y = 0;
   int color = 0;
   for (size_t pos = 512; pos + 3 <= bytes.size(); pos += 3) {
-    const auto b0 = static_cast<uint8_t>(bytes[pos]);
-    const auto b1 = static_cast<uint8_t>(bytes[pos + 1]);
-    const auto b2 = static_cast<uint8_t>(bytes[pos + 2]);
+    const auto b2 = static_cast<uint8_t>(bytes[pos + 2]);  // also the record's flags
     if ((b2 & 0xF3) == 0xF3) break;
-    int dx = 0, dy = 0;
-    if (b0 & 0x01) dx += 1;
-    if (b0 & 0x02) dx -= 1;
-    if (b0 & 0x04) dx += 9;
-    if (b0 & 0x08) dx -= 9;
-    if (b0 & 0x80) dy += 1;
-    if (b0 & 0x40) dy -= 1;
-    if (b0 & 0x20) dy += 9;
-    if (b0 & 0x10) dy -= 9;
-    if (b1 & 0x01) dx += 3;
-    if (b1 & 0x02) dx -= 3;
-    if (b1 & 0x04) dx += 27;
-    if (b1 & 0x08) dx -= 27;
-    if (b1 & 0x80) dy += 3;
-    if (b1 & 0x40) dy -= 3;
-    if (b1 & 0x20) dy += 27;
-    if (b1 & 0x10) dy -= 27;
-    if (b2 & 0x04) dx += 81;
-    if (b2 & 0x08) dx -= 81;
-    if (b2 & 0x20) dy += 81;
-    if (b2 & 0x10) dy -= 81;
-    x += dx;
-    y += dy;
+    for (const StitchBit& bit : kStitchBits)
+      if (static_cast<uint8_t>(bytes[pos + bit.byte]) & bit.mask) x += bit.dx, y += bit.dy;
     if ((b2 & 0xC3) == 0xC3) {
       ++color;
       stitches.push_back({x, y, true, color});

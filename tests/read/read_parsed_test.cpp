@@ -12,6 +12,7 @@
 #include "imaging/ie_bitmap.h"
 #include "imaging/ie_io.h"
 #include "platform/fs.h"
+#include "read/parsed_formats.h"
 #include "read/read_routes.h"
 #include "read/zub_read.h"
 #include "settings/main_settings.h"
@@ -105,6 +106,37 @@ std::string Pattern(uint32_t w, uint32_t h, uint32_t depth, const std::string& p
   PutBe32(b, depth);
   b += "GPAT" + name + '\0';
   return b + pixels;
+}
+
+// Every move bit of a stitch record, then a jump and a colour change: the design's extent sets
+// the picture's size (0.1 mm a pixel, 2 mm margins), stitches are drawn in their block's thread
+// colour, jumps are not drawn.
+TEST(DstDesign, StitchMovesJumpsAndColours) {
+  std::string dst = "LA:test" + std::string(505, ' ');
+  auto record = [&](uint8_t b0, uint8_t b1, uint8_t b2) {
+    dst += static_cast<char>(b0), dst += static_cast<char>(b1), dst += static_cast<char>(b2 | 3);
+  };
+  record(0x01 | 0x04, 0x01 | 0x04, 0x04);  // x + 1 + 9 + 3 + 27 + 81 = 121
+  record(0x80 | 0x20, 0x80 | 0x20, 0x20);  // y + 121
+  record(0x02 | 0x08, 0x02 | 0x08, 0x08);  // x - 121
+  record(0x00, 0x00, 0x80);                // a jump that does not move
+  record(0x00, 0x00, 0xC0);                // a colour change
+  record(0x40 | 0x10, 0x40 | 0x10, 0x10);  // y - 121 in the second colour
+  dst += std::string("\0\0\xF3", 3);
+  record(0x01, 0, 0);  // after the end of the design: ignored
+  imaging::TIEBitmap bmp;
+  ASSERT_TRUE(parsed::DrawDst(dst, bmp));
+  EXPECT_EQ(bmp.Width(), 121 + 40);
+  EXPECT_EQ(bmp.Height(), 121 + 40);
+  // Lines join the stitches' end points (Y up): the right and top edges in black, the left one
+  // in the second thread's red; the bottom edge is the first record's move, from the start.
+  EXPECT_EQ(bmp.GetPixels_ie24RGB(141, 80), (imaging::TRGB{0, 0, 0}));
+  EXPECT_EQ(bmp.GetPixels_ie24RGB(80, 20), (imaging::TRGB{0, 0, 0}));
+  EXPECT_EQ(bmp.GetPixels_ie24RGB(20, 80), (imaging::TRGB{200, 30, 30}));
+  EXPECT_EQ(bmp.GetPixels_ie24RGB(80, 141), (imaging::TRGB{255, 255, 255}));
+  EXPECT_EQ(bmp.GetPixels_ie24RGB(5, 5), (imaging::TRGB{255, 255, 255}));
+  EXPECT_FALSE(parsed::DrawDst(dst.substr(0, 514), bmp));
+  EXPECT_FALSE(parsed::DrawDst("XX" + dst.substr(2), bmp));
 }
 
 TEST_F(ParsedRead, GimpPatternsInEveryDepth) {
