@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "engine/tools/runner.h"
+#include "fuzz/fuzz_touch.h"
 #include "imaging/codecs/bmp_codec.h"
 #include "imaging/codecs/gif_codec.h"
 #include "imaging/codecs/ico_codec.h"
@@ -36,12 +37,7 @@ void Decode(const uint8_t* data, size_t size, int frame, bool params_only) {
   TIOParamsVals params;
   const pictavo::Status st =
       codecs::PICTAVO_FUZZ_DECODER(data, size, opt, params_only ? nullptr : &bmp, params);
-  if (!st.ok() || bmp.IsEmpty()) return;
-  // Touch the last byte of the picture (and of its alpha plane) so that the sanitizer sees a
-  // bitmap whose size disagrees with its memory.
-  volatile uint8_t sink = bmp.Scanline(bmp.Height() - 1)[bmp.RowLen() - 1];
-  if (bmp.HasAlphaChannel()) sink = bmp.AlphaScanline(bmp.Height() - 1)[bmp.Width() - 1];
-  (void)sink;
+  if (st.ok()) pictavo::fuzz::TouchLastBytes(bmp);
 }
 
 }  // namespace

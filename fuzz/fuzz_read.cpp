@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "engine/tools/runner.h"
+#include "fuzz/fuzz_touch.h"
 #include "imaging/codecs/bmp_codec.h"
 #include "imaging/ie_io.h"
 #include "read/parsed_formats.h"
@@ -16,30 +17,23 @@ using pictavo::imaging::TIEPixelFormat;
 
 namespace {
 
-// Touches the last byte of the picture and of its alpha plane, so that the sanitizer sees a
-// bitmap whose size disagrees with its memory.
-void Touch(const TIEBitmap& bmp) {
-  if (bmp.IsEmpty()) return;
-  volatile uint8_t sink = bmp.Scanline(bmp.Height() - 1)[bmp.RowLen() - 1];
-  if (bmp.HasAlphaChannel()) sink = bmp.AlphaScanline(bmp.Height() - 1)[bmp.Width() - 1];
-  (void)sink;
-}
+using pictavo::fuzz::TouchLastBytes;
 
 void Psp(std::string_view bytes) {
   pictavo::reader::psp::Document doc;
   if (!doc.Open(bytes, pictavo::tools::CurrentJobLimits().max_pixels)) return;
   TIEBitmap bmp;
-  if (doc.Flatten(bmp)) Touch(bmp);
+  if (doc.Flatten(bmp)) TouchLastBytes(bmp);
 }
 
 void Dst(std::string_view bytes) {
   TIEBitmap bmp;
-  if (pictavo::reader::parsed::DrawDst(bytes, bmp)) Touch(bmp);
+  if (pictavo::reader::parsed::DrawDst(bytes, bmp)) TouchLastBytes(bmp);
 }
 
 void Pat(std::string_view bytes) {
   TIEBitmap bmp;
-  if (pictavo::reader::parsed::DecodeGimpPattern(bytes, bmp)) Touch(bmp);
+  if (pictavo::reader::parsed::DecodeGimpPattern(bytes, bmp)) TouchLastBytes(bmp);
 }
 
 // Eight bytes of layout (width and height little-endian 16-bit, format, row alignment, flags,
@@ -60,7 +54,8 @@ void Raw(std::string_view bytes) {
   layout.big_endian = b[6] & 4;
   layout.header_bytes = b[7];
   TIEBitmap bmp;
-  if (pictavo::imaging::codecs::DecodeRaw(b + 8, bytes.size() - 8, layout, bmp).ok()) Touch(bmp);
+  if (pictavo::imaging::codecs::DecodeRaw(b + 8, bytes.size() - 8, layout, bmp).ok())
+    TouchLastBytes(bmp);
 }
 
 }  // namespace
