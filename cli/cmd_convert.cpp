@@ -55,6 +55,19 @@ std::string Absolute(const std::string& path) {
   return ec ? path : p.lexically_normal().string();
 }
 
+// The engine's list of failed and skipped files, to standard error: "failed: FILE: REASON".
+void PrintFailures(const std::string& report) {
+  std::ifstream in(report, std::ios::binary);
+  std::string line;
+  while (std::getline(in, line)) {
+    const size_t a = line.find('\t');
+    const size_t b = a == std::string::npos ? a : line.find('\t', a + 1);
+    if (b == std::string::npos) continue;
+    std::fprintf(stderr, "pictavo convert: %s: %s: %s\n", line.substr(0, a).c_str(),
+                 line.substr(a + 1, b - a - 1).c_str(), line.substr(b + 1).c_str());
+  }
+}
+
 // The engine's output, copied to our stdout while the engine runs. The runner calls the pump
 // with no argument, so its state is this one process-wide record (one job per process).
 struct LogTail {
@@ -254,6 +267,8 @@ int CmdConvert(const Args& args) {
     return 1;
   }
   platform::SetEnvironmentVariable("PICTAVO_UI", gui ? "gui" : "console");
+  const std::string report = job_folder + "report.tsv";
+  platform::SetEnvironmentVariable(engine::kReportFileVariable, report);
   std::string command = tools::Quoted(engine) + (check ? " 21 " : " 11 ") + tools::Quoted(cfg);
   if (!actions.empty()) command += " " + tools::Quoted(act);
   command += " > " + tools::Quoted(log) + " 2>&1";
@@ -268,6 +283,7 @@ int CmdConvert(const Args& args) {
   tools::SetEventPump(nullptr);
   ShowNewOutput();
   Tail().file.clear();
+  PrintFailures(report);
   fs::remove_all(job_folder, ec);
   if (tools::StopFlag().load()) {
     std::fprintf(stderr,

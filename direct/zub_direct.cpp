@@ -1,5 +1,6 @@
 #include "direct/zub_direct.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -7,12 +8,14 @@
 #include <system_error>
 
 #include "direct/direct_rows.h"
+#include "direct/result_check.h"
 #include "direct/routines.h"
 #include "engine/tools/probes.h"
 #include "engine/tools/runner.h"
 #include "engine/tools/temp_names.h"
 #include "engine/tools/tool_manifest.h"
 #include "engine/tools/tool_paths.h"
+#include "engine/tools/trouble.h"
 #include "platform/fs.h"
 #include "platform/text_encoding.h"
 
@@ -72,9 +75,8 @@ std::string TZubDirect::Tool(std::string_view name) const {
 }
 
 bool TZubDirect::HasTool(std::string_view name) {
-  std::error_code ec;
-  if (fs::exists(Tool(name), ec)) return true;
-  error_text = tools::MissingToolMessage(name);
+  if (tools::ToolPresent(Tool(name), name)) return true;
+  if (error_text.empty()) error_text = tools::MissingToolMessage(name);
   return false;
 }
 
@@ -312,6 +314,18 @@ int32_t RunRow(TZubDirect& self, const DirectRow& row) {
 
 // ---- Direct -----------------------------------------------------------------------------------
 
+pictavo::Status TZubDirect::Run() {
+  tools::TroubleRecorder trouble;
+  const int32_t code = Direct();
+  if (code == 0) return pictavo::Status::OK();
+  const std::string reason = trouble.Reason();
+  // A refused result or a tool ended by the time-out says more than a routine's own guess.
+  const bool deeper = trouble.Has(tools::Trouble::kResultRejected) ||
+                      trouble.Has(tools::Trouble::kToolEnded) ||
+                      trouble.Has(tools::Trouble::kLimit);
+  return pictavo::Status::Error(error_text.empty() || deeper ? reason : error_text, code);
+}
+
 int32_t TZubDirect::Direct() {
   fonts_replaced = svg_round_trip = ai_output = pdf_mode = false;
   first_page = last_page = -1;
@@ -343,6 +357,21 @@ int32_t TZubDirect::Direct() {
 
   if (!work_dest.empty()) {
     wpdf(*this, work_dest);
+    // The result counts only when it holds what the source holds; otherwise it is no result.
+    if (status == 0 && !row_runner && Produced(work_dest)) {
+      std::vector<std::string> outputs{work_dest};
+      for (const auto& f : more_files)
+        if (std::find(outputs.begin(), outputs.end(), f.file_name) == outputs.end())
+          outputs.push_back(f.file_name);
+      const Status checked =
+          CheckDirectResult(*this, given_src, work_dest, static_cast<int>(outputs.size()));
+      if (!checked.ok()) {
+        tools::NoteTrouble(tools::Trouble::kResultRejected, checked.message());
+        for (const std::string& f : outputs) Remove(f);
+        more_files.clear();
+        status = kDirectFailed;
+      }
+    }
     dest_file = final_dest;
     // Outputs of the first layer or page may have been handed on under the scratch name.
     for (auto& f : more_files)

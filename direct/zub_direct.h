@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "pipeline/written_files.h"
+#include "platform/status.h"
 #include "settings/main_settings.h"
 
 namespace pictavo::direct {
@@ -41,6 +42,9 @@ class TZubDirect {
   // The status of the routine that ran (0 success), or 99 when no pair matches (nothing is left
   // behind then).
   int32_t Direct();
+  // Direct() as one status value: its code, and on failure the first specific reason (the
+  // routine's own error_text first, then a missing tool, a tool's complaint, a refused result).
+  pictavo::Status Run();
 
   // ---- State of one call (cleared by Direct at entry) ----
   std::string src_ext, dest_ext;  // bare lower-case words ("pdf")

@@ -9,6 +9,7 @@
 
 #include "edit/action_table.h"
 #include "engine/tools/runner.h"
+#include "engine/tools/trouble.h"
 #include "imaging/ie_icc.h"
 #include "imaging/ie_io.h"
 #include "imaging/ie_proc.h"
@@ -94,6 +95,16 @@ bool HeaderRulesOutAlpha(const std::string& file) {
   }
 }
 
+pictavo::Status TZubEdit::Run(std::string& log, const std::string& done_text,
+                              const std::string& page_label, const std::string& skipped_text,
+                              const std::string& failed_text) {
+  tools::TroubleRecorder trouble;
+  if (Edit(log, done_text, page_label, skipped_text, failed_text) != 3) return Status::OK();
+  std::string reason = trouble.Reason();
+  if (reason.empty()) reason = "the picture has no width or height";
+  return Status::Error(reason, 3);
+}
+
 int TZubEdit::Edit(std::string& log, const std::string& done_text, const std::string& page_label,
                    const std::string& skipped_text, const std::string& failed_text) {
   log.clear();
@@ -120,7 +131,10 @@ int TZubEdit::Edit(std::string& log, const std::string& done_text, const std::st
   if (list.empty()) return 0;
 
   if (transparency_only && HeaderRulesOutAlpha(work_file)) return 33;
-  if (!io->LoadFromFile(work_file).ok()) return bmp->IsEmpty() ? 3 : 0;
+  if (Status loaded = io->LoadFromFile(work_file); !loaded.ok()) {
+    tools::NoteTrouble(tools::Trouble::kDecoder, loaded.message());
+    return bmp->IsEmpty() ? 3 : 0;
+  }
   int pages = 1;
   const std::string ext = Extension(work_file);
   const bool tiff = ext == ".tif" || ext == ".tiff";

@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include "platform/status.h"
 #include "settings/main_settings.h"
 
 namespace pictavo::editing {
@@ -29,6 +30,10 @@ class TZubEdit {
   // text) and, for multi-page files, a header per page ("     " + page label + " " + page + ":").
   int Edit(std::string& log, const std::string& done_text, const std::string& page_label,
            const std::string& skipped_text, const std::string& failed_text);
+  // Edit() as one status value: 3 with the first specific reason when the picture could not be
+  // edited; OK otherwise (33, nothing to do, is no failure).
+  pictavo::Status Run(std::string& log, const std::string& done_text, const std::string& page_label,
+                      const std::string& skipped_text, const std::string& failed_text);
 };
 
 // True when the file's header shows a first picture without alpha (a transparent colour counts

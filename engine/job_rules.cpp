@@ -72,6 +72,33 @@ std::string FormatSummary(int done, int total, int64_t elapsed_ms,
   return out;
 }
 
+std::string FormatOutcomes(const std::vector<pipeline::FileOutcome>& outcomes,
+                           const settings::MessageTable& m) {
+  using Kind = pipeline::FileOutcome::Kind;
+  std::string failed;
+  int skipped = 0;
+  for (const pipeline::FileOutcome& o : outcomes) {
+    if (o.kind == Kind::kSkipped) ++skipped;
+    if (o.kind != Kind::kFailed) continue;
+    failed += "\r\n   " + o.source + ": " + o.reason;
+  }
+  std::string out;
+  if (!failed.empty()) out += "\r\n" + m[Msg::kFailedFiles] + failed;
+  if (skipped > 0) out += "\r\n" + m[Msg::kSkippedFiles] + " " + std::to_string(skipped);
+  return out;
+}
+
+std::string OutcomeReport(const std::vector<pipeline::FileOutcome>& outcomes) {
+  using Kind = pipeline::FileOutcome::Kind;
+  std::string out;
+  for (const pipeline::FileOutcome& o : outcomes) {
+    if (o.kind == Kind::kDone) continue;
+    out += o.kind == Kind::kFailed ? "failed\t" : "skipped\t";
+    out += o.source + "\t" + o.reason + "\n";
+  }
+  return out;
+}
+
 std::string IntermediateFormat(std::string_view target) {
   const std::string tag = ";" + std::string(target) + ";";
   auto in = [&](std::string_view list) { return pipeline::InList(tag, list); };

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <random>
 #include <thread>
@@ -12,6 +13,7 @@
 #include "engine/tools/tool_paths.h"
 #include "pipeline/p_thread.h"
 #include "pipeline/routing.h"
+#include "platform/console.h"
 #include "platform/fs.h"
 #include "platform/text_encoding.h"
 #include "settings/mem_ini_file.h"
@@ -229,6 +231,7 @@ void TZubProcess::Execute() {
   std::vector<int> assigned(pool.size(), -1);  // file index per worker, -1 when idle
   std::vector<std::string> pending(files_total_);
   std::vector<bool> finished(files_total_, false);
+  std::vector<pipeline::FileOutcome> outcomes;
   int next_to_show = 0;
   int finished_count = 0;
   int handed_count = 0;
@@ -238,6 +241,7 @@ void TZubProcess::Execute() {
       const bool busy = pool[w]->Busy();  // read first: once idle, all its text is there
       pending[assigned[w]] += pool[w]->TakeLog();
       if (!busy) {
+        outcomes.push_back(pool[w]->LastOutcome());
         finished[assigned[w]] = true;
         ++finished_count;
         assigned[w] = -1;
@@ -303,7 +307,22 @@ void TZubProcess::Execute() {
   for (const std::string& folder : extracted_folders_) fs::remove_all(folder, ec);
   for (const std::string& folder : worker_folders) fs::remove_all(folder, ec);
 
-  Log(FormatSummary(files_done_, files_total_, elapsed, messages_));
+  // Failures in the order of the job's list, whatever order the workers finished them in.
+  std::vector<pipeline::FileOutcome> in_order = std::move(outcomes);
+  std::stable_sort(in_order.begin(), in_order.end(),
+                   [](const auto& a, const auto& b) { return a.index < b.index; });
+  std::string summary = FormatSummary(files_done_, files_total_, elapsed, messages_);
+  if (std::string list = FormatOutcomes(in_order, messages_); !list.empty()) {
+    // Before the closing line break of the summary.
+    if (summary.size() >= 2 && summary.ends_with("\r\n")) summary.resize(summary.size() - 2);
+    summary += list + "\r\n";
+  }
+  Log(summary);
+  if (const std::string report = platform::EnvironmentVariable(kReportFileVariable);
+      !report.empty()) {
+    std::ofstream out(report, std::ios::binary | std::ios::trunc);
+    out << OutcomeReport(in_order);
+  }
 
   fs::remove(temp_folder_ + kTempProbeName, ec);
   fs::remove(icc, ec);

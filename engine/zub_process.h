@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "pipeline/p_thread.h"
 #include "settings/main_settings.h"
 #include "settings/message_table.h"
 
@@ -33,6 +34,16 @@ inline constexpr int kCheckOnlyKind = 2;
 // The summary lines after the last file ("\r\n" between lines), elapsed time in milliseconds.
 std::string FormatSummary(int done, int total, int64_t elapsed_ms,
                           const settings::MessageTable& messages);
+
+// After the summary: one line per failed file with its reason, under "Files that failed:", and
+// the number of skipped files; "" when every file was done.
+std::string FormatOutcomes(const std::vector<pipeline::FileOutcome>& outcomes,
+                           const settings::MessageTable& messages);
+// The same for programs: one line per failed or skipped file, "failed" or "skipped", the
+// source and the reason, separated by tabs. The engine writes it to the file that the
+// environment variable kReportFileVariable names, when it is set (the front end sets it).
+std::string OutcomeReport(const std::vector<pipeline::FileOutcome>& outcomes);
+inline constexpr char kReportFileVariable[] = "PICTAVO_REPORT_FILE";
 
 // Format of the intermediate page files for a target extension (lower case): "png", "tif",
 // "pdf", or empty when the target needs none.

@@ -14,6 +14,7 @@
 #include "engine/tools/probes.h"
 #include "engine/tools/runner.h"
 #include "engine/tools/temp_names.h"
+#include "engine/tools/trouble.h"
 #include "imaging/format_sniff.h"
 #include "imaging/ie_bitmap.h"
 #include "imaging/ie_io.h"
@@ -22,6 +23,7 @@
 #include "platform/fs.h"
 #include "platform/text_encoding.h"
 #include "read/zub_read.h"
+#include "verify/content.h"
 #include "write/zub_convert.h"
 
 namespace pictavo::pipeline {
@@ -119,6 +121,8 @@ bool TPThread::set_paremeters(int index, int count, const std::string& source, b
   work_file_.clear();
   written_.clear();
   page_count_ = 1;
+  failure_.clear();
+  skipped_ = false;
   if (!pending_log_.empty()) pending_log_ += "\r\n";
   pending_log_ += M(Msg::kFile) + " " + std::to_string(index + 1) + " " + M(Msg::kOf) + " " +
                   std::to_string(count) + ": " + source;
@@ -148,6 +152,11 @@ int TPThread::FilesDone() const {
 int TPThread::FilesFinished() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return files_finished_;
+}
+
+FileOutcome TPThread::LastOutcome() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return last_outcome_;
 }
 
 std::string TPThread::LastSavedFolder() const {
@@ -203,6 +212,7 @@ void TPThread::ProcessFile() {
     }
   } catch (const std::exception& e) {
     print_log(kStepPrefix + M(Msg::kError) + " " + e.what());
+    if (failure_.empty()) failure_ = e.what();
     ok = false;
   }
   imaging::ForgetKeptSave();  // a picture no stage took is not held over to the next file
@@ -218,10 +228,29 @@ void TPThread::ProcessFile() {
       fs::remove_all(entry.path(), ignore);
     }
   }
-  if (ok) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    ++files_done_;
-  }
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (ok) ++files_done_;
+  last_outcome_.index = index_;
+  last_outcome_.source = source_;
+  last_outcome_.kind = ok && !skipped_  ? FileOutcome::Kind::kDone
+                       : ok || skipped_ ? FileOutcome::Kind::kSkipped
+                       : skipped_       ? FileOutcome::Kind::kSkipped
+                                        : FileOutcome::Kind::kFailed;
+  last_outcome_.reason = ok ? std::string() : failure_;
+}
+
+std::string TPThread::ReadFailureReason(const Status& status) const {
+  if (status.code() == reader::kNoToolFolder) return M(Msg::kNoToolFolder);
+  return status.message().empty() ? M(Msg::kNoReaderOpened) : status.message();
+}
+
+bool TPThread::Fail(const std::string& line, Msg stage, std::string reason) {
+  std::string text = line.empty() ? std::string() : line + " " + M(Msg::kFail);
+  text += kStepPrefix + M(Msg::kError) + " " + M(stage) + " " + FileName(source_);
+  if (!reason.empty()) text += std::string(kStepPrefix) + "   " + reason;
+  print_log(text);
+  if (failure_.empty()) failure_ = std::move(reason);
+  return false;
 }
 
 bool TPThread::CheckFile() {
@@ -233,17 +262,12 @@ bool TPThread::CheckFile() {
   r.settings = &context_.settings;
   r.settings_file = context_.cfg_file;
   r.temp_folder = context_.temp_folder;
-  const int status = r.Read();
-  const bool ok = status == 0 && platform::FileExists(r.out_file);
-  if (ok) {
-    line += " OK";
-  } else {
-    line += kStepPrefix + M(Msg::kError) + " " + M(Msg::kCouldNotRead) + " " + FileName(source_);
-  }
+  const Status status = r.Run();
   std::error_code ec;
   fs::remove(r.out_file, ec);
-  print_log(line);
-  return ok;
+  if (!status.ok()) return Fail(line, Msg::kCouldNotRead, ReadFailureReason(status));
+  print_log(line + " OK");
+  return true;
 }
 
 bool TPThread::Read() {
@@ -262,13 +286,10 @@ bool TPThread::Read() {
     as_is = sniffed != imaging::TIOFileType::ioUnknown || tag == ";tga;";
   }
   std::string line = kStepPrefix + M(Msg::kReadingFile);
-  // A stale list entry fails at once: no reader or tool is started on a file that is not there.
-  const auto refuse = [&](const std::string& why) {
-    print_log(line + " " + M(Msg::kFail) + kStepPrefix + M(Msg::kError) + " " +
-              M(Msg::kCouldNotRead) + " " + FileName(source_) + ": " + why);
-    return false;
-  };
-  if (!platform::FileExists(source_)) return refuse("the file does not exist");
+  // A stale list entry or an unreadable file fails at once: no reader or tool is started on it.
+  const auto refuse = [&](const std::string& why) { return Fail(line, Msg::kCouldNotRead, why); };
+  if (!platform::FileExists(source_)) return refuse(M(Msg::kNoSuchFile));
+  if (std::string why = platform::CannotReadFile(source_); !why.empty()) return refuse(why);
   const bool pdf =
       sniffed == imaging::TIOFileType::ioPDF ||
       (sniffed == imaging::TIOFileType::ioUnknown && reader::TZubRead::is_pdf(source_));
@@ -286,20 +307,16 @@ bool TPThread::Read() {
     r.settings = &context_.settings;
     r.settings_file = context_.cfg_file;
     r.temp_folder = context_.temp_folder;
-    const int status = r.Read();
-    if (status != 0 || !platform::FileExists(r.out_file)) {
-      line += " " + M(Msg::kFail) + kStepPrefix + M(Msg::kError) + " " + M(Msg::kCouldNotRead) +
-              " " + FileName(source_);
-      if (status == 3) line += " (tool folder missing)";
-      print_log(line);
-      return false;
-    }
+    const Status status = r.Run();
+    if (!status.ok()) return Fail(line, Msg::kCouldNotRead, ReadFailureReason(status));
     work_file_ = r.out_file;
   }
 
   PageSelection sel = SelectPages(work_file_, context_.settings, context_.temp_folder);
   if (sel.all_blank) {
     print_log(line + " " + M(Msg::kDone) + kStepPrefix + "All pages are blank. File was skipped.");
+    skipped_ = true;
+    failure_ = "all pages are blank";
     return false;
   }
   if (!sel.file.empty()) {
@@ -326,11 +343,8 @@ bool TPThread::Edit() {
   if (work_file_ == source_ || !InList(TypeTag(work_file_), ";tif;tiff;")) {
     const std::string copy = ScratchName(".tif");
     const int denom = ShrinkOnLoad(work_file_, context_.act_file);
-    if (Status st = CopyAsTiff(work_file_, copy, denom); !st.ok()) {
-      print_log(kStepPrefix + M(Msg::kError) + " " + M(Msg::kCouldNotApplyActions) + " " +
-                FileName(source_));
-      return false;
-    }
+    if (Status st = CopyAsTiff(work_file_, copy, denom); !st.ok())
+      return Fail(std::string(), Msg::kCouldNotApplyActions, st.message());
     if (work_file_ != source_) {
       std::error_code ec;
       fs::remove(work_file_, ec);
@@ -344,8 +358,8 @@ bool TPThread::Edit() {
   e.act_file = context_.act_file;
   e.temp_folder = context_.temp_folder;
   std::string edit_log;
-  const int status =
-      e.Edit(edit_log, M(Msg::kDone), M(Msg::kPage), M(Msg::kSkipped), M(Msg::kFail));
+  const Status status =
+      e.Run(edit_log, M(Msg::kDone), M(Msg::kPage), M(Msg::kSkipped), M(Msg::kFail));
   std::string text;
   if (has_actions) {
     text = kStepPrefix + M(Msg::kApplyingActions);
@@ -356,11 +370,9 @@ bool TPThread::Edit() {
       text += edit_log;
     }
   }
-  if (status == 3) {
-    text += kStepPrefix + M(Msg::kError) + " " + M(Msg::kCouldNotApplyActions) + " " +
-            FileName(source_);
+  if (!status.ok()) {
     print_log(text);
-    return false;
+    return Fail(std::string(), Msg::kCouldNotApplyActions, status.message());
   }
   print_log(text);
   return true;
@@ -377,10 +389,7 @@ bool TPThread::Convert() {
     const std::string copy = ScratchName(fs::path(source_).extension().string());
     std::error_code ec;
     fs::copy_file(source_, copy, fs::copy_options::overwrite_existing, ec);
-    if (ec) {
-      print_log(line + " " + M(Msg::kFail) + kStepPrefix + M(Msg::kError) + " " + ec.message());
-      return false;
-    }
+    if (ec) return Fail(line, Msg::kCouldNotConvert, ec.message());
     work_file_ = copy;
   }
   writer::TZubConvert c;
@@ -395,13 +404,15 @@ bool TPThread::Convert() {
   std::optional<imaging::TEightBitLoads> eight_bit;
   if ((ext == "jpg" || ext == "jpeg") && context_.settings.colors.option_flags.Is(1))
     eight_bit.emplace();
-  const int status = c.Convert();
+  Status status = c.Run();
   eight_bit.reset();
   written_ = c.written_files;
   if (written_.empty()) written_.push_back({c.dest_file, 0});
-  bool all_there = true;
-  for (const WrittenFile& w : written_) all_there = all_there && platform::FileExists(w.file_name);
-  return FinishConvertLine(std::move(line), status == 0 && all_there, status == 98);
+  for (const WrittenFile& w : written_)
+    if (status.ok() && !platform::FileExists(w.file_name))
+      status = Status::Error(M(Msg::kNoResult), writer::kNothingWritten);
+  if (status.ok()) status = CheckWritten(ext);
+  return FinishConvertLine(std::move(line), status, status.code() == writer::kNotHandled);
 }
 
 bool TPThread::Direct_convert() {
@@ -413,7 +424,7 @@ bool TPThread::Direct_convert() {
   PrepareDirect(d);
   d.src_file = source_;
   d.dest_file = ScratchName("." + ext);
-  const int32_t status = d.Direct();
+  Status status = d.Run();
   written_.clear();
   if (platform::FileExists(d.dest_file)) written_.push_back({d.dest_file, 0});
   for (const WrittenFile& w : d.more_files) {
@@ -422,7 +433,34 @@ bool TPThread::Direct_convert() {
     });
     if (!listed && platform::FileExists(w.file_name)) written_.push_back(w);
   }
-  return FinishConvertLine(std::move(line), status == 0 && !written_.empty(), status == 99);
+  if (status.ok() && written_.empty())
+    status = Status::Error(M(Msg::kNoResult), direct::kDirectFailed);
+  return FinishConvertLine(std::move(line), status, status.code() == direct::kDirectNoRoute);
+}
+
+Status TPThread::CheckWritten(const std::string& ext) {
+  const std::string tool_folder = platform::ExecutableFolder() + "utl" + platform::kPathDelim;
+  for (const WrittenFile& w : written_) {
+    const verify::Content got =
+        verify::Inspect(w.file_name, ext, tool_folder, context_.temp_folder);
+    Status why;
+    if (!got.opened.ok()) {
+      why = Status::Error("the " + platform::AsciiUpper(ext) +
+                          " result cannot be read back: " + got.opened.message());
+    } else if (written_.size() == 1 && page_count_ > 1 && got.pages >= 0 &&
+               got.pages < page_count_) {
+      why = Status::Error("the result had " + std::to_string(got.pages) + " of " +
+                          std::to_string(page_count_) + " pages");
+    }
+    if (why.ok()) continue;
+    tools::NoteTrouble(tools::Trouble::kResultRejected, why.message());
+    for (const WrittenFile& x : written_) {
+      std::error_code ec;
+      fs::remove(x.file_name, ec);
+    }
+    return Status::Error(why.message(), writer::kNothingWritten);
+  }
+  return Status::OK();
 }
 
 void TPThread::PrepareDirect(direct::TZubDirect& d) {
@@ -433,22 +471,26 @@ void TPThread::PrepareDirect(direct::TZubDirect& d) {
   d.dest_folder = context_.temp_folder;
 }
 
-bool TPThread::FinishConvertLine(std::string line, bool ok, bool unsupported) {
-  if (ok) {
+bool TPThread::FinishConvertLine(std::string line, const Status& status, bool unsupported) {
+  if (status.ok()) {
     print_log(line + " " + M(Msg::kDone));
     return true;
   }
-  line += " " + M(Msg::kFail) + kStepPrefix + M(Msg::kError) + " ";
-  line += unsupported ? M(Msg::kFormatNotSupported)
-                      : M(Msg::kCouldNotConvert) + " " + FileName(source_);
-  print_log(line);
-  return false;
+  if (unsupported) {
+    print_log(line + " " + M(Msg::kFail) + kStepPrefix + M(Msg::kError) + " " +
+              M(Msg::kFormatNotSupported));
+    if (failure_.empty()) failure_ = M(Msg::kFormatNotSupported);
+    return false;
+  }
+  return Fail(line, Msg::kCouldNotConvert,
+              status.message().empty() ? M(Msg::kNoResult) : status.message());
 }
 
 bool TPThread::SaveAll() {
   const settings::TMainSettings& s = context_.settings;
   const bool many = written_.size() > 1;
   bool ok = true;
+  bool all_skipped = !written_.empty();
   std::string saved_folder;
   for (size_t i = 0; i < written_.size(); ++i) {
     const WrittenFile& w = written_[i];
@@ -462,6 +504,7 @@ bool TPThread::SaveAll() {
     if (platform::AsciiLower(fs::path(w.file_name).extension().string()) == ".pdf")
       FinishPdf(w.file_name, s, context_.temp_folder, *context_.messages, log);
     SaveResult r = SaveWritten(w.file_name, dest, source_, index_, s, *context_.messages, log);
+    all_skipped = all_skipped && r.skipped;
     if (r.ok && !r.skipped) {
       saved_folder = fs::path(r.final_path).parent_path().string();
       // Thumbnails come from the result when the engine reads it, else from the working picture.
@@ -470,12 +513,18 @@ bool TPThread::SaveAll() {
       if (!picture.empty() && platform::FileExists(picture))
         create_thumb(picture, dest_, page, s, *context_.messages, log);
     }
+    if (!r.ok && failure_.empty())
+      failure_ = r.error.empty() ? "the result could not be saved at " + dest : r.error;
     ok = ok && r.ok;
     print_log(log);
   }
   if (!saved_folder.empty()) {
     std::lock_guard<std::mutex> lock(mutex_);
     last_saved_folder_ = saved_folder;
+  }
+  if (ok && all_skipped) {
+    skipped_ = true;
+    failure_ = "the result exists already (\"Save\"/\"OverWrite\" keeps it)";
   }
   return ok;
 }

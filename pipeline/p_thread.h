@@ -41,6 +41,15 @@ struct JobContext {
   int poll_ms = 10;
 };
 
+// How one file of the job ended, for the summary.
+struct FileOutcome {
+  enum class Kind { kDone, kFailed, kSkipped };
+  Kind kind = Kind::kDone;
+  int index = -1;  // in the job's list
+  std::string source;
+  std::string reason;  // why it failed or was skipped, on one line
+};
+
 class TPThread {
  public:
   explicit TPThread(JobContext context);  // created suspended: no thread until Resume
@@ -63,6 +72,8 @@ class TPThread {
   int FilesDone() const;
   int FilesFinished() const;  // done or failed
   std::string LastSavedFolder() const;
+  // How the last file handed to the worker ended; valid once the worker is idle again.
+  FileOutcome LastOutcome() const;
 
   // The routing decision of the current file (for tests).
   Route route() const;
@@ -76,8 +87,17 @@ class TPThread {
   bool Direct_convert();
   // A direct-conversion object set up for this job; results go to the scratch folder.
   void PrepareDirect(direct::TZubDirect& d);
-  // Ends a converting line with "Done", or with "Fail" and the reason, and logs it.
-  bool FinishConvertLine(std::string line, bool ok, bool unsupported);
+  // Every written file opens as the target type and holds the pages of the working picture;
+  // otherwise they are removed and the reason returned.
+  Status CheckWritten(const std::string& ext);
+  // Ends a converting line with "Done", or with "Fail", the stage's error line and the reason,
+  // and logs it.
+  bool FinishConvertLine(std::string line, const Status& status, bool unsupported);
+  // Logs `line` + " Fail" (when `line` is not empty), the error line "Error: <stage message>
+  // <file name>" and the reason on a line of its own under it; keeps the reason for the summary.
+  bool Fail(const std::string& line, settings::Msg stage, std::string reason);
+  // The reason of a failed read: the reader's own, or the fixed text for its code.
+  std::string ReadFailureReason(const Status& status) const;
   bool SaveAll();
   bool CheckFile();
   void print_log(const std::string& line);
@@ -94,6 +114,7 @@ class TPThread {
   std::string last_saved_folder_;  // guarded by mutex_
   int files_done_ = 0;             // guarded by mutex_
   int files_finished_ = 0;         // guarded by mutex_
+  FileOutcome last_outcome_;       // guarded by mutex_
 
   // The current file; written by set_paremeters before busy_ is set, then owned by the worker.
   int index_ = 0;
@@ -105,6 +126,8 @@ class TPThread {
   std::string work_file_;  // the raster file the stages pass along
   WrittenFiles written_;   // what the writer or the direct conversion produced
   int page_count_ = 1;
+  std::string failure_;   // the reason of the stage that failed, for the summary
+  bool skipped_ = false;  // the file was skipped (blank pages, existing results kept)
 
   std::thread thread_;
 };

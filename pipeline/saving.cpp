@@ -147,6 +147,7 @@ SaveResult SaveWritten(const std::string& written, const std::string& dest,
   log += kStepPrefix + m[Msg::kSavingResultTo] + " " + target;
   if (Status st = PlaceFile(written, target, true); !st.ok()) {
     log += kStepPrefix + m[Msg::kError] + " " + st.message();
+    r.error = st.message();
     return r;
   }
   PlaceSidecars(written, target, log);

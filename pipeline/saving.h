@@ -30,6 +30,7 @@ struct SaveResult {
   bool ok = false;       // the result exists under `final_path`
   bool skipped = false;  // an existing result was kept ("was skipped")
   std::string final_path;
+  std::string error;  // why the result could not be put in place
 };
 
 // Saves one written file of `source` at `dest` following the "Save" keys: Overwrite,

@@ -69,6 +69,9 @@ class MappedFile {
 
 bool FileExists(const std::string& path);
 bool DirectoryExists(const std::string& path);
+// Why the file cannot be opened for reading, in the system's words ("Permission denied"); ""
+// when it can.
+std::string CannotReadFile(const std::string& path);
 
 // The folder that holds the running executable, with a trailing delimiter.
 std::string ExecutableFolder();

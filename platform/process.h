@@ -32,6 +32,9 @@ struct LaunchOptions {
   bool stdout_append = false;     // append to stdout_path instead of truncating it
   std::string stderr_path;        // created when missing, truncated
   bool stderr_to_stdout = false;  // stderr goes where stdout goes; stderr_path is ignored
+  // With an empty stderr_path: stderr goes to an anonymous file of the Process instead of the
+  // null device, so StderrTail can tell what the program complained of.
+  bool capture_stderr = false;
 };
 
 struct ProcessState;  // defined by each platform's implementation
@@ -51,6 +54,7 @@ class Process {
   friend Status StartProcess(const LaunchOptions& launch, Process& process);
   friend std::optional<int> WaitProcess(Process& process, int max_wait_ms);
   friend void KillProcessGroup(Process& process);
+  friend std::string StderrTail(const Process& process, size_t max_bytes);
 
   std::unique_ptr<ProcessState> state_;
 };
@@ -69,6 +73,10 @@ std::optional<int> WaitProcess(Process& process, int max_wait_ms);
 // Ends the program and every process in its group at once (no chance to clean up), then reaps
 // it. Does nothing for a Process that is not running.
 void KillProcessGroup(Process& process);
+
+// The last `max_bytes` (at most) that the program wrote to its captured standard error; "" when
+// it was not captured or wrote nothing.
+std::string StderrTail(const Process& process, size_t max_bytes);
 
 // Sets this process's own nice level (0 normal .. 19 lowest; a Windows implementation maps it to
 // a priority class). Lowering the value needs privileges; returns false when refused.

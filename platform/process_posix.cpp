@@ -4,7 +4,9 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -50,6 +52,7 @@ int DecodeStatus(int status) {
 struct ProcessState {
   pid_t pid = -1;
   Fd pidfd;
+  Fd stderr_capture;  // the anonymous file behind a captured stderr
   bool running = false;
 
   ~ProcessState() {
@@ -88,7 +91,14 @@ Status StartProcess(const LaunchOptions& launch, Process& process) {
   if (out.fd < 0)
     return Status::Error("cannot open " + launch.stdout_path + ": " + std::strerror(errno));
   Fd err;
-  if (!launch.stderr_to_stdout) {
+  Fd capture;
+  if (!launch.stderr_to_stdout && launch.stderr_path.empty() && launch.capture_stderr) {
+    // A file in memory, gone with its last descriptor; a tool's complaints are a few lines.
+    capture.fd = ::memfd_create("stderr", MFD_CLOEXEC);
+    if (capture.fd >= 0) err.fd = ::dup(capture.fd);
+    if (err.fd >= 0) ::fcntl(err.fd, F_SETFD, FD_CLOEXEC);
+  }
+  if (!launch.stderr_to_stdout && err.fd < 0) {
     err.fd = OpenForChild(launch.stderr_path, O_WRONLY | O_CREAT | O_TRUNC);
     if (err.fd < 0)
       return Status::Error("cannot open " + launch.stderr_path + ": " + std::strerror(errno));
@@ -133,6 +143,7 @@ Status StartProcess(const LaunchOptions& launch, Process& process) {
   state->pid = pid;
   state->pidfd.fd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
   state->running = true;
+  std::swap(state->stderr_capture.fd, capture.fd);
   process.state_ = std::move(state);
   return Status::OK();
 }
@@ -170,6 +181,19 @@ std::optional<int> WaitProcess(Process& process, int max_wait_ms) {
 
 void KillProcessGroup(Process& process) {
   if (process.running()) process.state_->Kill();
+}
+
+std::string StderrTail(const Process& process, size_t max_bytes) {
+  if (!process.state_ || process.state_->stderr_capture.fd < 0) return {};
+  const int fd = process.state_->stderr_capture.fd;
+  struct stat st {};
+  if (::fstat(fd, &st) != 0 || st.st_size <= 0) return {};
+  const size_t size = static_cast<size_t>(st.st_size);
+  const size_t take = size < max_bytes ? size : max_bytes;
+  std::string tail(take, '\0');
+  const ssize_t got = ::pread(fd, tail.data(), take, static_cast<off_t>(size - take));
+  tail.resize(got > 0 ? static_cast<size_t>(got) : 0);
+  return tail;
 }
 
 bool SetOwnNiceLevel(int nice_level) {

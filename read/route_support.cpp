@@ -7,6 +7,7 @@
 
 #include "engine/tools/runner.h"
 #include "engine/tools/temp_names.h"
+#include "engine/tools/tool_manifest.h"
 #include "engine/tools/tool_paths.h"
 #include "imaging/ie_bitmap.h"
 #include "imaging/ie_io.h"
@@ -24,8 +25,7 @@ std::string Tool(const TZubRead& r, std::string_view name) {
 }
 
 bool HasTool(const TZubRead& r, std::string_view name) {
-  std::error_code ec;
-  return fs::exists(Tool(r, name), ec);  // follows links: a dangling one is absent
+  return tools::ToolPresent(Tool(r, name), name);
 }
 
 std::string ToolArg(const TZubRead& r, std::string_view name) {

@@ -10,11 +10,16 @@
 #include <span>
 #include <string>
 
+#include "platform/status.h"
 #include "settings/main_settings.h"
 
 namespace pictavo::reader {
 
 struct ReadRoute;
+
+// Statuses of Read besides 0 and the routes' own results.
+inline constexpr int kNoToolFolder = 3;  // the engine's folder holds no "utl" tool folder
+inline constexpr int kNoRoute = 99;      // no route read the file and the engine could not
 
 class TZubRead {
  public:
@@ -39,6 +44,10 @@ class TZubRead {
   // 0 when out_file exists afterwards; 3 when the tool folder is missing; otherwise the status of
   // the last route tried (99 when none applied and the engine could not load the file).
   int Read();
+  // Read() as one status value: its code, and on failure the first specific reason noted while
+  // reading (a missing tool and its package, a tool's own complaint, a job limit, a result that
+  // verification refused); the message is "" when nothing specific is known.
+  pictavo::Status Run();
   // Read() over another route table with the same shape (tests walk the real key lists with
   // recording routines).
   int ReadWith(std::span<const ReadRoute> routes);

@@ -42,6 +42,14 @@ const std::array<MessageRow, static_cast<size_t>(Msg::kCount)> kMessageRows = {{
     {Msg::kTotalProcessingTime, "Label31.Caption", "Total processing time:"},
     {Msg::kMin, "Label32.Caption", "min."},
     {Msg::kSec, "Label33.Caption", "sec."},
+    {Msg::kFailedFiles, "Failed_files.Caption", "Files that failed:"},
+    {Msg::kSkippedFiles, "Skipped_files.Caption", "Files skipped:"},
+    {Msg::kNoSuchFile, "Reason_no_file.Caption", "the file does not exist"},
+    {Msg::kNoToolFolder, "Reason_no_tool_folder.Caption",
+     "the tool folder \"utl\" is missing beside the engine"},
+    {Msg::kNoReaderOpened, "Reason_no_reader.Caption",
+     "no reader recognised the file's content (damaged, or a format this machine cannot read)"},
+    {Msg::kNoResult, "Reason_no_result.Caption", "the conversion left no result"},
 }};
 
 MessageTable::MessageTable() {

@@ -46,6 +46,13 @@ enum class Msg : size_t {
   kTotalProcessingTime,   // "Label31.Caption"
   kMin,                   // "Label32.Caption"
   kSec,                   // "Label33.Caption"
+  // Messages of the summary and of failure reasons, beyond the window's own captions.
+  kFailedFiles,     // "Failed_files.Caption"
+  kSkippedFiles,    // "Skipped_files.Caption"
+  kNoSuchFile,      // "Reason_no_file.Caption"
+  kNoToolFolder,    // "Reason_no_tool_folder.Caption"
+  kNoReaderOpened,  // "Reason_no_reader.Caption"
+  kNoResult,        // "Reason_no_result.Caption"
   kCount
 };
 

@@ -9,6 +9,7 @@
 #include "engine/tools/temp_names.h"
 #include "engine/tools/tool_manifest.h"
 #include "engine/tools/tool_paths.h"
+#include "engine/tools/trouble.h"
 #include "imaging/ie_io.h"
 #include "imaging/ie_proc.h"
 #include "platform/fs.h"
@@ -115,9 +116,8 @@ std::string TZubConvert::Tool(std::string_view name) const {
 }
 
 bool TZubConvert::HasTool(std::string_view name) {
-  std::error_code ec;
-  if (fs::exists(Tool(name), ec)) return true;
-  error_text = tools::MissingToolMessage(name);
+  if (tools::ToolPresent(Tool(name), name)) return true;
+  if (error_text.empty()) error_text = tools::MissingToolMessage(name);
   return false;
 }
 
@@ -181,6 +181,14 @@ int TZubConvert::Convert() {
     return status;
   }
   return status;
+}
+
+pictavo::Status TZubConvert::Run() {
+  tools::TroubleRecorder trouble;
+  const int code = Convert();
+  if (code == 0) return pictavo::Status::OK();
+  // A missing tool the writer named itself is the most telling reason.
+  return pictavo::Status::Error(error_text.empty() ? trouble.Reason() : error_text, code);
 }
 
 int raster_group(TZubConvert& self) {

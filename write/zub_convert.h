@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "pipeline/written_files.h"
+#include "platform/status.h"
 #include "settings/main_settings.h"
 
 namespace pictavo::direct {
@@ -65,6 +66,9 @@ class TZubConvert {
   // 0 written; 98 a target this dispatcher does not handle; 99 a route ran but nothing was
   // written; other values: the writer's failure.
   int Convert();
+  // Convert() as one status value: its code, and on failure the first specific reason (a
+  // missing tool, a tool's complaint, a job limit, a refused result; "" when none is known).
+  pictavo::Status Run();
 
   // ---- Helpers for the writers ----
   // ";" + lower-cased "Main"/"Dest_ext" (without a front-end "a>" prefix or a point) + ";".

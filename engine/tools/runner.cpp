@@ -4,12 +4,14 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <thread>
 #include <utility>
 
 #include "engine/tools/command_line.h"
+#include "engine/tools/trouble.h"
 #include "platform/console.h"
 #include "platform/process.h"
 
@@ -36,6 +38,52 @@ void Pump() {
   if (EventPump pump = g_pump.load()) pump();
 }
 
+// How a user knows the program: the tool folder's name, and the program it leads to when that
+// is a link ("pdfpsai.bin (gs)").
+std::string ProgramName(const std::string& path) {
+  namespace fs = std::filesystem;
+  std::error_code ec;
+  std::string name = fs::path(path).filename().string();
+  if (fs::is_symlink(path, ec)) {
+    const std::string target = fs::read_symlink(path, ec).filename().string();
+    if (!ec && !target.empty() && target != name) name += " (" + target + ")";
+  }
+  return name;
+}
+
+// The last line of text of a tool's standard error, shortened to what fits on a log line.
+std::string LastLine(std::string text) {
+  while (!text.empty() && (text.back() == '\n' || text.back() == '\r' || text.back() == ' '))
+    text.pop_back();
+  const size_t nl = text.find_last_of("\r\n");
+  if (nl != std::string::npos) text.erase(0, nl + 1);
+  for (char& c : text)
+    if (static_cast<unsigned char>(c) < 0x20) c = ' ';
+  constexpr size_t kMax = 200;
+  if (text.size() > kMax) text = text.substr(0, kMax) + "...";
+  return text;
+}
+
+// Notes what went wrong with one run for the stage that ran it (engine/tools/trouble.h).
+void NoteRun(const std::string& program_path, int code, bool timed_out, int timeout_s,
+             const std::string& stderr_tail) {
+  const std::string said = LastLine(stderr_tail);
+  const std::string name = ProgramName(program_path);
+  if (timed_out) {
+    NoteTrouble(Trouble::kToolEnded, name + " was ended after " + std::to_string(timeout_s) +
+                                         " s (\"Limits\"/\"Tool_timeout\")");
+  } else if (code == kTerminated) {
+    NoteTrouble(Trouble::kToolEnded, name + " was ended by the stop button");
+  } else if (code != 0) {
+    std::string text =
+        name + " ended with " +
+        (code > 128 ? "signal " + std::to_string(code - 128) : "exit code " + std::to_string(code));
+    NoteTrouble(Trouble::kToolFailed, said.empty() ? text : text + ": " + said);
+  } else if (!said.empty()) {
+    NoteTrouble(Trouble::kToolSaid, name + ": " + said);
+  }
+}
+
 // Starts one command with its redirections and waits for it. No pause afterwards.
 int SpawnAndWait(const BatchCommand& cmd, const std::string& working_folder, int timeout_s) {
   if (cmd.argv.empty() || cmd.argv[0].empty()) return kNotStarted;
@@ -49,9 +97,14 @@ int SpawnAndWait(const BatchCommand& cmd, const std::string& working_folder, int
   launch.stdout_append = cmd.stdout_append;
   launch.stderr_path = cmd.stderr_path;
   launch.stderr_to_stdout = cmd.stderr_to_stdout;
+  launch.capture_stderr = true;
   platform::Process process;
-  if (!platform::StartProcess(launch, process).ok()) return kNotStarted;
+  if (Status started = platform::StartProcess(launch, process); !started.ok()) {
+    NoteTrouble(Trouble::kMissingTool, started.message());
+    return kNotStarted;
+  }
   if (timeout_s <= 0) timeout_s = g_tool_timeout_s.load();
+  constexpr size_t kTail = 4096;
 
   const auto deadline = Clock::now() + std::chrono::seconds(timeout_s > 0 ? timeout_s : 0);
   for (;;) {
@@ -60,11 +113,14 @@ int SpawnAndWait(const BatchCommand& cmd, const std::string& working_folder, int
       auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
       slice = std::clamp(left, milliseconds(0), kSlice);
     }
-    if (std::optional<int> code = platform::WaitProcess(process, static_cast<int>(slice.count())))
+    if (std::optional<int> code = platform::WaitProcess(process, static_cast<int>(slice.count()))) {
+      NoteRun(cmd.argv[0], *code, false, timeout_s, platform::StderrTail(process, kTail));
       return *code;
+    }
     bool timed_out = timeout_s > 0 && Clock::now() >= deadline;
     if (g_stop.load() || timed_out) {
       platform::KillProcessGroup(process);
+      NoteRun(cmd.argv[0], kTerminated, timed_out, timeout_s, std::string());
       return kTerminated;
     }
     Pump();
@@ -124,6 +180,7 @@ std::string PictureOverLimits(uint64_t width, uint64_t height, uint64_t bytes) {
                       : std::to_string(width) + " x " + std::to_string(height) + " pixels take " +
                             std::to_string((bytes + kMiB - 1) / kMiB) + " MB, above the limit of " +
                             std::to_string(max_mb) + " MB (\"Limits\"/\"Max_memory_mb\")";
+  NoteTrouble(Trouble::kLimit, t_last_limit_hit);
   return t_last_limit_hit;
 }
 

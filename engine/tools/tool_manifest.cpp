@@ -1,6 +1,9 @@
 #include "engine/tools/tool_manifest.h"
 
 #include <filesystem>
+#include <system_error>
+
+#include "engine/tools/trouble.h"
 
 namespace pictavo::tools {
 
@@ -128,6 +131,18 @@ std::string MissingToolMessage(std::string_view name) {
     packages += (packages.empty() ? "" : " ") + p.package;
   }
   return msg + " is missing: install " + packages;
+}
+
+bool ToolPresent(const std::string& path, std::string_view name) {
+  std::error_code ec;
+  if (std::filesystem::exists(path, ec)) return true;
+  // A tool that no package provides here is no news to the user: what the routes before it
+  // said is more telling.
+  const ToolRow* row = FindTool(name);
+  const bool unavailable = row != nullptr && row->kind == ToolKind::kAbsent;
+  NoteTrouble(unavailable ? Trouble::kUnavailable : Trouble::kMissingTool,
+              MissingToolMessage(name));
+  return false;
 }
 
 }  // namespace pictavo::tools

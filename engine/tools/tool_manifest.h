@@ -59,4 +59,8 @@ ToolState InspectTool(const ToolRow& row, const std::string& tool_folder);
 // on this platform". Names the packages of the tool's required programs.
 std::string MissingToolMessage(std::string_view name);
 
+// True when `path`, the tool folder's file for the tool `name`, exists (a link that leads nowhere
+// counts as absent); otherwise notes the missing-tool message as the running stage's trouble.
+bool ToolPresent(const std::string& path, std::string_view name);
+
 }  // namespace pictavo::tools
