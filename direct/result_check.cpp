@@ -88,8 +88,14 @@ pictavo::Status CheckDirectResult(const TZubDirect& d, const std::string& source
     if (have < want) {
       std::string why =
           "the result has " + std::to_string(have) + " of " + std::to_string(want) + " features";
-      if (std::string lost = MissingLayers(had.layers, got.layers); !lost.empty())
-        why += "; layers not written: " + lost;
+      // A target of one layer a file names its layer after the file: names tell nothing then.
+      if (got.layers.size() > 1) {
+        if (std::string lost = MissingLayers(had.layers, got.layers); !lost.empty())
+          why += "; layers not written: " + lost;
+      } else if (had.layers.size() > 1) {
+        why += " and " + std::to_string(got.layers.size()) + " of " +
+               std::to_string(had.layers.size()) + " layers";
+      }
       return pictavo::Status::Error(why);
     }
   }

@@ -318,7 +318,7 @@ pictavo::Status TZubDirect::Run() {
   tools::TroubleRecorder trouble;
   const int32_t code = Direct();
   if (code == 0) return pictavo::Status::OK();
-  const std::string reason = trouble.Reason();
+  const std::string reason = trouble.Reason("the conversion left no " + dest_ext + " file");
   // A refused result or a tool ended by the time-out says more than a routine's own guess.
   const bool deeper = trouble.Has(tools::Trouble::kResultRejected) ||
                       trouble.Has(tools::Trouble::kToolEnded) ||
@@ -358,7 +358,7 @@ int32_t TZubDirect::Direct() {
   if (!work_dest.empty()) {
     wpdf(*this, work_dest);
     // The result counts only when it holds what the source holds; otherwise it is no result.
-    if (status == 0 && !row_runner && Produced(work_dest)) {
+    if (status == 0 && verify_results && !row_runner && Produced(work_dest)) {
       std::vector<std::string> outputs{work_dest};
       for (const auto& f : more_files)
         if (std::find(outputs.begin(), outputs.end(), f.file_name) == outputs.end())

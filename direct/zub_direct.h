@@ -62,6 +62,9 @@ class TZubDirect {
 
   // Test seam: when set, runs in place of the matched row's routine.
   RowRunner row_runner = nullptr;
+  // Test seam: whether a result must pass its check before it counts (docs/engine.md); tests
+  // whose fake tools write stand-ins turn it off.
+  bool verify_results = true;
 
   // ---- Helpers for the routines ----
   // Full path of a tool given by its name in the tool folder ("ogr\ogr2ogr.exe").

@@ -132,7 +132,8 @@ int TZubEdit::Edit(std::string& log, const std::string& done_text, const std::st
 
   if (transparency_only && HeaderRulesOutAlpha(work_file)) return 33;
   if (Status loaded = io->LoadFromFile(work_file); !loaded.ok()) {
-    tools::NoteTrouble(tools::Trouble::kDecoder, loaded.message());
+    tools::NoteTrouble(tools::Trouble::kDecoder,
+                       "the picture cannot be decoded: " + loaded.message());
     return bmp->IsEmpty() ? 3 : 0;
   }
   int pages = 1;

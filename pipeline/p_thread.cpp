@@ -265,7 +265,10 @@ bool TPThread::CheckFile() {
   const Status status = r.Run();
   std::error_code ec;
   fs::remove(r.out_file, ec);
-  if (!status.ok()) return Fail(line, Msg::kCouldNotRead, ReadFailureReason(status));
+  if (!status.ok()) {
+    print_log(line);
+    return Fail(std::string(), Msg::kCouldNotRead, ReadFailureReason(status));
+  }
   print_log(line + " OK");
   return true;
 }

@@ -109,8 +109,10 @@ Status PlaceFile(const std::string& file, const std::string& dest, bool replace)
   const std::string scratch = platform::ScratchBeside(d.string());
   fs::copy_file(file, scratch, fs::copy_options::overwrite_existing, ec);
   if (ec) {
+    // A copy cut short by a full disk can come back from the library as "Success".
+    const std::string why = ec.message() != "Success" ? ec.message() : "the disk is full";
     fs::remove(scratch, ec);
-    return Status::Error("cannot write " + scratch + ": " + ec.message());
+    return Status::Error("cannot write " + scratch + ": " + why);
   }
   if (!replace && fs::exists(d, ec)) {
     fs::remove(scratch, ec);

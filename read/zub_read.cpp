@@ -107,7 +107,10 @@ pictavo::Status CheckReadResult(const TZubRead& r, const std::string& key) {
 }
 
 int EngineFallBack(TZubRead& r, imaging::TIEBitmap& bitmap, imaging::TImageEnIO& io) {
-  if (!io.LoadFromFile(r.src_file).ok()) return kNoRoute;
+  if (pictavo::Status loaded = io.LoadFromFile(r.src_file); !loaded.ok()) {
+    tools::NoteTrouble(tools::Trouble::kDecoder, "the engine's decoder: " + loaded.message());
+    return kNoRoute;
+  }
   if (bitmap.Width() <= 0 || bitmap.Height() <= 0) return kNoRoute;
   if (io.Params().ImageCount > 1) return SavePicture(r, r.src_file) == 0 ? 0 : kNoRoute;
   // The scratch TIFF is read once more right away: written fast rather than small.
@@ -131,7 +134,8 @@ pictavo::Status TZubRead::Run() {
   tools::TroubleRecorder trouble;
   const int code = Read();
   if (code == 0 && platform::FileExists(out_file)) return pictavo::Status::OK();
-  return pictavo::Status::Error(trouble.Reason(), code == 0 ? kNoRoute : code);
+  return pictavo::Status::Error(trouble.Reason("no reader could read the file"),
+                                code == 0 ? kNoRoute : code);
 }
 
 int TZubRead::ReadWith(std::span<const ReadRoute> routes) {

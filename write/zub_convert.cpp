@@ -188,7 +188,9 @@ pictavo::Status TZubConvert::Run() {
   const int code = Convert();
   if (code == 0) return pictavo::Status::OK();
   // A missing tool the writer named itself is the most telling reason.
-  return pictavo::Status::Error(error_text.empty() ? trouble.Reason() : error_text, code);
+  return pictavo::Status::Error(
+      error_text.empty() ? trouble.Reason("the writer left no " + DestExt() + " file") : error_text,
+      code);
 }
 
 int raster_group(TZubConvert& self) {

@@ -51,12 +51,26 @@ std::string ProgramName(const std::string& path) {
   return name;
 }
 
-// The last line of text of a tool's standard error, shortened to what fits on a log line.
-std::string LastLine(std::string text) {
-  while (!text.empty() && (text.back() == '\n' || text.back() == '\r' || text.back() == ' '))
-    text.pop_back();
-  const size_t nl = text.find_last_of("\r\n");
-  if (nl != std::string::npos) text.erase(0, nl + 1);
+// What a tool's standard error says of its failure, shortened to what fits on a log line: its
+// first line that reports an error (the cause; later ones tend to be consequences), else its
+// last line.
+std::string LastLine(const std::string& tail) {
+  std::string text, last;
+  size_t start = 0;
+  while (start < tail.size()) {
+    size_t end = tail.find_first_of("\r\n", start);
+    if (end == std::string::npos) end = tail.size();
+    std::string line = tail.substr(start, end - start);
+    start = end + 1;
+    while (!line.empty() && (line.back() == ' ' || line.back() == '\t')) line.pop_back();
+    if (line.empty()) continue;
+    last = line;
+    if (text.empty() &&
+        (line.find("ERROR") != std::string::npos || line.find("Error") != std::string::npos ||
+         line.find("error:") != std::string::npos))
+      text = line;
+  }
+  if (text.empty()) text = last;
   for (char& c : text)
     if (static_cast<unsigned char>(c) < 0x20) c = ' ';
   constexpr size_t kMax = 200;

@@ -23,19 +23,26 @@ void TroubleRecorder::Note(Trouble kind, const std::string& text) {
   if (slot.empty()) slot = text;
 }
 
-std::string TroubleRecorder::Reason() const {
+std::string TroubleRecorder::Reason(const std::string& plain) const {
+  const auto first = [this](Trouble kind) -> const std::string& {
+    return first_[static_cast<size_t>(kind)];
+  };
   for (size_t k = first_.size(); k-- > 0;) {
-    if (first_[k].empty()) continue;
+    const auto kind = static_cast<Trouble>(k);
+    if (first_[k].empty() || kind == Trouble::kToolSaid) continue;
+    // A fallback route without a program tells less than what an earlier route's tool said.
+    if (kind == Trouble::kUnavailable && Has(Trouble::kToolSaid)) break;
     std::string reason = first_[k];
-    if (static_cast<Trouble>(k) == Trouble::kResultRejected) {
-      const std::string& said = !first_[static_cast<size_t>(Trouble::kToolFailed)].empty()
-                                    ? first_[static_cast<size_t>(Trouble::kToolFailed)]
-                                    : first_[static_cast<size_t>(Trouble::kToolSaid)];
+    if (kind == Trouble::kResultRejected) {
+      const std::string& said =
+          Has(Trouble::kToolFailed) ? first(Trouble::kToolFailed) : first(Trouble::kToolSaid);
       if (!said.empty()) reason += " (" + said + ")";
     }
     return reason;
   }
-  return {};
+  const std::string& said = first(Trouble::kToolSaid);
+  if (plain.empty()) return said;
+  return said.empty() ? plain : plain + " (" + said + ")";
 }
 
 void NoteTrouble(Trouble kind, const std::string& text) {

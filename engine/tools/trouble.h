@@ -22,8 +22,8 @@ namespace pictavo::tools {
 enum class Trouble : size_t {
   kUnavailable,     // a tool of a fallback route has no program on this platform at all
   kToolSaid,        // a tool that ended normally wrote this last line to its standard error
-  kToolFailed,      // a tool ended with an exit code other than 0 (with its last error line)
   kDecoder,         // the engine's own decoder refused a file (its message)
+  kToolFailed,      // a tool ended with an exit code other than 0 (with its error line)
   kResultRejected,  // a result was there, but verification refused it (why)
   kSystem,          // the operating system refused (permission denied, no space, ...)
   kMissingTool,     // a tool of the route is not in the tool folder (names the package)
@@ -41,9 +41,10 @@ class TroubleRecorder {
 
   // Keeps the first text of each kind; later ones of the same kind are dropped.
   void Note(Trouble kind, const std::string& text);
-  // The first trouble of the highest kind noted, "" when none. A refused result is followed by
-  // what the tool said about it, when it said anything.
-  std::string Reason() const;
+  // The first trouble of the highest kind noted. What a tool said in passing is no reason of its
+  // own: it follows `plain` (the stage's own words for "it failed") or a refused result, in
+  // brackets. `plain` alone when nothing was noted.
+  std::string Reason(const std::string& plain = std::string()) const;
   bool Has(Trouble kind) const { return !first_[static_cast<size_t>(kind)].empty(); }
 
  private:

@@ -204,6 +204,11 @@ class SmallDisk {
   bool mounted_ = false;
 };
 
+// "   Error: Could not ... NAME" and, on the next line, indented, a reason that says something.
+const std::regex kReasonUnderError(R"(\n   Error: Could not [^\n]*\n      \S[^\n]{8,})");
+// A saving error names its cause on its own line: "   Error: cannot write X: No space left".
+const std::regex kErrorWithReason(R"(\n   Error: (?!Could not)\S[^\n]{8,})");
+
 class FaultTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -275,7 +280,22 @@ class FaultTest : public ::testing::Test {
         ++results;
       }
     EXPECT_EQ(results, done) << "the summary and the results disagree\n" << log_;
-    if (!stopped) EXPECT_EQ(static_cast<int>(Count(log_, "   Error")), total - done) << log_;
+    if (!stopped) {
+      EXPECT_EQ(static_cast<int>(Count(log_, "   Error")), total - done) << log_;
+      // Every failure says why: a reason under each error line, and one line each in the
+      // summary's list of failed files.
+      const auto matches = [this](const std::regex& re) {
+        return static_cast<int>(
+            std::distance(std::sregex_iterator(log_.begin(), log_.end(), re), {}));
+      };
+      EXPECT_EQ(matches(kReasonUnderError) + matches(kErrorWithReason), total - done) << log_;
+      const size_t list = log_.find("\nFiles that failed:\n");
+      EXPECT_EQ(list != std::string::npos, total > done) << log_;
+      if (list != std::string::npos) {
+        const std::string tail = log_.substr(list);
+        EXPECT_EQ(static_cast<int>(Count(tail, "\n   /")), total - done) << log_;
+      }
+    }
     for (const auto& [path, bytes] : sources_)
       EXPECT_EQ(platform::ReadFileBytes(path).value_or("<gone>"), bytes) << path;
     std::vector<std::string> left;
@@ -310,14 +330,27 @@ TEST_F(FaultTest, FailingToolsFailTheirFileAlone) {
   MakePicture(jpg, 32, 24, 0x3366CC);
   RememberSources({exr, jpg});
   engine_ = FakeInstall(dir_.path() / "install-fault", true);
-  for (const char* fault : {"exit", "segv", "hang", "empty", "truncated", "garbage", "flood"}) {
+  // What the reason under the error line must say for each fault.
+  const std::map<std::string, std::string> reasons = {
+      {"exit", "convert.bin (fault_tool) ended with exit code 3"},
+      {"segv", "convert.bin (fault_tool) ended with signal 11"},
+      {"hang", "convert.bin (fault_tool) was ended after 2 s (\"Limits\"/\"Tool_timeout\")"},
+      {"empty", "f300_uni.exe ended with exit code 1"},
+      {"truncated", "scene.exr"},
+      {"garbage", "scene.exr"},
+      {"flood", "f300_uni.exe ended with exit code 1"},
+      {"complain", "ended with exit code 2: ERROR 7: no image data in this file"},
+      {"dot", "the reader made a picture of 1 x 1 pixel"},
+  };
+  for (const auto& [fault, reason] : reasons) {
     SCOPED_TRACE(fault);
     fs::remove_all(dir_.file("out"));
-    setenv("PICTAVO_FAULT", fault, 1);
+    setenv("PICTAVO_FAULT", fault.c_str(), 1);
     WriteJob({exr, jpg}, {{"Tool_timeout", 2}});
     EXPECT_EQ(Run(), 1) << log_;
     ExpectPromisesKept(2, 1);
-    EXPECT_NE(log_.find("Error: Could not read file scene.exr"), std::string::npos) << log_;
+    EXPECT_NE(log_.find("Error: Could not read file scene.exr\n      "), std::string::npos) << log_;
+    EXPECT_NE(log_.find(reason), std::string::npos) << log_;
     EXPECT_LT(seconds_, 30.0) << "a tool fault held the job up";
   }
   // Missing tool: the same, without the link.
@@ -326,6 +359,8 @@ TEST_F(FaultTest, FailingToolsFailTheirFileAlone) {
   WriteJob({exr, jpg});
   EXPECT_EQ(Run(), 1) << log_;
   ExpectPromisesKept(2, 1);
+  EXPECT_NE(log_.find("tool \"convert.bin\" is missing: install imagemagick"), std::string::npos)
+      << log_;
 }
 
 TEST_F(FaultTest, StopEndsAHungToolAndTheJob) {
@@ -556,7 +591,7 @@ TEST_F(FaultTest, PictureCapsHoldForDecodesAndActions) {
   WriteJob({big, small}, {{"Max_memory_mb", 2}});
   EXPECT_EQ(Run(), 1) << log_;
   ExpectPromisesKept(2, 1);
-  EXPECT_NE(log_.find("Could not read file big.jpg: 1200 x 1000 pixels take 4 MB, above the "
+  EXPECT_NE(log_.find("Could not read file big.jpg\n      1200 x 1000 pixels take 4 MB, above the "
                       "limit of 2 MB (\"Limits\"/\"Max_memory_mb\")"),
             std::string::npos)
       << log_;

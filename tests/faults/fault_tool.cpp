@@ -8,6 +8,8 @@
 //   truncated writes a PNG cut off after its header
 //   garbage   writes 64 KiB of noise
 //   flood     prints 8 MiB on stdout and on stderr, writing nothing
+//   complain  explains on stderr what it could not do, as real tools do, and exits with 2
+//   dot       writes a valid picture of 1 x 1 pixel (what some tools leave when they fail)
 #include <signal.h>
 #include <unistd.h>
 
@@ -45,6 +47,14 @@ int main(int argc, char** argv) {
     unsigned x = 12345;
     for (char& c : noise) c = static_cast<char>((x = x * 1103515245u + 12345u) >> 16);
     std::ofstream(out, std::ios::binary) << noise;
+    return 0;
+  }
+  if (mode == "complain") {
+    std::fprintf(stderr, "reading the header\nERROR 7: no image data in this file\nbye\n");
+    return 2;
+  }
+  if (mode == "dot") {
+    std::ofstream(out, std::ios::binary) << std::string("P6\n1 1\n255\n\0\0\0", 14);
     return 0;
   }
   if (mode == "flood") {
