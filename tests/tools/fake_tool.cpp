@@ -5,6 +5,7 @@
 //   fake_tool echo TEXT             prints TEXT on stdout
 //   fake_tool cwd FILE              writes the working folder to FILE
 //   fake_tool exit N                exits with N
+//   fake_tool complain N LINE...    prints each LINE on stderr, then exits with N
 #include <unistd.h>
 
 #include <cstdio>
@@ -46,5 +47,9 @@ int main(int argc, char** argv) {
     return 0;
   }
   if (mode == "exit") return std::atoi(argv[2]);
+  if (mode == "complain") {
+    for (int i = 3; i < argc; ++i) std::fprintf(stderr, "%s\n", argv[i]);
+    return std::atoi(argv[2]);
+  }
   return 100;
 }

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "engine/tools/tool_paths.h"
+#include "engine/tools/trouble.h"
 #include "tests/support/process_watch.h"
 #include "tests/support/test_paths.h"
 
@@ -99,6 +100,46 @@ TEST(Runner, ExitCodesAndStartFailures) {
   start = Clock::now();
   RunAndWait(Quoted(kFake) + " exit 0", kHidden);
   EXPECT_LT(SecondsSince(start), 0.45);
+}
+
+// What a stage learns of its tools' failures: the cause, the limit that ended a tool, and
+// nothing from the tools of another recorder's time.
+TEST(Runner, ToolTroublesReachTheStageThatRanThem) {
+  RunAndWait(Quoted(kFake) + " complain 3 \"unrelated\"", kHidden);  // no recorder: dropped
+  {
+    TroubleRecorder stage;
+    EXPECT_EQ(stage.Reason("plain"), "plain");
+    RunAndWait(Quoted(kFake) + " complain 0 \"warning: odd header\"", kHidden);
+    EXPECT_EQ(stage.Reason("it failed"), "it failed (fake_tool: warning: odd header)");
+    RunAndWait(
+        Quoted(kFake) + " complain 3 \"reading\" \"ERROR 5: broken input\" \"ERROR 6: giving up\"",
+        kHidden);
+    EXPECT_EQ(stage.Reason("it failed"), "fake_tool ended with exit code 3: ERROR 5: broken input");
+    {
+      // An inner stage's troubles reach the outer one when it ends; a time-out outranks them.
+      TroubleRecorder inner;
+      const auto start = Clock::now();
+      EXPECT_EQ(RunAndWaitTimeout(Quoted(kFake) + " sleep 30 " + Quoted(TempDir().file("p")),
+                                  kHidden, "", 1),
+                kTerminated);
+      EXPECT_LT(SecondsSince(start), 20.0);
+      EXPECT_EQ(inner.Reason(), "fake_tool was ended after 1 s (\"Limits\"/\"Tool_timeout\")");
+    }
+    EXPECT_NE(stage.Reason().find("was ended after 1 s"), std::string::npos) << stage.Reason();
+    NoteTrouble(Trouble::kLimit, "9 x 9 pixels is above the limit");
+    EXPECT_EQ(stage.Reason(), "9 x 9 pixels is above the limit");
+  }
+  TroubleRecorder next;
+  EXPECT_EQ(next.Reason(), "");
+  EXPECT_EQ(RunAndWait("\"/nonexistent/utl/tool.exe\"", kHidden), kNotStarted);
+  EXPECT_NE(next.Reason().find("cannot start /nonexistent/utl/tool.exe"), std::string::npos)
+      << next.Reason();
+  // A refused result carries what the tool said about it.
+  TroubleRecorder refused;
+  RunAndWait(Quoted(kFake) + " complain 0 \"3 entities skipped\"", kHidden);
+  NoteTrouble(Trouble::kResultRejected, "the DXF result holds no drawing entities");
+  EXPECT_EQ(refused.Reason(),
+            "the DXF result holds no drawing entities (fake_tool: 3 entities skipped)");
 }
 
 TEST(Runner, WorkingFolderAndUnquotedBlanks) {
