@@ -36,9 +36,11 @@ struct Content {
   // Drawing content, -1 when not told:
   //   DXF:   entities of the ENTITIES section, plus those of every block that an INSERT there
   //          reaches (directly or through nested blocks), each block counted once however often
-  //          it is inserted. VERTEX, SEQEND and ATTRIB belong to their parent and are not counted.
+  //          it is inserted. VERTEX, SEQEND and ATTRIB (parts of a parent) and ATTDEF
+  //          (attribute templates) are not counted.
   //   SVG:   path, rect, circle, ellipse, line, polyline, polygon, text, image and use elements
-  //          outside definitions (defs, symbol, clipPath, mask, marker, pattern, metadata).
+  //          outside what is not drawn by itself (defs, symbol, clipPath, mask, marker, pattern,
+  //          metadata, foreignObject, title).
   //   HP-GL: draw commands: PD, PA, PR with coordinates while the pen is down, arcs, circles,
   //          rectangles, wedges, polygons (EP, FP), encoded polylines and non-empty labels.
   //   EMF:   drawing records (lines, curves, shapes, text, bitmaps); for a file with EMF+
