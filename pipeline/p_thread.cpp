@@ -44,6 +44,9 @@ std::string TargetExt(const settings::TMainSettings& s) {
   return platform::AsciiLower(ext);
 }
 
+// Targets whose one file holds every page of the picture.
+constexpr std::string_view kManyPageTargets = ";tif;tiff;gif;pdf;ps;dcx;ico;";
+
 imaging::TIOFileType SniffFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   uint8_t head[32] = {};
@@ -415,7 +418,15 @@ bool TPThread::Convert() {
     if (status.ok() && !platform::FileExists(w.file_name))
       status = Status::Error(M(Msg::kNoResult), writer::kNothingWritten);
   if (status.ok()) status = CheckWritten(ext);
-  return FinishConvertLine(std::move(line), status, status.code() == writer::kNotHandled);
+  const bool ok = FinishConvertLine(std::move(line), status, status.code() == writer::kNotHandled);
+  // A target of one picture keeps the first page unless every page is asked for as a file of
+  // its own ("Multipage"/"Option" 3): said, not dropped silently.
+  if (ok && written_.size() == 1 && page_count_ > 1 && !InList(";" + ext + ";", kManyPageTargets))
+    print_log(std::string(kStepPrefix) + "Only the first of " + std::to_string(page_count_) +
+              " pages was written: " + platform::AsciiUpper(ext) +
+              " holds one picture (\"Multipage\"/\"Option\" 3 writes every page to a file of "
+              "its own)");
+  return ok;
 }
 
 bool TPThread::Direct_convert() {
@@ -451,7 +462,7 @@ Status TPThread::CheckWritten(const std::string& ext) {
       why = Status::Error("the " + platform::AsciiUpper(ext) +
                           " result cannot be read back: " + got.opened.message());
     } else if (written_.size() == 1 && page_count_ > 1 && got.pages >= 0 &&
-               got.pages < page_count_) {
+               got.pages < page_count_ && InList(";" + ext + ";", kManyPageTargets)) {
       why = Status::Error("the result had " + std::to_string(got.pages) + " of " +
                           std::to_string(page_count_) + " pages");
     }

@@ -106,9 +106,17 @@ pictavo::Status CheckReadResult(const TZubRead& r, const std::string& key) {
   return pictavo::Status::OK();
 }
 
-int EngineFallBack(TZubRead& r, imaging::TIEBitmap& bitmap, imaging::TImageEnIO& io) {
+int EngineFallBack(TZubRead& r, imaging::TIEBitmap& bitmap, imaging::TImageEnIO& io,
+                   bool no_route) {
   if (pictavo::Status loaded = io.LoadFromFile(r.src_file); !loaded.ok()) {
-    tools::NoteTrouble(tools::Trouble::kDecoder, "the engine's decoder: " + loaded.message());
+    const std::string ext = LowerExt(r.src_file);
+    tools::NoteTrouble(tools::Trouble::kDecoder,
+                       (no_route ? "no reader is set up for " +
+                                       (ext.empty() ? std::string("files without extension")
+                                                    : "\"" + ext + "\" files") +
+                                       ", and the engine's decoder says: "
+                                 : std::string("the engine's decoder: ")) +
+                           loaded.message());
     return kNoRoute;
   }
   if (bitmap.Width() <= 0 || bitmap.Height() <= 0) return kNoRoute;
@@ -211,6 +219,7 @@ int TZubRead::ReadWith(std::span<const ReadRoute> routes) {
     // Tests walk the chain with recording routines that write no pictures.
     const bool routes_are_real = routes.data() == ReadRoutes().data();
     bool refused = false;
+    bool any_route = false;
     // 8.
     imaging::TIEBitmap bitmap;
     imaging::TImageEnIO io(&bitmap);
@@ -219,6 +228,7 @@ int TZubRead::ReadWith(std::span<const ReadRoute> routes) {
       for (size_t i = 0; i < routes.size(); ++i) {
         if (status == 0) break;
         if (!RouteMatches(routes[i], key)) continue;
+        any_route = true;
         route_row = static_cast<int>(i) + 1;
         const int result = routes[i].read(*this);
         if (result != kRouteSkipped) status = result;
@@ -244,7 +254,8 @@ int TZubRead::ReadWith(std::span<const ReadRoute> routes) {
 
       // 11. DICOM never falls back: a picture the engine makes of it would be wrong. Nor does a
       // file whose reader's picture was refused: the engine would only make the same of it.
-      if (status != 0 && key != ";dcm;" && !refused) status = EngineFallBack(*this, bitmap, io);
+      if (status != 0 && key != ";dcm;" && !refused)
+        status = EngineFallBack(*this, bitmap, io, !any_route);
     } catch (const std::exception&) {
       // The attempt ends; the clean-up below still runs.
     } catch (...) {
