@@ -131,11 +131,7 @@ int TZubEdit::Edit(std::string& log, const std::string& done_text, const std::st
   if (list.empty()) return 0;
 
   if (transparency_only && HeaderRulesOutAlpha(work_file)) return 33;
-  if (Status loaded = io->LoadFromFile(work_file); !loaded.ok()) {
-    tools::NoteTrouble(tools::Trouble::kDecoder,
-                       "the picture cannot be decoded: " + loaded.message());
-    return bmp->IsEmpty() ? 3 : 0;
-  }
+  if (!io->LoadFromFile(work_file).ok()) return bmp->IsEmpty() ? 3 : 0;
   int pages = 1;
   const std::string ext = Extension(work_file);
   const bool tiff = ext == ".tif" || ext == ".tiff";

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "engine/tools/runner.h"
+#include "engine/tools/trouble.h"
 #include "imaging/codecs/bmp_codec.h"
 #include "imaging/codecs/gif_codec.h"
 #include "imaging/codecs/ico_codec.h"
@@ -250,7 +251,11 @@ pictavo::Status TImageEnIO::ParamsFromBuffer(const uint8_t* data, size_t size) {
 
 pictavo::Status TImageEnIO::LoadFromFile(const std::string& path) {
   if (TakeHandOver(path, false)) return pictavo::Status::OK();
-  return DecodeFile(path, false);
+  pictavo::Status st = DecodeFile(path, false);
+  // Why a stage that needed this picture failed, unless something more telling is known.
+  if (!st.ok())
+    tools::NoteTrouble(tools::Trouble::kDecoder, "the engine's decoder: " + st.message());
+  return st;
 }
 
 pictavo::Status TImageEnIO::ParamsFromFile(const std::string& path) {

@@ -108,17 +108,16 @@ pictavo::Status CheckReadResult(const TZubRead& r, const std::string& key) {
 
 int EngineFallBack(TZubRead& r, imaging::TIEBitmap& bitmap, imaging::TImageEnIO& io,
                    bool no_route) {
-  if (pictavo::Status loaded = io.LoadFromFile(r.src_file); !loaded.ok()) {
+  if (no_route) {
+    // Said before the decoder is asked, so that this is the reason its refusal gives.
     const std::string ext = LowerExt(r.src_file);
-    tools::NoteTrouble(tools::Trouble::kDecoder,
-                       (no_route ? "no reader is set up for " +
-                                       (ext.empty() ? std::string("files without extension")
-                                                    : "\"" + ext + "\" files") +
-                                       ", and the engine's decoder says: "
-                                 : std::string("the engine's decoder: ")) +
-                           loaded.message());
-    return kNoRoute;
+    tools::NoteTrouble(
+        tools::Trouble::kDecoder,
+        "no reader is set up for " +
+            (ext.empty() ? std::string("files without extension") : "\"" + ext + "\" files") +
+            ", and the engine's decoder does not know the content");
   }
+  if (!io.LoadFromFile(r.src_file).ok()) return kNoRoute;
   if (bitmap.Width() <= 0 || bitmap.Height() <= 0) return kNoRoute;
   if (io.Params().ImageCount > 1) return SavePicture(r, r.src_file) == 0 ? 0 : kNoRoute;
   // The scratch TIFF is read once more right away: written fast rather than small.
