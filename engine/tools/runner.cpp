@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "engine/tools/command_line.h"
+#include "engine/tools/tool_manifest.h"
 #include "engine/tools/trouble.h"
 #include "platform/console.h"
 #include "platform/process.h"
@@ -114,7 +115,12 @@ int SpawnAndWait(const BatchCommand& cmd, const std::string& working_folder, int
   launch.capture_stderr = true;
   platform::Process process;
   if (Status started = platform::StartProcess(launch, process); !started.ok()) {
-    NoteTrouble(Trouble::kMissingTool, started.message());
+    // A tool of the tool folder that is not there is named with the package that provides it.
+    const std::string& program = cmd.argv[0];
+    const size_t utl = program.rfind("/utl/");
+    std::string name = utl == std::string::npos ? std::string() : program.substr(utl + 5);
+    std::replace(name.begin(), name.end(), '\\', '/');
+    if (name.empty() || !NoteMissingTool(name)) NoteTrouble(Trouble::kMissingTool, started.message());
     return kNotStarted;
   }
   if (timeout_s <= 0) timeout_s = g_tool_timeout_s.load();

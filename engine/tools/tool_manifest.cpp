@@ -133,15 +133,20 @@ std::string MissingToolMessage(std::string_view name) {
   return msg + " is missing: install " + packages;
 }
 
-bool ToolPresent(const std::string& path, std::string_view name) {
-  std::error_code ec;
-  if (std::filesystem::exists(path, ec)) return true;
+bool NoteMissingTool(std::string_view name) {
   // A tool that no package provides here is no news to the user: what the routes before it
   // said is more telling.
   const ToolRow* row = FindTool(name);
   const bool unavailable = row != nullptr && row->kind == ToolKind::kAbsent;
   NoteTrouble(unavailable ? Trouble::kUnavailable : Trouble::kMissingTool,
               MissingToolMessage(name));
+  return row != nullptr;
+}
+
+bool ToolPresent(const std::string& path, std::string_view name) {
+  std::error_code ec;
+  if (std::filesystem::exists(path, ec)) return true;
+  NoteMissingTool(name);
   return false;
 }
 

@@ -62,5 +62,9 @@ std::string MissingToolMessage(std::string_view name);
 // True when `path`, the tool folder's file for the tool `name`, exists (a link that leads nowhere
 // counts as absent); otherwise notes the missing-tool message as the running stage's trouble.
 bool ToolPresent(const std::string& path, std::string_view name);
+// Notes the missing-tool message of `name` as the running stage's trouble; a tool that no
+// program serves on this platform is noted as the least telling kind. False when the manifest
+// has no such tool.
+bool NoteMissingTool(std::string_view name);
 
 }  // namespace pictavo::tools
