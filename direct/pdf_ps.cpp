@@ -397,8 +397,10 @@ int32_t adobe2vec(TZubDirect& self, Path given_src, Path dest) {
       if (adobe(self, src, pdf) != 0) return done(kDirectFailed);
       src = pdf;
     }
+    self.source_pages = tools::PdfPageCount(src);
     return done(pdf2svg_pop(self, src, dest));
   }
+  if (is_pdf(src)) self.source_pages = tools::PdfPageCount(src);
   if (target == "pcl") return done(convert_pdf2pcl(self, src, dest));
   auto pstoedit = [&](const char* format, Path out) {
     NoteTool(self, "pstoedit.bin");

@@ -70,6 +70,14 @@ pictavo::Status CheckDirectResult(const TZubDirect& d, const std::string& source
 
   // The source is looked at only for what the target is judged by.
   const verify::Content had = verify::Inspect(source, d.src_ext, tool_folder, d.temp_folder);
+  // A document's pages are known once a routine made a PDF of it on the way.
+  const int source_pages = had.pages > 0 ? had.pages : d.source_pages;
+  if (pages_matter && source_pages > 1) {
+    const int pages = In(kOnePageTargets, d.dest_tag) ? outputs : got.pages;
+    if (pages >= 0 && pages < source_pages)
+      return pictavo::Status::Error("the result had " + std::to_string(pages) + " of " +
+                                    std::to_string(source_pages) + " pages");
+  }
   if (!had.known || !had.opened.ok()) {
     // Nothing to compare with; still, a drawing or a dataset with nothing in it is no result.
     if (drawing && got.entities == 0)
@@ -77,12 +85,6 @@ pictavo::Status CheckDirectResult(const TZubDirect& d, const std::string& source
     return pictavo::Status::OK();
   }
 
-  if (pages_matter && had.pages > 1) {
-    const int pages = In(kOnePageTargets, d.dest_tag) ? outputs : got.pages;
-    if (pages >= 0 && pages < had.pages)
-      return pictavo::Status::Error("the result had " + std::to_string(pages) + " of " +
-                                    std::to_string(had.pages) + " pages");
-  }
   if (gis_pair && !had.layers.empty()) {
     const int64_t want = TotalFeatures(had.layers), have = TotalFeatures(got.layers);
     if (have < want) {

@@ -330,6 +330,7 @@ int32_t TZubDirect::Direct() {
   fonts_replaced = svg_round_trip = ai_output = pdf_mode = false;
   first_page = last_page = -1;
   counter = 0;
+  source_pages = -1;
   row = nullptr;
   error_text.clear();
   src_ext = ExtOf(src_file);

@@ -54,8 +54,11 @@ class TZubDirect {
   bool ai_output = false;         // `adobe` writes AI: PDF with the "AI_Write" keys
   int32_t first_page = -1;        // page range of the PDF-writing command; -1 = whole file
   int32_t last_page = -1;
-  bool pdf_mode = false;           // compact (ebook) PDF output
-  int counter = 0;                 // pages written by the last multi-file routine
+  bool pdf_mode = false;  // compact (ebook) PDF output
+  int counter = 0;        // pages written by the last multi-file routine
+  // The source's pages as a routine learned them from the PDF it made on the way (documents,
+  // XPS); -1 when none did. The result check compares the result's pages with them.
+  int source_pages = -1;
   const DirectRow* row = nullptr;  // the row that ran, if any
   // A message a user can act on when the last routine failed for want of a program.
   std::string error_text;

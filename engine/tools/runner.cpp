@@ -82,7 +82,10 @@ std::string LastLine(const std::string& tail) {
 // Notes what went wrong with one run for the stage that ran it (engine/tools/trouble.h).
 void NoteRun(const std::string& program_path, int code, bool timed_out, int timeout_s,
              const std::string& stderr_tail) {
-  const std::string said = LastLine(stderr_tail);
+  std::string said = LastLine(stderr_tail);
+  // Lines a tool prints on every run tell nothing about this one.
+  for (const char* noise : {"failed to launch javaldx"})
+    if (said.find(noise) != std::string::npos) said.clear();
   const std::string name = ProgramName(program_path);
   if (timed_out) {
     NoteTrouble(Trouble::kToolEnded, name + " was ended after " + std::to_string(timeout_s) +
@@ -120,7 +123,8 @@ int SpawnAndWait(const BatchCommand& cmd, const std::string& working_folder, int
     const size_t utl = program.rfind("/utl/");
     std::string name = utl == std::string::npos ? std::string() : program.substr(utl + 5);
     std::replace(name.begin(), name.end(), '\\', '/');
-    if (name.empty() || !NoteMissingTool(name)) NoteTrouble(Trouble::kMissingTool, started.message());
+    if (name.empty() || !NoteMissingTool(name))
+      NoteTrouble(Trouble::kMissingTool, started.message());
     return kNotStarted;
   }
   if (timeout_s <= 0) timeout_s = g_tool_timeout_s.load();

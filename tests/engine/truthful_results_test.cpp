@@ -198,6 +198,20 @@ TEST_F(TruthfulResults, MultiPagePdfToSvgWritesEveryPageOrFails) {
   }
 }
 
+TEST_F(TruthfulResults, XpsToSvgWritesEveryPageOrFails) {
+  // An XPS document's pages are known only once it is a PDF on the way to SVG.
+  PICTAVO_REQUIRE_CORPUS(xps, "document/xps/testPPT.xps");
+  PICTAVO_REQUIRE_TOOL("gxpswin32.exe", "libgxps-utils");
+  Convert(Quoted(xps) + " --to svg");
+  const std::vector<std::string> svgs = Results(".svg");
+  if (const std::string why = FailureOf(xps); !why.empty()) {
+    EXPECT_TRUE(svgs.empty()) << "a refused result was saved";
+    EXPECT_NE(why.find("of 3 pages"), std::string::npos) << why;
+    return;
+  }
+  EXPECT_EQ(svgs.size(), 3u) << out_;
+}
+
 TEST_F(TruthfulResults, EveryFailedFileIsListedWithItsReason) {
   // A damaged picture, a good one and an empty file: the two failures are listed in job order
   // with their reasons, and the exit status says the job was not complete.
