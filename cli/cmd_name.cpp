@@ -5,6 +5,7 @@
 #include <string>
 
 #include "cli/commands.h"
+#include "pipeline/job_plan.h"
 #include "settings/mem_ini_file.h"
 #include "settings/settings_overrides.h"
 
@@ -73,14 +74,22 @@ int CmdName(const Args& args) {
     std::fprintf(stderr, "pictavo name: warning: %s; using the defaults\n",
                  loaded.message().c_str());
 
-  for (size_t k = 0; k < sources.size(); ++k) {
+  std::vector<std::string> absolute_sources;
+  for (const std::string& source : sources) {
     std::error_code ec;
-    std::filesystem::path absolute = std::filesystem::absolute(sources[k], ec);
+    std::filesystem::path absolute = std::filesystem::absolute(source, ec);
+    absolute_sources.push_back(ec ? source : absolute.lexically_normal().string());
+  }
+  // The names a job of these sources would give: the job's plan, which keeps them apart.
+  const pipeline::JobPlan plan(s, absolute_sources, index);
+  for (size_t k = 0; k < sources.size(); ++k) {
     settings::DestRequest request;
-    request.source_path = ec ? sources[k] : absolute.lexically_normal().string();
+    request.source_path = absolute_sources[k];
     request.index = index + static_cast<int>(k);
     request.page = page - 1;
-    const settings::DestNames names = s.create_dest_filename(request);
+    settings::DestNames names = s.create_dest_filename(request);
+    const pipeline::PlannedFile& planned = plan.files()[k];
+    if (page == 1) names.result = planned.pages.empty() ? planned.names.result : planned.pages[0];
     std::printf("%s\n", names.result.c_str());
     if (thumbnails)
       for (size_t t = 0; t < names.thumbnails.size(); ++t)

@@ -203,12 +203,14 @@ void TPThread::ProcessFile() {
   try {
     if (check_only_) {
       ok = CheckFile();
+    } else if (ResultKeptAsItIs()) {
+      skipped_ = true;
     } else if (route_.direct) {
       ok = Direct_convert() && SaveAll();
     } else {
       ok = Read() && Edit() && Convert() && SaveAll();
     }
-    if (!check_only_) {
+    if (!check_only_ && !(skipped_ && !ok)) {
       std::string log;
       FinishOriginal(source_, ok, context_.settings, *context_.messages, log);
       print_log(log);
@@ -254,6 +256,17 @@ bool TPThread::Fail(const std::string& line, Msg stage, std::string reason) {
   print_log(text);
   if (failure_.empty()) failure_ = std::move(reason);
   return false;
+}
+
+bool TPThread::ResultKeptAsItIs() {
+  if (PolicyOf(context_.settings.save.overwrite) != OverwritePolicy::kSkip) return false;
+  const std::string first = context_.plan ? context_.plan->FirstResult(index_) : dest_.result;
+  // The plan gives every result of the job a name of its own, so a result already there was
+  // there before the job. Where the names depend on the page count, the first page's decides.
+  if (first.empty() || SamePath(first, source_) || !platform::FileExists(first)) return false;
+  print_log(kStepPrefix + M(Msg::kSkipped) + ": " + first + " " + M(Msg::kWasSkipped));
+  failure_ = "its result exists already (\"Save\"/\"OverWrite\" 2 keeps it): " + first;
+  return true;
 }
 
 bool TPThread::CheckFile() {
@@ -512,12 +525,26 @@ bool TPThread::SaveAll() {
     // either way, so the position is the page.
     const int page = many ? static_cast<int>(i) : 0;
     std::string dest = dest_.result;
-    if (many) dest = PageDestination(s, source_, index_, page);
+    std::string taken_by, wanted;
+    if (many) {
+      dest = context_.plan ? context_.plan->PageName(index_, page, &taken_by)
+                           : PageDestination(s, source_, index_, page);
+      if (!taken_by.empty()) wanted = PageDestination(s, source_, index_, page);
+    } else if (context_.plan) {
+      const PlannedFile& planned = context_.plan->files()[static_cast<size_t>(index_)];
+      taken_by = planned.taken_by;
+      wanted = planned.wanted;
+    }
+    // A name that another result of the job holds is said, with whose it is.
+    const std::string note = taken_by.empty() ? std::string()
+                                              : "the name " + fs::path(wanted).filename().string() +
+                                                    " was taken by " + taken_by + " in this job";
     std::string log;
     // A PDF is finished while it is still a scratch file, so the result appears complete.
     if (platform::AsciiLower(fs::path(w.file_name).extension().string()) == ".pdf")
       FinishPdf(w.file_name, s, context_.temp_folder, *context_.messages, log);
-    SaveResult r = SaveWritten(w.file_name, dest, source_, index_, s, *context_.messages, log);
+    SaveResult r =
+        SaveWritten(w.file_name, dest, source_, index_, s, *context_.messages, log, note);
     all_skipped = all_skipped && r.skipped;
     if (r.ok && !r.skipped) {
       saved_folder = fs::path(r.final_path).parent_path().string();

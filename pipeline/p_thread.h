@@ -14,6 +14,7 @@
 #include <string>
 #include <thread>
 
+#include "pipeline/job_plan.h"
 #include "pipeline/routing.h"
 #include "pipeline/written_files.h"
 #include "settings/main_settings.h"
@@ -39,6 +40,9 @@ struct JobContext {
   bool kind3 = false;
   bool builtin_language = false;  // translated messages were not loaded
   int poll_ms = 10;
+  // The job's plan of result names, shared by the workers; none in tests that hand a worker
+  // its names directly (pages are then named by the template alone).
+  JobPlan* plan = nullptr;
 };
 
 // How one file of the job ended, for the summary.
@@ -100,6 +104,8 @@ class TPThread {
   std::string ReadFailureReason(const Status& status) const;
   bool SaveAll();
   bool CheckFile();
+  // "Save"/"OverWrite" 2 and the result exists: the file is skipped before it is read.
+  bool ResultKeptAsItIs();
   void print_log(const std::string& line);
   std::string ScratchName(const std::string& ext);
   const std::string& M(settings::Msg id) const { return (*context_.messages)[id]; }

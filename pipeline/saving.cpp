@@ -22,12 +22,6 @@ namespace {
 namespace fs = std::filesystem;
 using settings::Msg;
 
-bool SamePath(const std::string& a, const std::string& b) {
-  std::error_code ec;
-  if (fs::equivalent(a, b, ec)) return true;
-  return fs::weakly_canonical(a, ec) == fs::weakly_canonical(b, ec);
-}
-
 // Scratch files that a killed engine left in a destination folder go the first time this
 // process places a result there.
 void RemoveStaleScratchOnce(const std::string& folder) {
@@ -88,6 +82,12 @@ OverwritePolicy PolicyOf(int overwrite_setting) {
   }
 }
 
+bool SamePath(const std::string& a, const std::string& b) {
+  std::error_code ec;
+  if (fs::equivalent(a, b, ec)) return true;
+  return fs::weakly_canonical(a, ec) == fs::weakly_canonical(b, ec);
+}
+
 std::string NumberedName(const std::string& path) {
   fs::path p(path);
   const std::string stem = p.stem().string();
@@ -129,7 +129,8 @@ Status PlaceFile(const std::string& file, const std::string& dest, bool replace)
 
 SaveResult SaveWritten(const std::string& written, const std::string& dest,
                        const std::string& source, int index, const settings::TMainSettings& s,
-                       const settings::MessageTable& m, std::string& log) {
+                       const settings::MessageTable& m, std::string& log,
+                       const std::string& name_note) {
   SaveResult r;
   std::string target = dest;
   std::error_code ec;
@@ -147,6 +148,7 @@ SaveResult SaveWritten(const std::string& written, const std::string& dest,
     if (policy == OverwritePolicy::kKeepBoth) target = NumberedName(target);
   }
   log += kStepPrefix + m[Msg::kSavingResultTo] + " " + target;
+  if (!name_note.empty()) log += " (" + name_note + ")";
   if (Status st = PlaceFile(written, target, true); !st.ok()) {
     log += kStepPrefix + m[Msg::kError] + " " + st.message();
     r.error = st.message();

@@ -19,6 +19,9 @@ namespace pictavo::pipeline {
 enum class OverwritePolicy { kReplace = 1, kSkip = 2, kKeepBoth = 3 };
 OverwritePolicy PolicyOf(int overwrite_setting);  // 1, 2, 3; anything else keeps both
 
+// The same file, by path (without regard to case where the file system ignores it).
+bool SamePath(const std::string& a, const std::string& b);
+
 // "name.ext" -> "name (2).ext", the first such name that does not exist.
 std::string NumberedName(const std::string& path);
 
@@ -35,10 +38,12 @@ struct SaveResult {
 
 // Saves one written file of `source` at `dest` following the "Save" keys: Overwrite,
 // Same_Date, Create_copies/Number_of_copies/Copy_mask/Copy_counter. Appends its log lines.
+// `name_note` (optional) follows the "Saving result to:" line, as " (" + note + ")".
 SaveResult SaveWritten(const std::string& written, const std::string& dest,
                        const std::string& source, int index,
                        const settings::TMainSettings& settings,
-                       const settings::MessageTable& messages, std::string& log);
+                       const settings::MessageTable& messages, std::string& log,
+                       const std::string& name_note = std::string());
 
 // Writes the thumbnails of the enabled thumbnail sets from the picture `picture` (any raster
 // file the imaging engine reads), one line "Saving thumbnail to:" each. `page` is 0-based; a set
