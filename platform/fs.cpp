@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -24,6 +25,9 @@ std::string IncludeTrailingDelim(std::string_view path) {
 }
 
 std::optional<std::string> ReadFileBytes(const std::string& path) {
+  // A folder opens as a stream whose end some file systems put at 2^63 - 1 (ext4's hashed
+  // folders), which the allocation below would take at its word.
+  if (DirectoryExists(path)) return std::nullopt;
   std::ifstream in(path, std::ios::binary | std::ios::ate);
   if (!in) return std::nullopt;
   std::streamoff size = in.tellg();
@@ -42,6 +46,75 @@ std::optional<std::string> ReadFileBytes(const std::string& path) {
     rest << in.rdbuf();
     bytes += std::move(rest).str();
   }
+  return bytes;
+}
+
+namespace {
+
+std::string SystemReason(int err) {
+  std::string reason = std::strerror(err);
+  if (!reason.empty() && reason[0] >= 'A' && reason[0] <= 'Z') reason[0] += 'a' - 'A';
+  return reason;
+}
+
+std::string NotRegularReason(mode_t mode) {
+  if (S_ISDIR(mode)) return "it is a folder";
+  if (S_ISFIFO(mode)) return "it is a pipe (FIFO), not a file";
+  if (S_ISCHR(mode) || S_ISBLK(mode)) return "it is a device, not a file";
+  if (S_ISSOCK(mode)) return "it is a socket, not a file";
+  return "it is not a regular file";
+}
+
+std::string TooLargeReason(size_t max_bytes) {
+  constexpr size_t kMiB = size_t{1} << 20;
+  return "it is larger than " + (max_bytes % kMiB == 0 ? std::to_string(max_bytes / kMiB) + " MB"
+                                                       : std::to_string(max_bytes) + " bytes");
+}
+
+}  // namespace
+
+std::optional<std::string> ReadRegularFile(const std::string& path, size_t max_bytes,
+                                           std::string* why) {
+  auto refuse = [why](std::string reason) -> std::optional<std::string> {
+    if (why) *why = std::move(reason);
+    return std::nullopt;
+  };
+  if (why) why->clear();
+  // Looked at before opening: opening a FIFO waits for a writer, and opening some devices
+  // does something (a tape rewinds).
+  struct stat st {};
+  if (::stat(path.c_str(), &st) != 0) return refuse(SystemReason(errno));
+  if (!S_ISREG(st.st_mode)) return refuse(NotRegularReason(st.st_mode));
+  if (static_cast<uintmax_t>(st.st_size) > max_bytes) return refuse(TooLargeReason(max_bytes));
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  if (fd < 0) return refuse(SystemReason(errno));
+  // The name may have been given to something else between the two looks.
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    const std::string reason =
+        S_ISREG(st.st_mode) ? SystemReason(errno) : NotRegularReason(st.st_mode);
+    ::close(fd);
+    return refuse(reason);
+  }
+  std::string bytes;
+  bytes.reserve(std::min(static_cast<size_t>(st.st_size), max_bytes));
+  char chunk[65536];
+  for (;;) {
+    const ssize_t n = ::read(fd, chunk, sizeof chunk);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) {
+      const int err = errno;
+      ::close(fd);
+      return refuse(SystemReason(err));
+    }
+    if (n == 0) break;
+    // A file that grows while it is read is held to the same limit.
+    if (bytes.size() + static_cast<size_t>(n) > max_bytes) {
+      ::close(fd);
+      return refuse(TooLargeReason(max_bytes));
+    }
+    bytes.append(chunk, static_cast<size_t>(n));
+  }
+  ::close(fd);
   return bytes;
 }
 

@@ -17,7 +17,17 @@ inline constexpr char kPathDelim = '/';
 // Ensures a trailing delimiter (an empty path stays empty).
 std::string IncludeTrailingDelim(std::string_view path);
 
+// The whole file; nullopt when it cannot be opened or is a folder. Takes pipes and devices too,
+// and has no size limit: for files the engine itself made or a route chose.
 std::optional<std::string> ReadFileBytes(const std::string& path);
+
+// A whole regular file of at most `max_bytes`, for files a job names (settings, list, actions,
+// language). Anything else is refused without a byte read from it: a folder, a device, a FIFO
+// (whose opening would wait for a writer), a socket, a larger file. `why` (when given) then says
+// why in words for a log line: "it is a folder", "it is larger than 16 MB", "no such file or
+// directory", "permission denied"; it is cleared on success.
+std::optional<std::string> ReadRegularFile(const std::string& path, size_t max_bytes,
+                                           std::string* why = nullptr);
 
 // At most the first `max_bytes` of a file (fewer when it is shorter): for telling formats apart.
 std::optional<std::string> ReadFilePrefix(const std::string& path, size_t max_bytes);

@@ -1,5 +1,6 @@
 #include "platform/text_encoding.h"
 
+#include <algorithm>
 #include <cstdint>
 
 #include "platform/fs.h"
@@ -72,6 +73,19 @@ std::string SanitizeUtf8(std::string_view s) {
   return out;
 }
 
+// UTF-16 without a byte-order mark, told by the side its zero bytes fall on.
+std::optional<TextEncoding> BareUtf16(std::string_view b) {
+  const size_t n = std::min(b.size(), size_t{512}) & ~size_t{1};
+  size_t zero_low = 0, zero_high = 0;  // zeros at even and at odd offsets
+  for (size_t i = 0; i < n; ++i)
+    if (b[i] == '\0') ++(i % 2 == 0 ? zero_low : zero_high);
+  const size_t units = n / 2;
+  if (units == 0) return std::nullopt;
+  if (zero_high * 8 >= units && zero_high > 4 * zero_low) return TextEncoding::kUtf16LEBare;
+  if (zero_low * 8 >= units && zero_low > 4 * zero_high) return TextEncoding::kUtf16BEBare;
+  return std::nullopt;
+}
+
 }  // namespace
 
 TextEncoding DetectEncoding(std::string_view b) {
@@ -82,7 +96,7 @@ TextEncoding DetectEncoding(std::string_view b) {
   if (b.size() >= 3 && static_cast<uint8_t>(b[0]) == 0xEF && static_cast<uint8_t>(b[1]) == 0xBB &&
       static_cast<uint8_t>(b[2]) == 0xBF)
     return TextEncoding::kUtf8Bom;
-  return TextEncoding::kUtf8;
+  return BareUtf16(b).value_or(TextEncoding::kUtf8);
 }
 
 std::string DecodeText(std::string_view bytes) {
@@ -91,6 +105,10 @@ std::string DecodeText(std::string_view bytes) {
       return DecodeUtf16(bytes.substr(2), true);
     case TextEncoding::kUtf16BE:
       return DecodeUtf16(bytes.substr(2), false);
+    case TextEncoding::kUtf16LEBare:
+      return DecodeUtf16(bytes, true);
+    case TextEncoding::kUtf16BEBare:
+      return DecodeUtf16(bytes, false);
     case TextEncoding::kUtf8Bom:
       return SanitizeUtf8(bytes.substr(3));
     case TextEncoding::kUtf8:
@@ -134,8 +152,9 @@ std::string EncodeUtf16LEWithBom(std::string_view utf8) {
   return out;
 }
 
-std::optional<std::string> ReadTextFile(const std::string& path) {
-  auto bytes = ReadFileBytes(path);
+std::optional<std::string> ReadTextFile(const std::string& path, std::string* why,
+                                        size_t max_bytes) {
+  auto bytes = ReadRegularFile(path, max_bytes, why);
   if (!bytes) return std::nullopt;
   return DecodeText(*bytes);
 }

@@ -1,8 +1,10 @@
-// Text files of the engine (settings, language and list files) come as UTF-16LE,
-// UTF-16BE or UTF-8, told apart by their byte-order mark; no mark means UTF-8.
+// Text files of the engine (settings, language, list and actions files) come as UTF-16LE,
+// UTF-16BE or UTF-8, told apart by their byte-order mark. Without a mark, zero bytes in the
+// first 512 tell UTF-16 and its byte order (see DetectEncoding); otherwise it is UTF-8.
 // Inside the engine all text is UTF-8.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,9 +13,13 @@
 
 namespace pictavo::platform {
 
-enum class TextEncoding { kUtf8, kUtf8Bom, kUtf16LE, kUtf16BE };
+// kUtf16LE and kUtf16BE begin with their byte-order mark; the "Bare" ones have none.
+enum class TextEncoding { kUtf8, kUtf8Bom, kUtf16LE, kUtf16BE, kUtf16LEBare, kUtf16BEBare };
 
-// Detects the encoding from the first bytes.
+// Detects the encoding from the first bytes. Without a byte-order mark: UTF-8 holds no zero
+// bytes, while UTF-16 text of these files (ASCII section and key names, paths, captions) has
+// one in the high byte of nearly every unit. So at least one unit in eight with a zero on one
+// side, and four times more zeros there than on the other, is UTF-16 in that byte order.
 TextEncoding DetectEncoding(std::string_view bytes);
 
 // Decodes bytes (BOM included or not) into UTF-8. Unpaired surrogates and
@@ -23,8 +29,17 @@ std::string DecodeText(std::string_view bytes);
 // Encodes UTF-8 text as UTF-16LE preceded by its byte-order mark.
 std::string EncodeUtf16LEWithBom(std::string_view utf8);
 
-// Reads a whole text file and decodes it; nullopt when it cannot be read.
-std::optional<std::string> ReadTextFile(const std::string& path);
+// The most a settings, actions or language file may hold: a job's settings take about 12 KB.
+inline constexpr size_t kMaxTextFileBytes = size_t{16} << 20;
+// The most a list file may hold: it names every input of a job (about 300,000 paths of 100
+// characters in UTF-16).
+inline constexpr size_t kMaxListFileBytes = size_t{64} << 20;
+
+// Reads a whole regular file of at most `max_bytes` and decodes it; nullopt when it cannot be
+// read or is refused (a folder, a device, a FIFO, a larger file), with the reason in `why`
+// (see platform::ReadRegularFile).
+std::optional<std::string> ReadTextFile(const std::string& path, std::string* why = nullptr,
+                                        size_t max_bytes = kMaxTextFileBytes);
 
 // Writes text as UTF-16LE with BOM, in one piece: to a scratch name, then renamed into place.
 Status WriteTextFileUtf16(const std::string& path, std::string_view utf8);
