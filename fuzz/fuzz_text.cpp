@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <fstream>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -19,12 +20,27 @@
 #include "settings/main_settings.h"
 #include "settings/mem_ini_file.h"
 #include "settings/message_table.h"
+#include "settings/settings_keys.h"
 
 namespace settings = pictavo::settings;
 
 namespace {
 
-// The settings file: parsed, every key read, written back and parsed again.
+// Every value the writer writes, as it spells it.
+std::string Dump(settings::TMainSettings& s) {
+  std::string out;
+  settings::WalkSettings(
+      s, settings::WalkOptions{settings::WalkDirection::kWrite, settings::WalkForm::kFile, 1},
+      [&out](const settings::SettingEntry& e) {
+        out += e.section + "/" + e.key + "=" + settings::FormatValue(e.field) + "\n";
+      });
+  return out;
+}
+
+// The settings file: parsed, every key read, written back over it and parsed again. Whatever
+// the reader made of the bytes must also survive a clean write and read: a value that the
+// writer does not quote when it should (blanks, quotes) reads back different, and that is a
+// crash here.
 void Settings(std::string_view bytes) {
   const settings::MemIniFile ini =
       settings::MemIniFile::FromText(pictavo::platform::DecodeText(bytes));
@@ -32,8 +48,17 @@ void Settings(std::string_view bytes) {
   s.SetDefault();
   s.read_ini_settings(ini);
   settings::MemIniFile out = ini;
-  s.write_ini_settings(out, 1);
+  (void)s.write_ini_settings(out, 1);
   (void)settings::MemIniFile::FromText(out.ToText());
+
+  settings::MemIniFile clean;
+  // The reader splits lines, so no value it gives can hold a line break.
+  if (!s.write_ini_settings(clean, 1).ok()) __builtin_trap();
+  settings::TMainSettings back;
+  back.SetDefault();
+  back.read_ini_settings(settings::MemIniFile::FromText(
+      pictavo::platform::DecodeText(pictavo::platform::EncodeUtf16LEWithBom(clean.ToText()))));
+  if (Dump(back) != Dump(s)) __builtin_trap();
 }
 
 // The per-user store, round-tripped.
@@ -52,9 +77,16 @@ void Language(std::string_view bytes) {
   (void)table.ByKey("Label8.Caption");
 }
 
-// The list file: decoded by its byte-order mark and split into entries, as the engine does.
+// The list file: read through a scratch file with the list's own size cap, decoded by its
+// encoding and split into entries, as the engine does.
 void List(std::string_view bytes) {
-  const std::string text = pictavo::platform::DecodeText(bytes);
+  static const std::string path = "/tmp/fuzz_list_" + std::to_string(getpid()) + ".lst";
+  std::ofstream(path, std::ios::binary | std::ios::trunc).write(bytes.data(), bytes.size());
+  std::string why;
+  const std::optional<std::string> read =
+      pictavo::platform::ReadTextFile(path, &why, pictavo::platform::kMaxListFileBytes);
+  if (!read) __builtin_trap();  // a small regular file is never refused
+  const std::string& text = *read;
   size_t count = 0;
   for (size_t start = 0; start <= text.size();) {
     size_t end = text.find('\n', start);

@@ -432,9 +432,14 @@ class TMainSettings {
 
   // Writes the settings into the file, keeping what it already holds, in one piece as
   // UTF-16LE. Mode 1 adds the front end's own keys and place lists; mode 3 adds "Main"/"Name".
-  // The one-of-N options are first recomputed from their flags.
+  // The one-of-N options are first recomputed from their flags. Nothing is written, and the
+  // error says why, when a text value holds a line break (a file cannot hold one), or when
+  // the file exists but cannot be read (a folder, a device, too large), since rewriting it
+  // would lose what it holds.
   Status write_ini_settings(const std::string& file, int mode);
-  void write_ini_settings(MemIniFile& ini, int mode);
+  // The same into an ini file in memory; a value holding a line break is left out there and
+  // the error names its key (the first of them).
+  Status write_ini_settings(MemIniFile& ini, int mode);
 
   // The same fields in the per-user store (key kRegistryKey). Reading never fails; a missing
   // key reads nothing. Writing to the user's store loads it, writes every value and saves it.

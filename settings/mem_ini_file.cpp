@@ -21,7 +21,32 @@ bool IsBlank(std::string_view s) {
   return Trim(s).empty();
 }
 
+bool IsBlankChar(char c) {
+  return c == ' ' || c == '\t';
+}
+
+bool InQuotes(std::string_view value) {
+  return value.size() >= 2 && value.front() == '"' && value.back() == '"';
+}
+
+// The reader takes one pair of quotes off; a value that starts and ends with its own quotes
+// gets a second pair, so it reads back whole.
+std::string_view Unquoted(std::string_view raw) {
+  return InQuotes(raw) ? raw.substr(1, raw.size() - 2) : raw;
+}
+
+std::string Quoted(std::string_view value) {
+  if (value.empty() ||
+      !(IsBlankChar(value.front()) || IsBlankChar(value.back()) || InQuotes(value)))
+    return std::string(value);
+  return "\"" + std::string(value) + "\"";
+}
+
 }  // namespace
+
+bool HasLineBreak(std::string_view text) {
+  return text.find_first_of("\r\n") != std::string_view::npos;
+}
 
 std::optional<int> ParseInteger(std::string_view text) {
   std::string_view s = Trim(text);
@@ -81,8 +106,9 @@ MemIniFile MemIniFile::FromText(std::string_view text) {
 
 Status MemIniFile::Load(const std::string& path) {
   *this = MemIniFile();
-  std::optional<std::string> text = platform::ReadTextFile(path);
-  if (!text) return Status::Error("cannot read " + path);
+  std::string why;
+  std::optional<std::string> text = platform::ReadTextFile(path, &why);
+  if (!text) return Status::Error("cannot read " + path + ": " + why);
   *this = FromText(*text);
   return Status::OK();
 }
@@ -131,7 +157,7 @@ std::optional<std::string> MemIniFile::Find(std::string_view section, std::strin
   for (const Section& s : sections_) {
     if (!EqualsNoCase(s.name, section)) continue;
     for (const Line& l : s.lines)
-      if (!l.key.empty() && EqualsNoCase(l.key, key)) return l.value;
+      if (!l.key.empty() && EqualsNoCase(l.key, key)) return std::string(Unquoted(l.value));
   }
   return std::nullopt;
 }
@@ -168,14 +194,18 @@ bool MemIniFile::ReadBool(std::string_view section, std::string_view key, bool f
   return ReadInteger(section, key, fallback ? 1 : 0) != 0;
 }
 
-void MemIniFile::WriteString(std::string_view section, std::string_view key,
+bool MemIniFile::WriteString(std::string_view section, std::string_view key,
                              std::string_view value) {
+  // Anything else would be read back as other entries, or other sections.
+  if (HasLineBreak(section) || HasLineBreak(key) || HasLineBreak(value) || Trim(key).empty() ||
+      key.find('=') != std::string_view::npos || Trim(key).front() == ';')
+    return false;
   for (Section& s : sections_) {
     if (!EqualsNoCase(s.name, section)) continue;
     for (Line& l : s.lines) {
       if (!l.key.empty() && EqualsNoCase(l.key, key)) {
-        l.value = std::string(value);
-        return;
+        l.value = Quoted(value);
+        return true;
       }
     }
   }
@@ -185,15 +215,16 @@ void MemIniFile::WriteString(std::string_view section, std::string_view key,
   size_t at = s.lines.size();
   while (at > 0 && s.lines[at - 1].key.empty() && IsBlank(s.lines[at - 1].value)) --at;
   s.lines.insert(s.lines.begin() + static_cast<std::ptrdiff_t>(at),
-                 Line{std::string(key), std::string(value)});
+                 Line{std::string(key), Quoted(value)});
+  return true;
 }
 
 void MemIniFile::WriteInteger(std::string_view section, std::string_view key, int value) {
-  WriteString(section, key, std::to_string(value));
+  (void)WriteString(section, key, std::to_string(value));
 }
 
 void MemIniFile::WriteBool(std::string_view section, std::string_view key, bool value) {
-  WriteString(section, key, value ? "1" : "0");
+  (void)WriteString(section, key, value ? "1" : "0");
 }
 
 }  // namespace pictavo::settings

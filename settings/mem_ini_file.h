@@ -6,6 +6,11 @@
 // file holds is kept in its order, comments and unknown keys included, so rewriting a file only
 // changes the keys that were written. Not thread-safe; a const object may be read from several
 // threads.
+//
+// Values: blanks around a value are dropped on reading, and then one pair of double quotes
+// around it, so Key=" a " reads as " a ". The writer quotes exactly the values that would
+// otherwise change: those that start or end with a blank, or start and end with a double quote.
+// A line break cannot stand in a line, so no section, key or value holding one is written.
 #pragma once
 
 #include <optional>
@@ -24,8 +29,9 @@ class MemIniFile {
   // Parses decoded text (UTF-8). Lines end in "\n", "\r\n" or "\r".
   static MemIniFile FromText(std::string_view text);
 
-  // Loads a file decoded by its byte-order mark (UTF-16LE/BE, UTF-8; none = UTF-8).
-  // A file that cannot be read leaves the object empty and returns the reason.
+  // Loads a file decoded by its encoding (platform::DecodeText). A file that cannot be read,
+  // or is not a regular file of at most platform::kMaxTextFileBytes, leaves the object empty
+  // and returns the reason ("cannot read PATH: it is a folder").
   Status Load(const std::string& path);
 
   // The whole file as text, lines ending in "\r\n".
@@ -35,7 +41,7 @@ class MemIniFile {
   Status Save(const std::string& path) const;
 
   bool SectionExists(std::string_view section) const;
-  // The raw value, or nullopt when the section or key is missing.
+  // The value (without its quotes), or nullopt when the section or key is missing.
   std::optional<std::string> Find(std::string_view section, std::string_view key) const;
   // Keys of a section in file order (as spelled in the file); empty for a missing section.
   std::vector<std::string> SectionKeys(std::string_view section) const;
@@ -49,8 +55,10 @@ class MemIniFile {
   bool ReadBool(std::string_view section, std::string_view key, bool fallback) const;
 
   // Replaces the first key of that name, or appends it to the section (created at the end
-  // of the file when missing). The spelling of an existing key is kept.
-  void WriteString(std::string_view section, std::string_view key, std::string_view value);
+  // of the file when missing). The spelling of an existing key is kept. False, and nothing
+  // changed, when the entry cannot stand in a line: a line break in the section, key or value,
+  // or a key that is empty, holds "=" or starts with ";".
+  bool WriteString(std::string_view section, std::string_view key, std::string_view value);
   void WriteInteger(std::string_view section, std::string_view key, int value);
   void WriteBool(std::string_view section, std::string_view key, bool value);
 
@@ -74,5 +82,8 @@ class MemIniFile {
 // Parses a 32-bit integer the way the settings reader accepts it: optional blanks, an
 // optional sign, decimal digits (or "$"/"0x" followed by hex digits), optional blanks.
 std::optional<int> ParseInteger(std::string_view text);
+
+// True when the text holds a line break (CR or LF), which no entry of the file can hold.
+bool HasLineBreak(std::string_view text);
 
 }  // namespace pictavo::settings

@@ -1,5 +1,7 @@
 // The settings file and registry forms of TMainSettings, both driven by the key table.
 
+#include <filesystem>
+
 #include "settings/main_settings.h"
 #include "settings/settings_keys.h"
 
@@ -23,18 +25,27 @@ Status TMainSettings::read_ini_settings(const std::string& file) {
   return loaded;
 }
 
-void TMainSettings::write_ini_settings(MemIniFile& ini, int mode) {
+Status TMainSettings::write_ini_settings(MemIniFile& ini, int mode) {
   OptionsFromFlags();
-  WalkSettings(
-      *this, WalkOptions{WalkDirection::kWrite, WalkForm::kFile, mode},
-      [&ini](const SettingEntry& e) { ini.WriteString(e.section, e.key, FormatValue(e.field)); });
+  std::string refused;
+  WalkSettings(*this, WalkOptions{WalkDirection::kWrite, WalkForm::kFile, mode},
+               [&ini, &refused](const SettingEntry& e) {
+                 if (!ini.WriteString(e.section, e.key, FormatValue(e.field)) && refused.empty())
+                   refused = e.section + "/" + e.key;
+               });
+  if (!refused.empty())
+    return Status::Error(refused + " holds a line break, which a settings file cannot hold");
+  return Status::OK();
 }
 
 Status TMainSettings::write_ini_settings(const std::string& file, int mode) {
   MemIniFile ini;
   // Keep what the file already holds; a missing file starts empty.
-  (void)ini.Load(file);
-  write_ini_settings(ini, mode);
+  if (Status loaded = ini.Load(file); !loaded.ok()) {
+    std::error_code ec;
+    if (std::filesystem::exists(file, ec)) return loaded;
+  }
+  if (Status written = write_ini_settings(ini, mode); !written.ok()) return written;
   return ini.Save(file);
 }
 

@@ -1,7 +1,5 @@
 #include "settings/settings_overrides.h"
 
-#include <filesystem>
-
 #include "platform/text_encoding.h"
 #include "settings/mem_ini_file.h"
 #include "settings/settings_keys.h"
@@ -60,6 +58,9 @@ Status AddSettingOverride(std::string_view text, std::vector<SettingOverride>& o
     return Status::Error("'" + std::string(text) + "' is not of the form Section/Key=VALUE");
   if (!IsReadableSettingKey(out->section, out->key))
     return Status::Error("'" + out->section + "/" + out->key + "' is not a settings key");
+  if (HasLineBreak(out->value))
+    return Status::Error("the value of " + out->section + "/" + out->key +
+                         " holds a line break, which a settings file cannot hold");
   overrides.push_back(std::move(*out));
   return Status::OK();
 }
@@ -70,16 +71,9 @@ Status LoadSettingsForInspection(const std::string& file,
   settings.SetDefault();
   MemIniFile ini;
   Status status;
-  if (!file.empty()) {
-    std::error_code ec;
-    if (!std::filesystem::exists(file, ec))
-      status = Status::Error("cannot read " + file + ": no such file");
-    else if (std::filesystem::is_directory(file, ec))
-      status = Status::Error("cannot read " + file + ": it is a folder");
-    else if (Status loaded = ini.Load(file); !loaded.ok())
-      status = Status::Error(loaded.message() + ": permission denied or read error");
-  }
-  for (const SettingOverride& o : overrides) ini.WriteString(o.section, o.key, o.value);
+  // The reason names the file and what is wrong with it ("it is a folder").
+  if (!file.empty()) status = ini.Load(file);
+  for (const SettingOverride& o : overrides) (void)ini.WriteString(o.section, o.key, o.value);
   settings.read_ini_settings(ini);
   return status;
 }

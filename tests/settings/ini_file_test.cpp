@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/fs.h"
+#include "platform/text_encoding.h"
 #include "settings/mem_ini_file.h"
 #include "settings_test_util.h"
 #include "tests/support/test_paths.h"
@@ -75,6 +76,68 @@ TEST(MemIniFile, SavesUtf16LittleEndianWithBomAndLoadsEveryEncoding) {
   }
   EXPECT_FALSE(back.Load(dir.file("missing.cfg")).ok());
   EXPECT_TRUE(back.SectionNames().empty());
+}
+
+// "Substring_1= " (replace blanks) was written as it stands and read back empty, which turned
+// the replacement off; values that start and end with quotes must survive the quote rule too.
+TEST(MemIniFile, ValuesKeepTheirBlanksAndQuotesThroughWriteAndRead) {
+  const std::vector<std::string> values = {
+      " ",      "  two  ",        "\tlead", "trail\t", " x",        "x ",         "\"quoted\"",
+      "\"",     "\"\"",           "\"\"\"", "\"open",  "close\"",   "say \"hi\"", "a=b",
+      "[Main]", ";not a comment", "",       "plain",   "C:\\new\\", " \"both\" "};
+  MemIniFile ini;
+  for (size_t i = 0; i < values.size(); ++i)
+    ASSERT_TRUE(ini.WriteString("S", "k" + std::to_string(i), values[i])) << i;
+  const std::string text = ini.ToText();
+  for (const std::string& bytes : {text, platform::EncodeUtf16LEWithBom(text)}) {
+    const MemIniFile back = MemIniFile::FromText(platform::DecodeText(bytes));
+    for (size_t i = 0; i < values.size(); ++i)
+      EXPECT_EQ(back.ReadString("S", "k" + std::to_string(i), "<missing>"), values[i]) << i;
+  }
+  // Only values that need them get quotes, so files without such values read as before.
+  EXPECT_NE(text.find("\r\nk0=\" \"\r\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("\r\nk6=\"\"quoted\"\"\r\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("\r\nk12=say \"hi\"\r\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("\r\nk17=plain\r\n"), std::string::npos) << text;
+}
+
+TEST(MemIniFile, HandWrittenQuotesAreTakenOffOnce) {
+  const MemIniFile ini = MemIniFile::FromText(
+      "[S]\npath = \"/a b/\" \nempty=\"\"\nthree=\"\"\"\nsingle='x'\nnumber=\"90\"\n"
+      "inner=a \"b\" c\nhalf=\"a\n");
+  EXPECT_EQ(ini.ReadString("S", "path", ""), "/a b/");
+  EXPECT_EQ(ini.ReadString("S", "empty", "x"), "");
+  EXPECT_EQ(ini.ReadString("S", "three", ""), "\"");
+  EXPECT_EQ(ini.ReadString("S", "single", ""), "'x'");  // only double quotes are taken off
+  EXPECT_EQ(ini.ReadInteger("S", "number", 0), 90);
+  EXPECT_EQ(ini.ReadString("S", "inner", ""), "a \"b\" c");
+  EXPECT_EQ(ini.ReadString("S", "half", ""), "\"a");
+}
+
+// A value with a line break wrote "[JPG]\r\nQuality=1" into the file as a section of its own.
+TEST(MemIniFile, LineBreaksCannotInjectSectionsOrKeys) {
+  MemIniFile ini = MemIniFile::FromText("[Main]\nDest_path=/out\n[JPG]\nQuality=80\n");
+  const std::string before = ini.ToText();
+  for (const char* value : {"/x\r\n[JPG]\r\nQuality=1", "/x\n[JPG]", "/x\rQuality=1", "\n"})
+    EXPECT_FALSE(ini.WriteString("Main", "Dest_path", value)) << value;
+  EXPECT_FALSE(ini.WriteString("Main", "Dest_path\n[JPG]", "1"));
+  EXPECT_FALSE(ini.WriteString("Main\n[JPG]", "Quality", "1"));
+  EXPECT_FALSE(ini.WriteString("Main", "Quality=1\nX", "1"));
+  EXPECT_FALSE(ini.WriteString("Main", "a=b", "1"));  // would read as key "a"
+  EXPECT_FALSE(ini.WriteString("Main", "; x", "1"));  // would read as a comment
+  EXPECT_FALSE(ini.WriteString("Main", " ", "1"));
+  EXPECT_EQ(ini.ToText(), before);
+  EXPECT_EQ(ini.ReadString("JPG", "Quality", ""), "80");
+  EXPECT_EQ(ini.SectionNames(), (std::vector<std::string>{"Main", "JPG"}));
+}
+
+TEST(MemIniFile, LoadOfAFolderSaysSoAndLeavesTheFileEmpty) {
+  pictavo::testing::TempDir dir;
+  MemIniFile ini = MemIniFile::FromText("[A]\nk=v\n");
+  const Status loaded = ini.Load(dir.path().string());
+  EXPECT_FALSE(loaded.ok());
+  EXPECT_EQ(loaded.message(), "cannot read " + dir.path().string() + ": it is a folder");
+  EXPECT_TRUE(ini.SectionNames().empty());
 }
 
 }  // namespace

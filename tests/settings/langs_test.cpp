@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <filesystem>
 
 #include "platform/fs.h"
 #include "platform/text_encoding.h"
@@ -117,6 +120,45 @@ TEST_F(LangsTest, MessageTableKeepsDefaultsForMissingKeys) {
   EXPECT_EQ(messages[Msg::kReadingFile], "Lese Datei...");
   for (size_t i = 0; i < kMessageRows.size(); ++i)
     EXPECT_EQ(static_cast<size_t>(kMessageRows[i].id), i) << kMessageRows[i].key;
+}
+
+// A language file saved as UTF-16 without a byte-order mark was read as UTF-8 and translated
+// nothing; one that is a FIFO or a folder must neither block nor end the engine.
+TEST_F(LangsTest, Utf16WithoutByteOrderMarkAndOddFilesAreHandled) {
+  const std::string text =
+      "[fLog]\r\ncaption=\xC3\x96"
+      "ffnen\r\n[fProcess]\r\nLabel8.Caption= Lese \r\n";
+  for (bool little_endian : {true, false}) {
+    std::string bytes = platform::EncodeUtf16LEWithBom(text).substr(2);
+    if (!little_endian)
+      for (size_t i = 0; i + 1 < bytes.size(); i += 2) std::swap(bytes[i], bytes[i + 1]);
+    ASSERT_TRUE(platform::WriteFileAtomic(dir_.file("bare.lng"), bytes).ok());
+    TLangs langs;
+    langs.LoadLanguages(dir_.path().string());
+    FormModel form = LogForm();
+    langs.SetActiveLang("bare", "fLog", form);
+    EXPECT_EQ(form.form().caption,
+              "\xC3\x96"
+              "ffnen")
+        << little_endian;
+    MessageTable messages;
+    ASSERT_TRUE(messages.LoadLanguageFile(dir_.file("bare.lng")).ok());
+    EXPECT_EQ(messages[Msg::kReadingFile], "Lese") << little_endian;  // blanks outside quotes go
+  }
+
+  ASSERT_EQ(::mkfifo(dir_.file("fifo.lng").c_str(), 0600), 0);
+  std::filesystem::create_directory(dir_.file("folder.lng"));
+  TLangs langs;
+  langs.LoadLanguages(dir_.path().string());
+  FormModel form = LogForm();
+  langs.SetActiveLang("fifo", "fLog", form);  // listed, refused unread
+  EXPECT_EQ(form.form().caption, "Pictavo Log");
+  MessageTable messages;
+  const Status fifo = messages.LoadLanguageFile(dir_.file("fifo.lng"));
+  EXPECT_NE(fifo.message().find("it is a pipe (FIFO)"), std::string::npos) << fifo.message();
+  const Status folder = messages.LoadLanguageFile(dir_.file("folder.lng"));
+  EXPECT_NE(folder.message().find("it is a folder"), std::string::npos) << folder.message();
+  EXPECT_EQ(messages[Msg::kReadingFile], "Reading file...");
 }
 
 TEST(SplitLangList, OneSyntaxForItemsAndColumns) {

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
+#include <filesystem>
 #include <map>
 #include <random>
 
@@ -88,8 +91,8 @@ TEST(SettingsFile, ModesSelectFrontEndKeysAndWriteOnlyKeysAreNeverRead) {
   TMainSettings s = NonDefaultSettings();
   s.main.dest_ext = "tif";
   MemIniFile mode2, mode3;
-  s.write_ini_settings(mode2, 2);
-  s.write_ini_settings(mode3, 3);
+  ASSERT_TRUE(s.write_ini_settings(mode2, 2).ok());
+  ASSERT_TRUE(s.write_ini_settings(mode3, 3).ok());
   EXPECT_FALSE(mode2.Find("Main", "Image_preview"));
   EXPECT_FALSE(mode2.Find("Main", "Ext_index"));
   EXPECT_FALSE(mode2.SectionExists("CustomPlaces"));
@@ -176,6 +179,109 @@ TEST(SettingsFile, ReaderFindsOddCapitalisationsInUtf16AndUtf8) {
   }
 }
 
+// A UTF-16 file that a program wrote without a byte-order mark read as UTF-8: every key was
+// missed and the job ran with all defaults.
+TEST(SettingsFile, Utf16WithoutByteOrderMarkGaveAllDefaults) {
+  pictavo::testing::TempDir dir;
+  const std::string path = dir.file("bare.cfg");
+  for (bool little_endian : {true, false}) {
+    SCOPED_TRACE(little_endian ? "UTF-16LE" : "UTF-16BE");
+    ASSERT_TRUE(
+        platform::WriteFileAtomic(path, test_util::Utf16(kHandWritten, little_endian).substr(2))
+            .ok());
+    TMainSettings s = Defaults();
+    ASSERT_TRUE(s.read_ini_settings(path).ok());
+    EXPECT_EQ(s.ai_write.ver, 7);
+    EXPECT_EQ(s.pdf_write.owner_password, "s3cret");
+    EXPECT_EQ(s.main.file_mask, "jpg, png");
+    EXPECT_EQ(s.save.overwrite, 3);
+  }
+}
+
+// "Substring_1= " (replace every blank) was written as it stands and read back empty, which
+// turned the replacement off; blanks around paths and passwords were lost the same way.
+TEST(SettingsFile, TextValuesKeepBlanksAndQuotesThroughTheFile) {
+  pictavo::testing::TempDir dir;
+  const std::string path = dir.file("job.cfg");
+  TMainSettings s = Defaults();
+  s.file_name.replace = true;
+  s.file_name.substring_1 = " ";
+  s.file_name.substring_2 = "_";
+  s.main.dest_path = "/out/trailing blank /";
+  s.main.file_mask = " *.jpg";
+  s.pdf_write.user_password = "\"quoted\"";
+  s.pdf_write.owner_password = " \t";
+  s.svg.fonts.resize(1);
+  s.svg.fonts[0].font1 = "Times New Roman ";
+  s.svg.fonts[0].font2 = "\"";
+  ASSERT_TRUE(s.write_ini_settings(path, 1).ok());
+  TMainSettings back = Defaults();
+  ASSERT_TRUE(back.read_ini_settings(path).ok());
+  EXPECT_EQ(Dump(back), Dump(s));
+  EXPECT_EQ(back.file_name.substring_1, " ");
+  EXPECT_EQ(back.pdf_write.user_password, "\"quoted\"");
+  EXPECT_EQ(back.svg.fonts.at(0).font1, "Times New Roman ");
+
+  // What a hand-written file means by its quotes.
+  TMainSettings hand = ReadText("[File_name]\nSubstring_1=\" \"\n[Main]\nDest_path=\"/a b/\"\n");
+  EXPECT_EQ(hand.file_name.substring_1, " ");
+  EXPECT_EQ(hand.main.dest_path, "/a b/");
+}
+
+// A text value with a line break wrote "[JPG]" and "Quality=1" into the file as entries of
+// their own, which the next job read as settings.
+TEST(SettingsFile, LineBreakInATextValueWritesNothing) {
+  pictavo::testing::TempDir dir;
+  const std::string path = dir.file("job.cfg");
+  ASSERT_TRUE(platform::WriteFileAtomic(path, "[Front]\nKept=1\n").ok());
+  TMainSettings s = Defaults();
+  s.main.dest_path = "/out\r\n[JPG]\r\nQuality=1";
+  const Status written = s.write_ini_settings(path, 1);
+  EXPECT_FALSE(written.ok());
+  EXPECT_NE(written.message().find("Main/Dest_path"), std::string::npos) << written.message();
+  EXPECT_EQ(platform::ReadFileBytes(path).value_or(""), "[Front]\nKept=1\n");
+
+  MemIniFile ini;
+  EXPECT_FALSE(s.write_ini_settings(ini, 1).ok());
+  EXPECT_FALSE(ini.Find("Main", "Dest_path"));
+  EXPECT_EQ(ini.ReadString("JPG", "Quality", ""), "80");  // the real key, not the injected one
+  s.main.dest_path = "/out";
+  EXPECT_TRUE(s.write_ini_settings(ini, 1).ok());
+}
+
+// A settings path that was a folder made the reader ask for 2^63 bytes and end the engine with
+// std::bad_alloc; a FIFO made it wait forever. Readers never fail: the defaults stay, and the
+// writer refuses to replace what it could not read.
+TEST(SettingsFile, PathThatIsNoRegularFileGivesDefaults) {
+  pictavo::testing::TempDir dir;
+  const std::string folder = dir.file("folder.cfg");
+  const std::string fifo = dir.file("fifo.cfg");
+  const std::string big = dir.file("big.cfg");
+  std::filesystem::create_directory(folder);
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  ASSERT_TRUE(platform::WriteFileAtomic(big, "[JPG]\nQuality=5\n").ok());
+  std::filesystem::resize_file(big, platform::kMaxTextFileBytes + 1);
+  const std::vector<std::string> defaults = Dump(Defaults());
+  for (const auto& [path, reason] :
+       std::vector<std::pair<std::string, std::string>>{{folder, "it is a folder"},
+                                                        {fifo, "it is a pipe (FIFO), not a file"},
+                                                        {"/dev/zero", "it is a device, not a file"},
+                                                        {big, "it is larger than 16 MB"}}) {
+    SCOPED_TRACE(path);
+    TMainSettings s = Defaults();
+    const Status read = s.read_ini_settings(path);
+    EXPECT_EQ(read.message(), "cannot read " + path + ": " + reason);
+    EXPECT_EQ(Dump(s), defaults);
+    if (path == "/dev/zero") continue;
+    const Status written = s.write_ini_settings(path, 1);
+    EXPECT_EQ(written.message(), read.message());
+  }
+  EXPECT_TRUE(std::filesystem::is_directory(folder));
+  EXPECT_TRUE(std::filesystem::is_empty(folder));
+  EXPECT_TRUE(std::filesystem::is_fifo(fifo));
+  EXPECT_EQ(std::filesystem::file_size(big), platform::kMaxTextFileBytes + 1);
+}
+
 TEST(SettingsFile, ClampsAndBadValues) {
   TMainSettings s = ReadText(
       "[Multipage]\nOption=0\nGroup=0\n[Colors]\nOption=7\n[DPI]\nOption=5\n"
@@ -228,7 +334,7 @@ TEST(SettingsFile, OptionsAreWrittenFromFlagsLastSetWins) {
   s.dpi.option_flags.Select(2);
   s.dpi.option = 1;  // the flags, not the integer, decide
   MemIniFile ini;
-  s.write_ini_settings(ini, 2);
+  ASSERT_TRUE(s.write_ini_settings(ini, 2).ok());
   EXPECT_EQ(ini.ReadString("Multipage", "Option", ""), "4");
   EXPECT_EQ(ini.ReadString("Colors", "Option", ""), "1");
   EXPECT_EQ(ini.ReadString("DPI", "Option", ""), "2");
@@ -260,7 +366,7 @@ TEST(SettingsFile, DamagedFilesStillGiveClampedSettings) {
   const std::string path = dir.file("damaged.cfg");
   TMainSettings source = NonDefaultSettings();
   MemIniFile ini;
-  source.write_ini_settings(ini, 1);
+  ASSERT_TRUE(source.write_ini_settings(ini, 1).ok());
   const std::string whole = platform::EncodeUtf16LEWithBom(ini.ToText());
   std::mt19937 random(20261122);
   for (int round = 0; round < 200; ++round) {
