@@ -27,7 +27,8 @@ void TfLog::Timer1Timer() {
   TZubProcess process;
   process.job_code = job_code;
   process.cfg_file = cfg_file;
-  process.act_file = platform::FileExists(act_file) ? act_file : std::string();
+  // The executor says why an actions file that is there cannot be used.
+  process.act_file = act_file;
   process.log = [this](const std::string& t) { AppendLog(t); };
   if (show_log) {
     process.has_window = true;

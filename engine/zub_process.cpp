@@ -27,6 +27,7 @@ using settings::Msg;
 
 constexpr char kUnknownConversion[] = "Error! Unknown type of conversion.";
 constexpr char kNoTempFolder[] = "Error! Unable to create the temp folder: ";
+constexpr char kWarning[] = "Warning: ";
 constexpr char kIccName[] = "AdobeRGB1998.icc";
 constexpr std::string_view kArchiveList = ";zip;7z;gz;arj;rar;tar;";
 
@@ -34,10 +35,11 @@ std::string LowerExt(const std::string& path) {
   return AsciiLower(fs::path(path).extension().string());
 }
 
-// The list file: one entry per line, any of the engine's text encodings.
-std::vector<std::string> ReadListFile(const std::string& path) {
+// The list file: one entry per line, any of the engine's text encodings. `why`: the reason
+// when it cannot be read or is refused (a folder, a FIFO, over platform::kMaxListFileBytes).
+std::vector<std::string> ReadListFile(const std::string& path, std::string& why) {
   std::vector<std::string> lines;
-  std::optional<std::string> text = platform::ReadTextFile(path);
+  std::optional<std::string> text = platform::ReadTextFile(path, &why, platform::kMaxListFileBytes);
   if (!text) return lines;
   size_t start = 0;
   while (start <= text->size()) {
@@ -85,7 +87,13 @@ std::string TZubProcess::ExpandContainer(const std::string& file) {
 
 std::vector<std::string> TZubProcess::BuildFileList(const settings::TMainSettings& s) {
   std::vector<std::string> files;
-  for (const std::string& entry : ReadListFile(s.main.use_file_list)) {
+  std::string why;
+  const std::vector<std::string> entries = ReadListFile(s.main.use_file_list, why);
+  std::error_code ec;
+  if (!why.empty() && fs::exists(s.main.use_file_list, ec))
+    Log(std::string(kWarning) + "cannot read " + s.main.use_file_list + ": " + why +
+        "; the job has no files");
+  for (const std::string& entry : entries) {
     if (platform::DirectoryExists(entry)) {
       Dir_files(entry, s.main.file_mask, s.main.read_subfolders, files);
       continue;
@@ -139,14 +147,18 @@ void TZubProcess::Execute() {
   const bool cfg_ok = LowerExt(cfg_file) == ".cfg";
   settings::TMainSettings s;
   s.SetDefault();
-  if (cfg_ok) (void)s.read_ini_settings(cfg_file);
+  std::error_code ec;
+  if (cfg_ok) {
+    // Settings readers never fail; a file that is there but cannot be used is said once.
+    if (Status read = s.read_ini_settings(cfg_file); !read.ok() && fs::exists(cfg_file, ec))
+      Log(std::string(kWarning) + read.message() + "; the job runs with the default settings");
+  }
   if (s.main.temp_folder.empty()) {
     settings::TMainSettings defaults;
     defaults.SetDefault();
     s.main.temp_folder = defaults.main.temp_folder;
   }
   temp_folder_ = platform::IncludeTrailingDelim(s.main.temp_folder);
-  std::error_code ec;
   fs::create_directories(temp_folder_, ec);
   if (!platform::DirectoryExists(temp_folder_)) {
     Log(kNoTempFolder + temp_folder_);
@@ -154,7 +166,12 @@ void TZubProcess::Execute() {
   }
   if (!cfg_ok) return;
   SetLimits(cfg_file);
-  if (!(LowerExt(act_file) == ".act" && platform::FileExists(act_file))) act_file.clear();
+  if (LowerExt(act_file) != ".act" || !fs::exists(act_file, ec)) act_file.clear();
+  if (std::string why; !act_file.empty() && !platform::ReadTextFile(act_file, &why)) {
+    Log(std::string(kWarning) + "cannot read " + act_file + ": " + why +
+        "; no editing actions are applied");
+    act_file.clear();
+  }
 
   std::string target = AsciiLower(s.main.dest_ext);
   if (size_t gt = target.find('>'); gt != std::string::npos) target = target.substr(gt + 1);
@@ -166,7 +183,9 @@ void TZubProcess::Execute() {
   if (!single_worker) {
     const std::string lang = platform::ExecutableFolder() + "Languages" + platform::kPathDelim +
                              AsciiLower(s.main.language) + ".lng";
-    if (platform::FileExists(lang)) (void)messages_.LoadLanguageFile(lang);
+    if (fs::exists(lang, ec))
+      if (Status loaded = messages_.LoadLanguageFile(lang); !loaded.ok())
+        Log(std::string(kWarning) + loaded.message() + "; the English texts are used");
   }
 
   if (!temp_ready(temp_folder_)) {

@@ -19,6 +19,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <regex>
 #include <string>
 #include <thread>
@@ -760,6 +761,78 @@ TEST_F(FaultTest, LongListAndRandomJobFiles) {
     EXPECT_TRUE(cfg_rc == 0 || cfg_rc == 1) << cfg_rc << log_;
     for (const auto& [path, bytes] : sources_)
       EXPECT_EQ(platform::ReadFileBytes(path).value_or("<gone>"), bytes) << path;
+  }
+}
+
+// A settings path that was a folder ended the engine with std::bad_alloc (exit 134); a list or
+// language file that was a FIFO held it for good. A job file that is there but is no regular
+// file, or is too large, now gets one line naming it and the reason, and the job goes on
+// without it.
+TEST_F(FaultTest, JobFilesThatAreNoRegularFilesAreRefused) {
+  const std::string jpg = dir_.file("in/a.jpg");
+  MakePicture(jpg, 8, 8, 0);
+  RememberSources({jpg});
+  engine_ = FakeInstall(dir_.path() / "install-files", true);
+  // With the default settings the temp folder is the user's cache: keep it in the test folder.
+  struct CacheHere {
+    explicit CacheHere(const std::string& folder) {
+      if (const char* old = std::getenv("XDG_CACHE_HOME")) saved = old;
+      setenv("XDG_CACHE_HOME", folder.c_str(), 1);
+    }
+    ~CacheHere() {
+      if (saved)
+        setenv("XDG_CACHE_HOME", saved->c_str(), 1);
+      else
+        unsetenv("XDG_CACHE_HOME");
+    }
+    std::optional<std::string> saved;
+  } cache_here(dir_.file("cache"));
+  const auto lines_with = [this](const std::string& what) { return Count(log_, what); };
+
+  fs::create_directories(dir_.file("job.cfg"));
+  const int rc = Run();
+  EXPECT_TRUE(rc == 0 || rc == 1) << rc << log_;
+  EXPECT_EQ(lines_with("Warning: cannot read " + dir_.file("job.cfg") +
+                       ": it is a folder; the job runs with the default settings\n"),
+            1u)
+      << log_;
+  ExpectPromisesKept(0, 0);
+  fs::remove(dir_.file("job.cfg"));
+
+  const fs::path languages = fs::path(engine_).parent_path() / "Languages";
+  fs::create_directories(languages);
+  ASSERT_EQ(::mkfifo(dir_.file("fifo.lst").c_str(), 0600), 0);
+  ASSERT_EQ(::mkfifo((languages / "fifo.lng").c_str(), 0600), 0);
+  settings_.main.use_file_list = dir_.file("fifo.lst");
+  settings_.main.language = "fifo";
+  WriteJob({jpg});
+  EXPECT_EQ(Run(), 0) << log_;
+  EXPECT_LT(seconds_, 30.0);
+  EXPECT_EQ(lines_with("Warning: cannot read " + dir_.file("fifo.lst") +
+                       ": it is a pipe (FIFO), not a file; the job has no files\n"),
+            1u)
+      << log_;
+  EXPECT_EQ(lines_with("fifo.lng: it is a pipe (FIFO), not a file; the English texts are used\n"),
+            1u)
+      << log_;
+  ExpectPromisesKept(0, 0);
+
+  settings_.main.use_file_list = dir_.file("job.lst");
+  settings_.main.language = "English";
+  const std::string big = dir_.file("big.act");
+  std::ofstream(big) << "invert\n";
+  fs::resize_file(big, 17u << 20);  // sparse: takes no disk
+  fs::create_directories(dir_.file("folder.act"));
+  for (const auto& [act, reason] : std::vector<std::pair<std::string, std::string>>{
+           {big, "it is larger than 16 MB"}, {dir_.file("folder.act"), "it is a folder"}}) {
+    WriteJob({jpg});
+    fs::remove_all(dir_.file("out"));
+    EXPECT_EQ(Run("12", act), 0) << log_;
+    EXPECT_EQ(lines_with("Warning: cannot read " + act + ": " + reason +
+                         "; no editing actions are applied\n"),
+              1u)
+        << log_;
+    ExpectPromisesKept(1, 1);
   }
 }
 
