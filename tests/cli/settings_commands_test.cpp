@@ -1,10 +1,12 @@
 // Runs the built `pictavo` binary on files written here, as a user would.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -86,6 +88,52 @@ TEST_F(PictavoCommand, SettingsWriteThenShowRoundTrips) {
   EXPECT_EQ(bad.code, 2);
   EXPECT_NE(bad.err.find("Nope/Key"), std::string::npos);
   EXPECT_EQ(Pictavo("settings --help").code, 0);
+}
+
+// `pictavo settings write FOLDER` ended with std::bad_alloc (exit 134): the reader asked for
+// 2^63 bytes. Now every odd path gives one clear line, and nothing is replaced.
+TEST_F(PictavoCommand, SettingsPathsThatAreNoFilesAreRefusedCleanly) {
+  const std::string folder = dir_.file("folder.cfg");
+  std::filesystem::create_directory(folder);
+  CommandResult write = Pictavo("settings write '" + folder + "'");
+  EXPECT_EQ(write.code, 1) << write.err;
+  EXPECT_EQ(write.err, "pictavo settings: cannot write " + folder + ": cannot read " + folder +
+                           ": it is a folder\n");
+  EXPECT_TRUE(std::filesystem::is_directory(folder));
+
+  for (const std::string& args :
+       {"settings show '" + folder + "'",
+        "settings write '" + dir_.file("out.cfg") + "' --from '" + folder + "'"}) {
+    CommandResult r = Pictavo(args);
+    EXPECT_EQ(r.code, 0) << args << r.err;
+    EXPECT_EQ(r.err, "pictavo settings: warning: cannot read " + folder +
+                         ": it is a folder; using the defaults\n");
+  }
+  EXPECT_NE(Pictavo("settings show '" + dir_.file("out.cfg") + "'").out.find("\nJPG/Quality=80\n"),
+            std::string::npos);
+
+  const std::string fifo = dir_.file("fifo.cfg");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  CommandResult to_fifo = Pictavo("settings write '" + fifo + "'");
+  EXPECT_EQ(to_fifo.code, 1);
+  EXPECT_NE(to_fifo.err.find("it is a pipe (FIFO)"), std::string::npos) << to_fifo.err;
+  EXPECT_TRUE(std::filesystem::is_fifo(fifo));
+
+  // A value with a line break would write sections of its own: a usage error, nothing written.
+  CommandResult injected =
+      Pictavo("settings write '" + dir_.file("new.cfg") + "' --set 'Main/Dest_path=/x\n[JPG]'");
+  EXPECT_EQ(injected.code, 2);
+  EXPECT_NE(injected.err.find("line break"), std::string::npos) << injected.err;
+  EXPECT_FALSE(std::filesystem::exists(dir_.file("new.cfg")));
+
+  // Blanks survive the command line, the file and `show`.
+  ASSERT_EQ(Pictavo("settings write '" + dir_.file("blank.cfg") +
+                    "' --set 'File_name/Substring_1= ' --set File_name/Substring_2=_")
+                .code,
+            0);
+  EXPECT_NE(Pictavo("settings show '" + dir_.file("blank.cfg") + "'")
+                .out.find("\nFile_name/Substring_1= \n"),
+            std::string::npos);
 }
 
 TEST_F(PictavoCommand, NameAndPages) {
