@@ -9,6 +9,7 @@
 
 #include "engine/tools/temp_names.h"
 #include "engine/tools/trouble.h"
+#include "imaging/format_sniff.h"
 #include "imaging/ie_bitmap.h"
 #include "imaging/ie_io.h"
 #include "platform/fs.h"
@@ -108,8 +109,9 @@ pictavo::Status CheckReadResult(const TZubRead& r, const std::string& key) {
 
 int EngineFallBack(TZubRead& r, imaging::TIEBitmap& bitmap, imaging::TImageEnIO& io,
                    bool no_route) {
-  if (no_route) {
-    // Said before the decoder is asked, so that this is the reason its refusal gives.
+  // An extension that neither a route nor the engine's own decoders know: said before the
+  // decoder is asked, so that this is the reason its refusal gives.
+  if (no_route && imaging::FileTypeFromExtension(r.src_file) == imaging::TIOFileType::ioUnknown) {
     const std::string ext = LowerExt(r.src_file);
     tools::NoteTrouble(
         tools::Trouble::kDecoder,

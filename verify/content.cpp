@@ -139,6 +139,15 @@ std::string FirstMessageLine(std::string_view text) {
   return std::string();
 }
 
+std::optional<std::string> ReadWholeByContent(const Source& src, Content& out) {
+  std::optional<std::string> prefix = platform::ReadFilePrefix(src.file, 2);
+  const bool gzip = prefix && prefix->size() == 2 && prefix->compare("\x1f\x8b") == 0;
+  std::string why;
+  std::optional<std::string> bytes = ReadWhole(src.file, gzip, why);
+  if (!bytes) out.opened = Status::Error(why);
+  return bytes;
+}
+
 std::optional<std::string> ReadWhole(const std::string& path, bool gzip, std::string& why) {
   std::optional<std::string> bytes = platform::ReadFileBytes(path);
   if (!bytes) {

@@ -279,14 +279,8 @@ void ReadWmf(std::string_view d, Content& out) {
 
 void ReadMetafile(const Source& src, Content& out) {
   out.known = true;
-  std::optional<std::string> prefix = platform::ReadFilePrefix(src.file, 2);
-  const bool gzip = prefix && prefix->size() == 2 && prefix->compare("\x1f\x8b") == 0;
-  std::string why;
-  const std::optional<std::string> bytes = ReadWhole(src.file, gzip, why);
-  if (!bytes) {
-    out.opened = Status::Error(why);
-    return;
-  }
+  const std::optional<std::string> bytes = ReadWholeByContent(src, out);
+  if (!bytes) return;
   const std::string_view d = *bytes;
   // By content: EMF has " EMF" at offset 40 of its header record.
   if (d.size() >= 44 && d.substr(40, 4) == " EMF")

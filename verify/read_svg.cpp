@@ -46,15 +46,8 @@ size_t TagEnd(std::string_view d, size_t at) {
 
 void ReadSvg(const Source& src, Content& out) {
   out.known = true;
-  // By content: an .svgz is gzip, but a plain file under that name is read as it is.
-  std::optional<std::string> prefix = platform::ReadFilePrefix(src.file, 2);
-  const bool gzip = prefix && prefix->size() == 2 && prefix->compare("\x1f\x8b") == 0;
-  std::string why;
-  const std::optional<std::string> bytes = ReadWhole(src.file, gzip, why);
-  if (!bytes) {
-    out.opened = Status::Error(why);
-    return;
-  }
+  const std::optional<std::string> bytes = ReadWholeByContent(src, out);
+  if (!bytes) return;
   const std::string_view d = *bytes;
   const auto cut = [&](const char* what) {
     out.opened = Status::Error(std::string("cut short: ") + what);

@@ -58,6 +58,9 @@ std::string FirstMessageLine(std::string_view text);
 // when it cannot be read. Inflated output is capped at kMaxInflated.
 inline constexpr size_t kMaxInflated = size_t{1} << 30;
 std::optional<std::string> ReadWhole(const std::string& path, bool gzip, std::string& why);
+// The whole file of `src`, inflated when it is gzip by content (".svgz", ".emz" and the like,
+// but a plain file under such a name is read as it is); nullopt with out.opened set otherwise.
+std::optional<std::string> ReadWholeByContent(const Source& src, Content& out);
 
 // Maps the file for a scan; false, with out.opened saying why, when it cannot be read.
 bool MapFile(const std::string& path, platform::MappedFile& map, std::string_view& bytes,

@@ -18,6 +18,7 @@
 #include "engine/tools/runner.h"
 #include "engine/tools/tool_paths.h"
 #include "platform/fs.h"
+#include "tests/support/convert_run.h"
 #include "tests/support/test_paths.h"
 
 namespace pictavo {
@@ -38,24 +39,18 @@ bool HaveProgram(const std::string& name) {
 class TruthfulResults : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (!fs::exists(testing::BuildDir() + "/pictavo") ||
-        !fs::exists(testing::BuildDir() + "/pictavo-engine"))
+    if (!testing::ConvertIsBuilt())
       GTEST_SKIP() << "build/pictavo and build/pictavo-engine are not built";
-    setenv("PICTAVO_UI", "console", 1);
     fs::create_directories(dir_.file("in"));
   }
 
   // `pictavo convert WORDS --output out`; fills out_ (the log) and err_ (standard error).
   int Convert(const std::string& words) {
-    const std::string out = dir_.file("convert.out"), err = dir_.file("convert.err");
-    const int rc = tools::RunBatch(Quoted(testing::BuildDir() + "/pictavo") + " convert " + words +
-                                       " --output " + Quoted(dir_.file("out")) +
-                                       " --set Main/Temp_folder=" + Quoted(dir_.file("temp")) +
-                                       " > " + Quoted(out) + " 2> " + Quoted(err),
-                                   "");
-    out_ = platform::ReadFileBytes(out).value_or("");
-    err_ = platform::ReadFileBytes(err).value_or("");
-    return rc;
+    const testing::ConvertRun run =
+        testing::RunConvert(words + " --output " + Quoted(dir_.file("out")), dir_);
+    out_ = run.out;
+    err_ = run.err;
+    return run.status;
   }
 
   // Standard output of an independent program (a shell-free command line).
