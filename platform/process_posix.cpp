@@ -1,5 +1,6 @@
-// Processes on POSIX: posix_spawn into a new process group, pidfd for waiting, SIGKILL to the
-// group for ending.
+// Processes on POSIX: posix_spawn of the guard program (platform/guard_posix.cpp) into a new
+// process group, pidfd for waiting, SIGKILL to the group for ending; stop signals; process
+// identity from /proc.
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -14,8 +15,12 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <fstream>
+#include <sstream>
 #include <thread>
+#include <utility>
 
+#include "platform/fs.h"
 #include "platform/process.h"
 
 extern char** environ;
@@ -47,6 +52,58 @@ int DecodeStatus(int status) {
   return 128;  // stopped or continued: not reported, since waitpid is not asked for them
 }
 
+// The guard program beside the executable, or "" when it is not there.
+const std::string& GuardProgram() {
+  static const std::string guard = [] {
+    const std::string path = ExecutableFolder() + "pictavo-guard";
+    return ::access(path.c_str(), X_OK) == 0 ? path : std::string();
+  }();
+  return guard;
+}
+
+// The descriptor on which the guard reports a failed start.
+constexpr int kGuardStatusFd = 3;
+
+void ReapNow(pid_t pid) {
+  int status;
+  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+}
+
+// Stop signals: the flag to set, how many arrived, the last one, and what later ones do.
+std::atomic<std::atomic<bool>*> g_stop_flag{nullptr};
+std::atomic<int> g_stop_requests{0};
+std::atomic<int> g_last_stop_signal{0};
+std::atomic<bool> g_later_ends_process{true};
+constexpr int kStopSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+extern "C" void OnStopSignal(int sig) {
+  g_last_stop_signal.store(sig);
+  if (g_stop_requests.fetch_add(1) == 0) {
+    if (std::atomic<bool>* flag = g_stop_flag.load()) flag->store(true);
+    return;
+  }
+  if (g_later_ends_process.load()) {
+    // The default action once the handler returns: the signal is blocked while it runs.
+    ::signal(sig, SIG_DFL);
+    ::raise(sig);
+  }
+}
+
+// The start time of a process, from field 22 of /proc/PID/stat; 0 when it cannot be read.
+uint64_t StartTimeOf(uint64_t pid) {
+  std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+  std::string line;
+  if (!std::getline(in, line)) return 0;
+  const size_t paren = line.rfind(')');
+  if (paren == std::string::npos) return 0;
+  std::istringstream fields(line.substr(paren + 1));
+  std::string field;
+  for (int i = 3; i <= 22 && fields >> field; ++i)
+    if (i == 22) return std::strtoull(field.c_str(), nullptr, 10);
+  return 0;
+}
+
 }  // namespace
 
 struct ProcessState {
@@ -63,9 +120,7 @@ struct ProcessState {
     // The program leads its own group; killing the group ends every child it started.
     ::kill(-pid, SIGKILL);
     ::kill(pid, SIGKILL);
-    int status;
-    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
+    ReapNow(pid);
     running = false;
   }
 };
@@ -104,12 +159,28 @@ Status StartProcess(const LaunchOptions& launch, Process& process) {
       return Status::Error("cannot open " + launch.stderr_path + ": " + std::strerror(errno));
   }
 
+  // The guard's report of a failed start: nothing before end of file means the program runs.
+  const std::string& guard = GuardProgram();
+  Fd report_read, report_write;
+  if (!guard.empty()) {
+    int fds[2];
+    if (::pipe2(fds, O_CLOEXEC) != 0)
+      return Status::Error("cannot start " + launch.argv[0] + ": " + std::strerror(errno));
+    report_read.fd = fds[0];
+    report_write.fd = fds[1];
+  }
+
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, in.fd, 0);
   posix_spawn_file_actions_adddup2(&actions, out.fd, 1);
   posix_spawn_file_actions_adddup2(&actions, launch.stderr_to_stdout ? out.fd : err.fd, 2);
-  posix_spawn_file_actions_addclosefrom_np(&actions, 3);
+  if (!guard.empty()) {
+    posix_spawn_file_actions_adddup2(&actions, report_write.fd, kGuardStatusFd);
+    posix_spawn_file_actions_addclosefrom_np(&actions, kGuardStatusFd + 1);
+  } else {
+    posix_spawn_file_actions_addclosefrom_np(&actions, 3);
+  }
   if (!launch.working_folder.empty())
     posix_spawn_file_actions_addchdir_np(&actions, launch.working_folder.c_str());
 
@@ -127,17 +198,32 @@ Status StartProcess(const LaunchOptions& launch, Process& process) {
   posix_spawnattr_setflags(&attr,
                            POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
 
+  std::vector<std::string> words;
+  if (!guard.empty()) words = {guard, std::to_string(::getpid())};
+  words.insert(words.end(), launch.argv.begin(), launch.argv.end());
   std::vector<char*> argv;
-  for (const std::string& a : launch.argv) argv.push_back(const_cast<char*>(a.c_str()));
+  for (const std::string& a : words) argv.push_back(const_cast<char*>(a.c_str()));
   argv.push_back(nullptr);
 
-  const bool has_path = launch.argv[0].find('/') != std::string::npos;
+  const bool has_path = words[0].find('/') != std::string::npos;
   pid_t pid = 0;
   int rc = has_path ? ::posix_spawn(&pid, argv[0], &actions, &attr, argv.data(), environ)
                     : ::posix_spawnp(&pid, argv[0], &actions, &attr, argv.data(), environ);
   posix_spawnattr_destroy(&attr);
   posix_spawn_file_actions_destroy(&actions);
   if (rc != 0) return Status::Error("cannot start " + launch.argv[0] + ": " + std::strerror(rc));
+  if (!guard.empty()) {
+    ::close(std::exchange(report_write.fd, -1));
+    int err = 0;
+    ssize_t got;
+    do {
+      got = ::read(report_read.fd, &err, sizeof err);
+    } while (got < 0 && errno == EINTR);
+    if (got == static_cast<ssize_t>(sizeof err)) {
+      ReapNow(pid);
+      return Status::Error("cannot start " + launch.argv[0] + ": " + std::strerror(err));
+    }
+  }
 
   auto state = std::make_unique<ProcessState>();
   state->pid = pid;
@@ -194,6 +280,78 @@ std::string StderrTail(const Process& process, size_t max_bytes) {
   const ssize_t got = ::pread(fd, tail.data(), take, static_cast<off_t>(size - take));
   tail.resize(got > 0 ? static_cast<size_t>(got) : 0);
   return tail;
+}
+
+void PassStopOn(Process& process) {
+  if (!process.running()) return;
+  const int sig = g_last_stop_signal.load();
+  ::kill(process.state_->pid, sig != 0 ? sig : SIGTERM);
+}
+
+void CatchStopSignals(std::atomic<bool>& flag, LaterStops later) {
+  g_stop_flag.store(&flag);
+  g_later_ends_process.store(later == LaterStops::kEndProcess);
+  g_stop_requests.store(0);
+  g_last_stop_signal.store(0);
+  struct sigaction action {};
+  sigemptyset(&action.sa_mask);
+  action.sa_handler = OnStopSignal;
+  // Interrupted reads and waits go on: the job notices the flag at its next poll.
+  action.sa_flags = SA_RESTART;
+  for (int sig : kStopSignals) ::sigaction(sig, &action, nullptr);
+}
+
+void ReleaseStopSignals() {
+  for (int sig : kStopSignals) ::signal(sig, SIG_DFL);
+  g_stop_flag.store(nullptr);
+  g_stop_requests.store(0);
+  g_last_stop_signal.store(0);
+}
+
+int StopRequestsCaught() {
+  return g_stop_requests.load();
+}
+
+ProcessTag OwnProcessTag() {
+  static const ProcessTag own{static_cast<uint64_t>(::getpid()),
+                              StartTimeOf(static_cast<uint64_t>(::getpid()))};
+  return own;
+}
+
+bool ProcessMayRun(const ProcessTag& tag) {
+  if (tag.pid == 0 || tag.pid > static_cast<uint64_t>(INT32_MAX)) return false;
+  if (::kill(static_cast<pid_t>(tag.pid), 0) != 0 && errno == ESRCH) return false;
+  const uint64_t start = StartTimeOf(tag.pid);
+  // A zombie still has its entry; an id given to a later process has another start time.
+  return start == 0 || tag.start == 0 || start == tag.start;
+}
+
+bool ProbeInChildProcess(const std::function<bool()>& probe, int max_wait_ms) {
+  const pid_t pid = ::fork();
+  if (pid < 0) return false;
+  if (pid == 0) {
+    const int null = ::open("/dev/null", O_WRONLY);
+    if (null >= 0) {
+      ::dup2(null, 1);
+      ::dup2(null, 2);
+    }
+    struct rlimit no_core {};
+    ::setrlimit(RLIMIT_CORE, &no_core);
+    ::_exit(probe() ? 0 : 1);
+  }
+  using Clock = std::chrono::steady_clock;
+  const auto until = Clock::now() + std::chrono::milliseconds(max_wait_ms);
+  int status = 0;
+  for (;;) {
+    const pid_t r = ::waitpid(pid, &status, WNOHANG);
+    if (r == pid) return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    if (r < 0 && errno != EINTR) return false;
+    if (Clock::now() >= until) break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  ::kill(pid, SIGKILL);
+  ReapNow(pid);
+  return false;
 }
 
 bool SetOwnNiceLevel(int nice_level) {
