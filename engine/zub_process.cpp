@@ -113,14 +113,17 @@ std::vector<std::string> TZubProcess::BuildFileList(const settings::TMainSetting
 
 namespace {
 
-// "Limits"/"Tool_timeout" (seconds, 0 = none), "Limits"/"Max_megapixels",
+// The time-outs of each kind of tool ("Limits"/"Tool_timeout", "Render_timeout",
+// "Office_timeout", "Ocr_timeout": seconds, 0 = none), "Limits"/"Max_megapixels",
 // "Limits"/"Max_memory_mb" and "Limits"/"Max_unpacked_mb" (0 = the default),
 // before the first tool runs (the archive expansion of the input list is one).
 void SetLimits(const std::string& cfg_file) {
   settings::MemIniFile ini;
   (void)ini.Load(cfg_file);
   tools::JobLimits limits;
-  limits.tool_timeout_s = ini.ReadInteger("Limits", "Tool_timeout", limits.tool_timeout_s);
+  for (int pace = 0; pace < tools::kToolPaces; ++pace)
+    limits.timeout_s[pace] =
+        ini.ReadInteger("Limits", tools::kToolTimeouts[pace].key, limits.timeout_s[pace]);
   const int megapixels = ini.ReadInteger("Limits", "Max_megapixels", 0);
   if (megapixels > 0) limits.max_pixels = static_cast<uint64_t>(megapixels) * 1000000u;
   const int memory_mb = ini.ReadInteger("Limits", "Max_memory_mb", 0);

@@ -24,12 +24,14 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr milliseconds kSlice(500);
+// A front end waiting for its engine passes a stop on sooner, and shows the log as it grows.
+constexpr milliseconds kFrontEndSlice(100);
 constexpr milliseconds kPauseAfterTool(100);
 
 std::atomic<bool> g_stop{false};
 std::atomic<EventPump> g_pump{nullptr};
 // No time-out until the engine sets its limits: `pictavo convert` runs a whole job as one tool.
-std::atomic<int> g_tool_timeout_s{0};
+std::atomic<int> g_timeout_s[kToolPaces] = {0, 0, 0, 0};
 std::atomic<uint64_t> g_max_pixels{JobLimits{}.max_pixels};
 std::atomic<uint64_t> g_max_memory_mb{JobLimits{}.max_memory_mb};
 thread_local std::string t_last_limit_hit;
@@ -79,17 +81,29 @@ std::string LastLine(const std::string& tail) {
   return text;
 }
 
+// The tool folder's name of a program ("ogr/ogr2ogr.exe"), or "" when it is not one of its tools.
+std::string ToolFolderName(const std::string& program) {
+  const size_t utl = program.rfind("/utl/");
+  std::string name = utl == std::string::npos ? std::string() : program.substr(utl + 5);
+  std::replace(name.begin(), name.end(), '\\', '/');
+  return name;
+}
+
 // Notes what went wrong with one run for the stage that ran it (engine/tools/trouble.h).
+// `timeout_key`: the "Limits" key of the time-out, "" when the caller set its own.
 void NoteRun(const std::string& program_path, int code, bool timed_out, int timeout_s,
-             const std::string& stderr_tail) {
+             const char* timeout_key, const std::string& stderr_tail) {
   std::string said = LastLine(stderr_tail);
   // Lines a tool prints on every run tell nothing about this one.
   for (const char* noise : {"failed to launch javaldx"})
     if (said.find(noise) != std::string::npos) said.clear();
   const std::string name = ProgramName(program_path);
   if (timed_out) {
-    NoteTrouble(Trouble::kToolEnded, name + " was ended after " + std::to_string(timeout_s) +
-                                         " s (\"Limits\"/\"Tool_timeout\")");
+    const std::string limit = *timeout_key != '\0'
+                                  ? " (\"Limits\"/\"" + std::string(timeout_key) + "\")"
+                                  : std::string(", the longest this step waits for it");
+    NoteTrouble(Trouble::kToolEnded,
+                name + " was ended after " + std::to_string(timeout_s) + " s" + limit);
   } else if (code == kTerminated) {
     NoteTrouble(Trouble::kToolEnded, name + " was ended by the stop button");
   } else if (code != 0) {
@@ -102,8 +116,10 @@ void NoteRun(const std::string& program_path, int code, bool timed_out, int time
   }
 }
 
-// Starts one command with its redirections and waits for it. No pause afterwards.
-int SpawnAndWait(const BatchCommand& cmd, const std::string& working_folder, int timeout_s) {
+// Starts one command with its redirections and waits for it. No pause afterwards. With
+// `pass_stop_on`, a stop request is passed on to the program instead of killing it.
+int SpawnAndWait(const BatchCommand& cmd, const std::string& working_folder, int timeout_s,
+                 bool pass_stop_on = false) {
   if (cmd.argv.empty() || cmd.argv[0].empty()) return kNotStarted;
   if (g_stop.load()) return kTerminated;  // a stopped job starts no further tools
 
@@ -119,32 +135,40 @@ int SpawnAndWait(const BatchCommand& cmd, const std::string& working_folder, int
   platform::Process process;
   if (Status started = platform::StartProcess(launch, process); !started.ok()) {
     // A tool of the tool folder that is not there is named with the package that provides it.
-    const std::string& program = cmd.argv[0];
-    const size_t utl = program.rfind("/utl/");
-    std::string name = utl == std::string::npos ? std::string() : program.substr(utl + 5);
-    std::replace(name.begin(), name.end(), '\\', '/');
-    if (name.empty() || !NoteMissingTool(name))
+    // Any other program is named with the system's reason.
+    const std::string name = ToolFolderName(cmd.argv[0]);
+    if (name.empty() || FindTool(name) == nullptr || !NoteMissingTool(name))
       NoteTrouble(Trouble::kMissingTool, started.message());
     return kNotStarted;
   }
-  if (timeout_s <= 0) timeout_s = g_tool_timeout_s.load();
+  const char* timeout_key = "";
+  if (timeout_s <= 0) {
+    const int pace = static_cast<int>(PaceOf(ToolFolderName(cmd.argv[0])));
+    timeout_s = g_timeout_s[pace].load();
+    timeout_key = kToolTimeouts[pace].key;
+  }
   constexpr size_t kTail = 4096;
+  int stops_passed = 0;
 
   const auto deadline = Clock::now() + std::chrono::seconds(timeout_s > 0 ? timeout_s : 0);
   for (;;) {
-    milliseconds slice = kSlice;
+    milliseconds slice = pass_stop_on ? kFrontEndSlice : kSlice;
     if (timeout_s > 0) {
       auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
-      slice = std::clamp(left, milliseconds(0), kSlice);
+      slice = std::clamp(left, milliseconds(0), slice);
     }
     if (std::optional<int> code = platform::WaitProcess(process, static_cast<int>(slice.count()))) {
-      NoteRun(cmd.argv[0], *code, false, timeout_s, platform::StderrTail(process, kTail));
+      NoteRun(cmd.argv[0], *code, false, timeout_s, timeout_key,
+              platform::StderrTail(process, kTail));
       return *code;
     }
     bool timed_out = timeout_s > 0 && Clock::now() >= deadline;
-    if (g_stop.load() || timed_out) {
+    if (pass_stop_on && !timed_out) {
+      const int asked = std::max(platform::StopRequestsCaught(), g_stop.load() ? 1 : 0);
+      for (; stops_passed < asked; ++stops_passed) platform::PassStopOn(process);
+    } else if (g_stop.load() || timed_out) {
       platform::KillProcessGroup(process);
-      NoteRun(cmd.argv[0], kTerminated, timed_out, timeout_s, std::string());
+      NoteRun(cmd.argv[0], kTerminated, timed_out, timeout_s, timeout_key, std::string());
       return kTerminated;
     }
     Pump();
@@ -165,7 +189,7 @@ std::atomic<bool>& StopFlag() {
 }
 
 void SetJobLimits(const JobLimits& limits) {
-  g_tool_timeout_s.store(limits.tool_timeout_s);
+  for (int pace = 0; pace < kToolPaces; ++pace) g_timeout_s[pace].store(limits.timeout_s[pace]);
   g_max_pixels.store(limits.max_pixels);
   g_max_memory_mb.store(limits.max_memory_mb);
   g_max_unpacked_mb.store(limits.max_unpacked_mb);
@@ -175,7 +199,7 @@ void SetJobLimits(const JobLimits& limits) {
 
 JobLimits CurrentJobLimits() {
   JobLimits limits;
-  limits.tool_timeout_s = g_tool_timeout_s.load();
+  for (int pace = 0; pace < kToolPaces; ++pace) limits.timeout_s[pace] = g_timeout_s[pace].load();
   limits.max_pixels = g_max_pixels.load();
   limits.max_memory_mb = g_max_memory_mb.load();
   limits.max_unpacked_mb = g_max_unpacked_mb.load();
@@ -234,13 +258,13 @@ int RunAndWaitTimeout(const std::string& command_line, int /*show_window*/,
 
 namespace {
 
-int RunBatchCommands(const std::string& command_line) {
+int RunBatchCommands(const std::string& command_line, bool pass_stop_on) {
   BatchParse parsed = ParseBatch(command_line);
   if (!parsed.error.empty() || parsed.commands.empty()) return kNotStarted;
   int result = 0;
   for (const BatchCommand& cmd : parsed.commands) {
     if (cmd.only_if_previous_ok && result != 0) continue;
-    result = SpawnAndWait(cmd, std::string(), 0);
+    result = SpawnAndWait(cmd, std::string(), 0, pass_stop_on);
     if (g_stop.load()) break;
   }
   return result;
@@ -249,11 +273,11 @@ int RunBatchCommands(const std::string& command_line) {
 }  // namespace
 
 int RunBatch(const std::string& command_line, const std::string& /*temp_folder*/) {
-  return Finish(RunBatchCommands(command_line));
+  return Finish(RunBatchCommands(command_line, false));
 }
 
 int RunBatchNoPause(const std::string& command_line) {
-  const int result = RunBatchCommands(command_line);
+  const int result = RunBatchCommands(command_line, true);
   Pump();
   return result;
 }

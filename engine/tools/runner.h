@@ -13,6 +13,7 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace pictavo::tools {
 
@@ -30,11 +31,32 @@ void SetEventPump(EventPump pump);
 // 3 high = unchanged, since raising needs privileges). Tools inherit it.
 void SetProcessPriority(int cpu_priority);
 
+// Tools by how long one run may fairly take; each kind has a time-out of its own.
+enum class ToolPace {
+  kCodec,   // codecs, raster converters, metadata, archives: every tool not named below
+  kRender,  // interpreters and renderers of whole documents, drawings, maps and scenes
+  kOffice,  // office documents through soffice.bin, which starts a whole office suite
+  kOcr,     // text recognition, page by page
+};
+inline constexpr int kToolPaces = 4;
+// The "Limits" key and default time-out of each kind, in the order of ToolPace.
+struct ToolTimeout {
+  const char* key;
+  int default_s;
+};
+inline constexpr ToolTimeout kToolTimeouts[kToolPaces] = {{"Tool_timeout", 300},
+                                                          {"Render_timeout", 600},
+                                                          {"Office_timeout", 1200},
+                                                          {"Ocr_timeout", 1800}};
+// The kind of a tool, by its name in the tool folder ("soffice.bin", "ogr/ogr2ogr.exe"); a name
+// that is not a tool of the folder is a codec.
+ToolPace PaceOf(std::string_view tool_name);
+
 // The job's resource limits, set once by the engine from the settings file's "Limits" section
 // before any worker starts (process-wide, like the stop flag; tests may set them too). Until
 // they are set, runs have no time-out (the front end runs a whole job as one tool).
-//   tool_timeout_s: a tool still running after this many seconds is ended with its children
-//                   (every run that names no time-out of its own; 0 or less = none).
+//   timeout_s:      per ToolPace, a tool still running after this many seconds is ended with its
+//                   children (every run that names no time-out of its own; 0 or less = none).
 //   max_pixels:     the largest picture, in pixels, that the engine decodes or makes in-process.
 //   max_memory_mb:  the most memory one picture of the in-process engine may take (its pixel
 //                   plane: 3 bytes a pixel in 24-bit RGB, 6 in 48-bit), whether decoded, made
@@ -43,7 +65,8 @@ void SetProcessPriority(int cpu_priority);
 //                   the archive first and refuses a larger one. Tools learn it from the
 //                   environment variable kMaxUnpackedVariable.
 struct JobLimits {
-  int tool_timeout_s = 600;
+  int timeout_s[kToolPaces] = {kToolTimeouts[0].default_s, kToolTimeouts[1].default_s,
+                               kToolTimeouts[2].default_s, kToolTimeouts[3].default_s};
   uint64_t max_pixels = uint64_t{1} << 28;  // 268 megapixels: 1 GiB at 32 bits per pixel
   uint64_t max_memory_mb = 2048;            // the largest picture in 48-bit RGB fits
   uint64_t max_unpacked_mb = 4096;
@@ -51,7 +74,8 @@ struct JobLimits {
 inline constexpr char kMaxUnpackedVariable[] = "PICTAVO_MAX_UNPACKED_MB";
 // Where a job's settings file keeps them: whole numbers under these keys, 0 or none = default.
 inline constexpr char kLimitsSection[] = "Limits";
-inline constexpr const char* kLimitKeys[] = {"Tool_timeout", "Max_megapixels", "Max_memory_mb",
+inline constexpr const char* kLimitKeys[] = {"Tool_timeout",   "Render_timeout", "Office_timeout",
+                                             "Ocr_timeout",    "Max_megapixels", "Max_memory_mb",
                                              "Max_unpacked_mb"};
 void SetJobLimits(const JobLimits& limits);
 JobLimits CurrentJobLimits();
@@ -83,12 +107,12 @@ inline constexpr int kHidden = 0;
 inline constexpr int kShowNormal = 1;
 
 // Runs the command line in the process's current folder and waits for it, at most the job's
-// tool time-out. Returns the tool's exit code (128 + signal when it died of a signal),
-// kNotStarted, or kTerminated on stop or time-out.
+// time-out for that kind of tool. Returns the tool's exit code (128 + signal when it died of a
+// signal), kNotStarted, or kTerminated on stop or time-out.
 int RunAndWait(const std::string& command_line, int show_window);
 
 // As RunAndWait, in `working_folder` (empty = the current folder) and ending the tool when
-// `timeout_s` whole seconds have passed (0 or less = the job's tool time-out).
+// `timeout_s` whole seconds have passed (0 or less = the job's time-out for that kind of tool).
 int RunAndWaitTimeout(const std::string& command_line, int show_window,
                       const std::string& working_folder, int timeout_s);
 
@@ -96,11 +120,14 @@ int RunAndWaitTimeout(const std::string& command_line, int show_window,
 // several commands (line breaks, "&", "&&"). The redirections are done here, without a command
 // interpreter, so file names stay data. Commands run one after the other, each like RunAndWait;
 // returns the last command's result, or kNotStarted when the line cannot be parsed or a
-// redirection file cannot be opened. Each command has the job's tool time-out. `temp_folder` is
-// kept for the callers' signature: no script file is needed.
+// redirection file cannot be opened. Each command has the job's time-out for its kind of tool.
+// `temp_folder` is kept for the callers' signature: no script file is needed.
 int RunBatch(const std::string& command_line, const std::string& temp_folder);
-// As RunBatch, but returning as soon as the last command has ended, without the pause that
-// follows a tool inside a job: for a caller whose batch is the whole job (`pictavo convert`).
+// As RunBatch, for a caller whose batch is the whole job (`pictavo convert` running the engine):
+// no pause after the last command, and a stop is not a kill. Each stop request caught by
+// platform::CatchStopSignals (or the stop flag set without one) is passed on to the running
+// program as the same signal, and the program ends as it would have ended by itself: the engine
+// stops its job, ends its tools and cleans up on the first, and ends at once on the second.
 int RunBatchNoPause(const std::string& command_line);
 
 }  // namespace pictavo::tools

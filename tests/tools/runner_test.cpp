@@ -123,7 +123,9 @@ TEST(Runner, ToolTroublesReachTheStageThatRanThem) {
                                   kHidden, "", 1),
                 kTerminated);
       EXPECT_LT(SecondsSince(start), 20.0);
-      EXPECT_EQ(inner.Reason(), "fake_tool was ended after 1 s (\"Limits\"/\"Tool_timeout\")");
+      // A time-out the step set itself is no setting of the job's.
+      EXPECT_EQ(inner.Reason(),
+                "fake_tool was ended after 1 s, the longest this step waits for it");
     }
     EXPECT_NE(stage.Reason().find("was ended after 1 s"), std::string::npos) << stage.Reason();
     NoteTrouble(Trouble::kLimit, "9 x 9 pixels is above the limit");
@@ -230,6 +232,90 @@ TEST(Runner, BatchWithoutPauseRunsTheSameAndReturnsAtOnce) {
   start = Clock::now();
   EXPECT_EQ(RunBatchNoPause(quick), 0);
   EXPECT_LT(SecondsSince(start), paused);
+}
+
+// Office documents and text recognition may take longer than a codec: each kind of tool has a
+// time-out of its own, and the reason names the setting that ended it.
+TEST(Runner, EachKindOfToolHasItsOwnTimeOut) {
+  EXPECT_EQ(PaceOf("convert.bin"), ToolPace::kCodec);
+  EXPECT_EQ(PaceOf("pdfpsai.bin"), ToolPace::kRender);
+  EXPECT_EQ(PaceOf("ogr/ogr2ogr.exe"), ToolPace::kRender);
+  EXPECT_EQ(PaceOf("SOFFICE.BIN"), ToolPace::kOffice);
+  EXPECT_EQ(PaceOf("tesseract/tesseract.exe"), ToolPace::kOcr);
+  EXPECT_EQ(PaceOf(""), ToolPace::kCodec);
+  EXPECT_EQ(JobLimits{}.timeout_s[static_cast<int>(ToolPace::kCodec)], 300);
+  EXPECT_LT(JobLimits{}.timeout_s[static_cast<int>(ToolPace::kCodec)],
+            JobLimits{}.timeout_s[static_cast<int>(ToolPace::kOffice)]);
+  EXPECT_LT(JobLimits{}.timeout_s[static_cast<int>(ToolPace::kCodec)],
+            JobLimits{}.timeout_s[static_cast<int>(ToolPace::kOcr)]);
+
+  TempDir dir;
+  std::filesystem::create_directories(dir.path() / "utl" / "tesseract");
+  for (const char* tool : {"convert.bin", "soffice.bin", "tesseract/tesseract.exe"})
+    std::filesystem::create_symlink(kFake, dir.path() / "utl" / tool);
+  const JobLimits saved = CurrentJobLimits();
+  JobLimits limits;
+  limits.timeout_s[static_cast<int>(ToolPace::kCodec)] = 1;
+  limits.timeout_s[static_cast<int>(ToolPace::kRender)] = 30;
+  limits.timeout_s[static_cast<int>(ToolPace::kOffice)] = 2;
+  limits.timeout_s[static_cast<int>(ToolPace::kOcr)] = 30;
+  SetJobLimits(limits);
+  struct Case {
+    const char* tool;
+    double seconds;
+    const char* reason;
+  };
+  for (const Case& c : {Case{"convert.bin", 1.0,
+                             "convert.bin (fake_tool) was ended after 1 s "
+                             "(\"Limits\"/\"Tool_timeout\")"},
+                        Case{"soffice.bin", 2.0,
+                             "soffice.bin (fake_tool) was ended after 2 s "
+                             "(\"Limits\"/\"Office_timeout\")"}}) {
+    SCOPED_TRACE(c.tool);
+    TroubleRecorder stage;
+    const auto start = Clock::now();
+    EXPECT_EQ(RunAndWait(Quoted(dir.file(std::string("utl/") + c.tool)) + " sleep 30 " +
+                             Quoted(dir.file("pids.txt")),
+                         kHidden),
+              kTerminated);
+    EXPECT_GE(SecondsSince(start), c.seconds);
+    EXPECT_LT(SecondsSince(start), c.seconds + 15.0);
+    EXPECT_EQ(stage.Reason(), c.reason);
+  }
+  // A quick OCR run is not held to the codecs' limit.
+  TroubleRecorder ocr;
+  EXPECT_EQ(RunAndWait(Quoted(dir.file("utl/tesseract/tesseract.exe")) + " exit 0", kHidden), 0);
+  EXPECT_EQ(ocr.Reason(), "");
+  SetJobLimits(saved);
+}
+
+// A front end whose one tool is the engine passes a stop on: the engine ends as it would by
+// itself (its tools, its scratch, its log). Inside a job, a stop kills the tool's group.
+TEST(Runner, BatchThatIsTheWholeJobPassesTheStopOn) {
+  TempDir dir;
+  const std::string said = dir.file("said.txt");
+  const std::string program =
+      "/bin/sh -c \"trap 'echo asked > " + said + "; exit 9' TERM; while :; do sleep 0.05; done\"";
+  for (const bool whole_job : {true, false}) {
+    SCOPED_TRACE(whole_job ? "whole job" : "tool of a job");
+    std::filesystem::remove(said);
+    std::thread stopper([] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(300));
+      StopFlag() = true;
+    });
+    const auto start = Clock::now();
+    const int rc = whole_job ? RunBatchNoPause(program) : RunBatch(program, "");
+    stopper.join();
+    StopFlag() = false;
+    EXPECT_LT(SecondsSince(start), 10.0);
+    if (whole_job) {
+      EXPECT_EQ(rc, 9);
+      EXPECT_EQ(ReadText(said), "asked\n");
+    } else {
+      EXPECT_EQ(rc, kTerminated);
+      EXPECT_EQ(ReadText(said), "");
+    }
+  }
 }
 
 int g_pumps = 0;
