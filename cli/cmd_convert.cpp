@@ -8,11 +8,11 @@
 #include <fstream>
 #include <map>
 #include <optional>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "engine/tools/runner.h"
+#include "engine/tools/temp_names.h"
 #include "engine/tools/tool_paths.h"
 #include "engine/zub_process.h"
 #include "platform/console.h"
@@ -231,10 +231,9 @@ int CmdConvert(const Args& args) {
   if (dry_run) return DryRun(inputs, s);
 
   // The job files live in a scratch folder of the temp folder; the engine deletes them when its
-  // console view closes, and the folder goes afterwards.
-  std::mt19937 gen(std::random_device{}());
-  const std::string job_folder = platform::IncludeTrailingDelim(s.main.temp_folder) + "convert-" +
-                                 std::to_string(gen() % 100000000u) + platform::kPathDelim;
+  // console view closes, and the folder goes afterwards. Named after this process, it is removed
+  // by the next job should this process be killed.
+  const std::string job_folder = tools::OwnScratchFolder(s.main.temp_folder, "convert");
   std::error_code ec;
   fs::create_directories(job_folder, ec);
   if (!platform::DirectoryExists(job_folder)) {

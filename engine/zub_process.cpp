@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "engine/tools/runner.h"
+#include "engine/tools/temp_names.h"
 #include "engine/tools/tool_paths.h"
 #include "pipeline/p_thread.h"
 #include "pipeline/routing.h"
@@ -180,7 +181,14 @@ void TZubProcess::Execute() {
   if (size_t gt = target.find('>'); gt != std::string::npos) target = target.substr(gt + 1);
   if (target == "svgz") target = "svg";
 
-  const std::string icc = temp_folder_ + kIccName;
+  // Everything the job writes in the temp folder goes into a folder of its own, named after this
+  // process: jobs side by side (the front end starts one engine per job) then share nothing they
+  // change, and the folder of a killed job can be told from a running one's and is removed here.
+  tools::RemoveOrphanedScratch(temp_folder_);
+  const std::string job_folder = tools::OwnScratchFolder(temp_folder_, "job");
+  fs::create_directory(job_folder, ec);
+  s.main.temp_folder = job_folder;
+  const std::string icc = job_folder + kIccName;
   fs::copy_file(tools::ToolPath(kIccName), icc, fs::copy_options::overwrite_existing, ec);
 
   if (!single_worker) {
@@ -191,7 +199,7 @@ void TZubProcess::Execute() {
         Log(std::string(kWarning) + loaded.message() + "; the English texts are used");
   }
 
-  if (!temp_ready(temp_folder_)) {
+  if (!temp_ready(job_folder)) {
     Log(messages_[Msg::kTempWarning1] + " " + temp_folder_ + " " + messages_[Msg::kTempWarning2] +
         "\r\n" + messages_[Msg::kTempWarning3] + "\r\n" + messages_[Msg::kTempWarning4]);
   }
@@ -221,10 +229,6 @@ void TZubProcess::Execute() {
   if (one_worker || s.multipage.option == 4) workers = 1;
   workers = std::min(workers, std::max(files_total_, 1));
   std::vector<std::unique_ptr<pipeline::TPThread>> pool;
-  std::vector<std::string> worker_folders;
-  const std::string job_tag =
-      "job" + std::to_string(std::random_device{}() % 1000000u) + "_" +
-      std::to_string(std::chrono::system_clock::now().time_since_epoch().count() % 1000000);
   for (int i = 0; i < workers; ++i) {
     pipeline::JobContext ctx;
     ctx.settings = s;
@@ -232,11 +236,10 @@ void TZubProcess::Execute() {
     ctx.cfg_file = cfg_file;
     ctx.act_file = act_file;
     // Each worker has a scratch folder of its own, so that clearing its "rcp" files after a file
-    // can never remove a file that another worker (or another job) is still using.
-    ctx.temp_folder = temp_folder_ + job_tag + "_w" + std::to_string(i) + platform::kPathDelim;
+    // can never remove a file that another worker is still using.
+    ctx.temp_folder = job_folder + "w" + std::to_string(i) + platform::kPathDelim;
     fs::create_directories(ctx.temp_folder, ec);
     fs::copy_file(icc, ctx.temp_folder + kIccName, fs::copy_options::overwrite_existing, ec);
-    worker_folders.push_back(ctx.temp_folder);
     ctx.intermediate_format = intermediate;
     ctx.job_kind = code.kind;
     ctx.job_variant = code.variant;
@@ -327,7 +330,8 @@ void TZubProcess::Execute() {
       std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
 
   for (const std::string& folder : extracted_folders_) fs::remove_all(folder, ec);
-  for (const std::string& folder : worker_folders) fs::remove_all(folder, ec);
+  // The worker folders, the probe file and the ICC copy go with the job's folder.
+  fs::remove_all(job_folder, ec);
 
   // Failures in the order of the job's list, whatever order the workers finished them in.
   std::vector<pipeline::FileOutcome> in_order = std::move(outcomes);
@@ -345,9 +349,6 @@ void TZubProcess::Execute() {
     std::ofstream out(report, std::ios::binary | std::ios::trunc);
     out << OutcomeReport(in_order);
   }
-
-  fs::remove(temp_folder_ + kTempProbeName, ec);
-  fs::remove(icc, ec);
 }
 
 }  // namespace pictavo::engine

@@ -49,7 +49,8 @@ inline constexpr char kReportFileVariable[] = "PICTAVO_REPORT_FILE";
 // "pdf", or empty when the target needs none.
 std::string IntermediateFormat(std::string_view target);
 
-// The probe file that temp_ready writes (and the job's end removes).
+// The probe file that temp_ready writes; the job writes it in its own folder of the temp
+// folder, so that jobs side by side never remove each other's.
 inline constexpr char kTempProbeName[] = "temp_ready_probe.txt";
 
 // True when a file can be created, written and deleted in `folder`.

@@ -1,12 +1,16 @@
 #include "engine/tools/temp_names.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <random>
 
 #include "platform/clock.h"
 #include "platform/fs.h"
+#include "platform/process.h"
 
 namespace pictavo::tools {
 
@@ -54,6 +58,43 @@ std::string NewTempName(const std::string& temp_folder) {
       return name;
   }
   return name;
+}
+
+std::string OwnScratchFolder(const std::string& temp_folder, const char* kind) {
+  static std::atomic<unsigned> sequence{0};
+  const platform::ProcessTag own = platform::OwnProcessTag();
+  return platform::IncludeTrailingDelim(temp_folder) + kind + "-" + std::to_string(own.pid) + "-" +
+         std::to_string(own.start) + "-" + std::to_string(sequence.fetch_add(1)) +
+         platform::kPathDelim;
+}
+
+int RemoveOrphanedScratch(const std::string& temp_folder) {
+  namespace fs = std::filesystem;
+  int removed = 0;
+  std::error_code ec;
+  for (auto it = fs::directory_iterator(temp_folder, ec); !ec && it != fs::directory_iterator();
+       it.increment(ec)) {
+    const std::string name = it->path().filename().string();
+    platform::ProcessTag owner;
+    unsigned long long pid = 0, start = 0;
+    unsigned n = 0;
+    char kind[16] = {}, rest[2] = {};
+    if (std::sscanf(name.c_str(), "%15[a-z]-%llu-%llu-%u%1s", kind, &pid, &start, &n, rest) != 4)
+      continue;
+    bool ours = false;
+    for (const char* k : kScratchOwnerKinds) ours = ours || std::strcmp(kind, k) == 0;
+    // The name must be exactly what OwnScratchFolder makes, so that no folder of the user's
+    // that merely looks alike is taken.
+    const std::string again = std::string(kind) + "-" + std::to_string(pid) + "-" +
+                              std::to_string(start) + "-" + std::to_string(n);
+    if (!ours || again != name || !it->is_directory(ec)) continue;
+    owner.pid = pid;
+    owner.start = start;
+    if (platform::ProcessMayRun(owner)) continue;
+    std::error_code gone;
+    if (fs::remove_all(it->path(), gone) > 0 && !gone) ++removed;
+  }
+  return removed;
 }
 
 }  // namespace pictavo::tools

@@ -20,4 +20,16 @@ inline constexpr char kScratchPrefix[] = "rcp";
 // name is returned unreserved. Thread-safe.
 std::string NewTempName(const std::string& temp_folder);
 
+// A folder of `temp_folder` for the scratch of one job of this process, "KIND-PID-START-N/"
+// (with a trailing delimiter; not created): named after the process (its id and start time) so
+// that jobs side by side never share a file and a later job can tell when the owner is gone.
+// `kind` is one of kScratchOwnerKinds. Thread-safe; N counts the folders this process named.
+inline constexpr const char* kScratchOwnerKinds[] = {"job", "convert"};
+std::string OwnScratchFolder(const std::string& temp_folder, const char* kind);
+
+// Removes the folders of `temp_folder` named by OwnScratchFolder whose owner no longer runs (a
+// killed engine or front end); those of running processes, and every other entry, stay. Returns
+// how many were removed.
+int RemoveOrphanedScratch(const std::string& temp_folder);
+
 }  // namespace pictavo::tools

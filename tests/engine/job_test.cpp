@@ -486,6 +486,53 @@ bool WaitForText(const std::string& file, const std::string& text, int seconds) 
   return false;
 }
 
+// The front end starts one engine per job, so jobs run side by side over one temp folder: each
+// keeps its probe file, its ICC copy and its workers' scratch in a folder of its own, and none
+// warns of a temp folder it cannot use or removes what another is using.
+TEST_F(JobTest, TwentyEnginesSideBySideOverOneTempFolder) {
+  constexpr int kJobs = 20;
+  std::vector<pid_t> engines;
+  // The job files of job j; closing its view deletes them, so every round writes them again.
+  auto write_job = [this](const std::string& job) {
+    std::ofstream(job + "/job.lst", std::ios::binary) << job + "/in/a.jpg\r\n";
+    settings_.main.use_file_list = job + "/job.lst";
+    settings_.main.dest_path = job + "/out";
+    return settings_.write_ini_settings(job + "/job.cfg", 1).ok();
+  };
+  for (int j = 0; j < kJobs; ++j)
+    MakePicture(dir_.file("job" + std::to_string(j) + "/in/a.jpg"), 24, 16, 0x204060 + j);
+  // Two rounds: a collision needs two jobs in the same instant, so more starts find more.
+  constexpr int kRounds = 2;
+  const auto start = std::chrono::steady_clock::now();
+  int failed = 0;
+  for (int round = 0; round < kRounds; ++round) {
+    engines.clear();
+    for (int j = 0; j < kJobs; ++j) {
+      const std::string job = dir_.file("job" + std::to_string(j));
+      fs::remove_all(job + "/out");
+      ASSERT_TRUE(write_job(job));
+      engines.push_back(Spawn({Engine(), "12", job + "/job.cfg"}, job + "/engine.out"));
+      ASSERT_GT(engines.back(), 0);
+    }
+    for (int j = 0; j < kJobs; ++j) {
+      int status = 0;
+      waitpid(engines[j], &status, 0);
+      const std::string job = dir_.file("job" + std::to_string(j));
+      const std::string log = platform::ReadFileBytes(job + "/engine.out").value_or("");
+      const bool ok = WIFEXITED(status) && WEXITSTATUS(status) == 0 &&
+                      log.find("1 of 1 files were successfully processed.") != std::string::npos &&
+                      log.find("Warning") == std::string::npos &&
+                      SizeOf(job + "/out/a.png") == std::make_pair(24, 16);
+      EXPECT_TRUE(ok) << "job " << j << ":\n" << log;
+      failed += ok ? 0 : 1;
+    }
+  }
+  std::printf("[ figures  ] %d rounds of %d engines side by side: %d failed, %.2f s in all\n",
+              kRounds, kJobs, failed,
+              std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+  ExpectTempEmpty();
+}
+
 class StopTest : public JobTest {
  protected:
   // Thirty large pictures, one worker, so that the job is still running when it is stopped.
