@@ -2,7 +2,6 @@
 // scratch folder and runs pictavo-engine on them with the console view, printing its log.
 #include "cli/cmd_convert.h"
 
-#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -17,6 +16,7 @@
 #include "engine/zub_process.h"
 #include "platform/console.h"
 #include "platform/fs.h"
+#include "platform/process.h"
 #include "platform/text_encoding.h"
 #include "settings/mem_ini_file.h"
 #include "settings/settings_overrides.h"
@@ -89,10 +89,6 @@ void ShowNewOutput() {
   t.shown += chunk.size();
   std::fwrite(chunk.data(), 1, chunk.size(), stdout);
   std::fflush(stdout);
-}
-
-extern "C" void OnInterrupt(int) {
-  tools::StopFlag().store(true);
 }
 
 int DryRun(const std::vector<std::string>& inputs, const settings::TMainSettings& s) {
@@ -275,10 +271,13 @@ int CmdConvert(const Args& args) {
   Tail().file = log;
   Tail().shown = 0;
   tools::SetEventPump(ShowNewOutput);
-  std::signal(SIGINT, OnInterrupt);
+  // Ctrl-C (which reaches this process, not the engine in a process group of its own), `kill`
+  // and a closed terminal are passed on to the engine, which stops its job as its Stop button
+  // does; a second one ends it at once.
+  platform::CatchStopSignals(tools::StopFlag(), platform::LaterStops::kCount);
   // The engine is the whole job: nothing waits on its files once it has ended.
   const int rc = tools::RunBatchNoPause(command);
-  std::signal(SIGINT, SIG_DFL);
+  platform::ReleaseStopSignals();
   tools::SetEventPump(nullptr);
   ShowNewOutput();
   Tail().file.clear();

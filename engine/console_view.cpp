@@ -1,18 +1,9 @@
 #include "engine/console_view.h"
 
-#include <csignal>
 #include <string>
-
-#include "engine/tools/runner.h"
 
 namespace pictavo::engine {
 namespace {
-
-extern "C" void OnInterrupt(int) {
-  // The stop flag is lock-free, so this handler may set it safely.
-  pictavo::tools::StopFlag().store(true);
-  std::signal(SIGINT, SIG_DFL);
-}
 
 constexpr int kBarWidth = 40;
 
@@ -22,10 +13,6 @@ ConsoleView::ConsoleView(std::FILE* out, std::FILE* bar) : out_(out), bar_(bar) 
 
 ConsoleView::~ConsoleView() {
   ClearBar();
-}
-
-void ConsoleView::CatchInterrupt() {
-  std::signal(SIGINT, OnInterrupt);
 }
 
 void ConsoleView::ClearBar() {

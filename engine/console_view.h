@@ -1,7 +1,6 @@
 // The console view of the log window: each log line goes to stdout as it is appended; a
-// progress bar is drawn on stderr only when stderr is a terminal; Ctrl-C is the Stop button
-// (already confirmed: the files handed to workers are finished, no new file starts). A second
-// Ctrl-C ends the process at once.
+// progress bar is drawn on stderr only when stderr is a terminal. Ctrl-C is the Stop button,
+// already confirmed; the engine catches it (engine/main.cpp), in this view as in the window.
 #pragma once
 
 #include <cstdio>
@@ -14,9 +13,6 @@ class ConsoleView : public LogView {
  public:
   ConsoleView(std::FILE* out, std::FILE* bar);  // bar null: no progress bar
   ~ConsoleView() override;
-
-  // Makes Ctrl-C press Stop while the job runs.
-  void CatchInterrupt();
 
   void LineAppended(const std::string& line) override;
   void ProgressChanged(int position) override;

@@ -5,6 +5,7 @@
 #include "engine/tools/runner.h"
 #include "engine/zub_process.h"
 #include "platform/fs.h"
+#include "platform/process.h"
 #include "platform/text_encoding.h"
 #include "settings/langs.h"
 #include "settings/mem_ini_file.h"
@@ -38,7 +39,8 @@ void TfLog::Timer1Timer() {
     if (view_) view_->ProcessMessages();
   };
 
-  tools::StopFlag().store(false);
+  // A stop signal that came before the job started still stops it (engine/main.cpp).
+  tools::StopFlag().store(platform::StopRequestsCaught() > 0);
   str_to_log.clear();
   AppendLog(Caption("Label3"));
   if (view_) view_->ProcessMessages();

@@ -1,10 +1,12 @@
 #include "engine/qt_view.h"
 #include "engine/qt_log_window.h"
 
+#include <QGuiApplication>
 #include <QThread>
 #include <QTimer>
 
 #include "engine/tools/runner.h"
+#include "platform/process.h"
 #include "platform/registry_store.h"
 
 namespace pictavo::engine {
@@ -18,6 +20,15 @@ void PumpFromAnyThread() {
 }
 
 }  // namespace
+
+bool DisplayOpens(int argc, char** argv) {
+  return platform::ProbeInChildProcess(
+      [argc, argv]() mutable {
+        QGuiApplication probe(argc, argv);
+        return true;
+      },
+      5000);
+}
 
 int RunQtWindow(TfLog& form, const JobArguments& args, int argc, char** argv) {
   QApplication app(argc, argv);
@@ -46,6 +57,14 @@ int RunQtWindow(TfLog& form, const JobArguments& args, int argc, char** argv) {
     status = !form.job_rejected && form.files_done == form.files_total ? 0 : 1;
   });
   if (form.timer_enabled) timer1.start();
+  // A stop signal (engine/main.cpp) closes the window once the job has ended: nobody may be
+  // there to press Close.
+  QTimer stop_watch;
+  stop_watch.setInterval(200);
+  QObject::connect(&stop_watch, &QTimer::timeout, [&] {
+    if (platform::StopRequestsCaught() > 0 && !form.job_running) window.close();
+  });
+  stop_watch.start();
   const int loop = app.exec();
   tools::SetEventPump(nullptr);
   form.SetView(nullptr);

@@ -533,6 +533,37 @@ TEST_F(JobTest, TwentyEnginesSideBySideOverOneTempFolder) {
   ExpectTempEmpty();
 }
 
+// A display that cannot be opened (a DISPLAY naming no server, or none at all with PICTAVO_UI=gui)
+// gives one warning line and the console view; the job runs. Qt would abort the process.
+TEST_F(JobTest, DisplayThatCannotBeOpenedFallsBackToTheConsole) {
+  MakePicture(dir_.file("in/a.jpg"), 12, 8, 0x808080);
+  unsetenv("QT_QPA_PLATFORM");
+  unsetenv("XDG_SESSION_TYPE");
+  unsetenv("WAYLAND_DISPLAY");
+  struct Case {
+    const char* display;  // nullptr: unset
+    const char* ui;
+  };
+  for (const Case& c : {Case{":987", nullptr}, Case{nullptr, "gui"}}) {
+    SCOPED_TRACE(c.display ? c.display : "no DISPLAY, PICTAVO_UI=gui");
+    c.display ? setenv("DISPLAY", c.display, 1) : unsetenv("DISPLAY");
+    c.ui ? setenv("PICTAVO_UI", c.ui, 1) : unsetenv("PICTAVO_UI");
+    fs::remove_all(dir_.file("out"));
+    WriteJob({dir_.file("in/a.jpg")});
+    EXPECT_EQ(Run("12"), 0) << log_;
+    const auto warnings = std::count_if(lines_.begin(), lines_.end(), [](const std::string& l) {
+      return l.find("cannot open the display") != std::string::npos ||
+             l.find("built without Qt 6") != std::string::npos;
+    });
+    EXPECT_EQ(warnings, 1) << log_;
+    EXPECT_NE(log_.find("1 of 1 files were successfully processed."), std::string::npos) << log_;
+    EXPECT_TRUE(fs::exists(dir_.file("out/a.png")));
+  }
+  unsetenv("DISPLAY");
+  setenv("PICTAVO_UI", "console", 1);
+  ExpectTempEmpty();
+}
+
 class StopTest : public JobTest {
  protected:
   // Thirty large pictures, one worker, so that the job is still running when it is stopped.
@@ -691,6 +722,28 @@ TEST_F(ConvertTest, LongDocumentsAndPageFilesUseSpareCores) {
     EXPECT_NEAR(bmp.GetPixels(36, 18).r, 255 * n / 10, 3) << names[n - 1];
   }
   ExpectSourcesUnchanged();
+  ExpectTempEmpty();
+}
+
+TEST_F(ConvertTest, GuiWithoutADisplayRunsInTheConsole) {
+  MakePicture(dir_.file("in/a.jpg"), 12, 8, 0x808080);
+  unsetenv("QT_QPA_PLATFORM");
+  unsetenv("DISPLAY");
+  unsetenv("WAYLAND_DISPLAY");
+  fs::create_directories(dir_.file("temp"));
+  EXPECT_EQ(Convert(tools::Quoted(dir_.file("in/a.jpg")) + " --to png --gui --output " +
+                    tools::Quoted(dir_.file("out"))),
+            0)
+      << log_;
+  const std::vector<std::string> lines = Lines(log_);
+  EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                          [](const std::string& l) {
+                            return l.find("cannot open the display") != std::string::npos ||
+                                   l.find("built without Qt 6") != std::string::npos;
+                          }),
+            1)
+      << log_;
+  EXPECT_TRUE(fs::exists(dir_.file("out/a.png")));
   ExpectTempEmpty();
 }
 

@@ -35,6 +35,7 @@
 #include "platform/fs.h"
 #include "settings/main_settings.h"
 #include "settings/mem_ini_file.h"
+#include "tests/support/process_watch.h"
 #include "tests/support/test_paths.h"
 
 namespace pictavo {
@@ -46,16 +47,21 @@ std::string BuiltEngine() {
   return testing::BuildDir() + "/pictavo-engine";
 }
 
-// A copy (hard link) of the engine in `root` with a tool folder of links to the real tools;
-// convert.bin is the fault tool, or is left out when `with_fault_tool` is false.
+// A copy (hard link) of the engine and the front end in `root`, with the guard their programs
+// start under and a tool folder of links to the real tools; convert.bin is the fault tool, or is
+// left out when `with_fault_tool` is false.
 std::string FakeInstall(const fs::path& root, bool with_fault_tool) {
   const fs::path engine = root / "pictavo-engine";
   std::error_code ec;
   fs::create_directories(root / "utl");
-  if (!fs::exists(engine)) {
-    fs::create_hard_link(BuiltEngine(), engine, ec);  // /proc/self/exe names the link's folder
-    if (ec) fs::copy_file(BuiltEngine(), engine);
+  for (const char* program : {"pictavo-engine", "pictavo"}) {
+    const fs::path built = fs::path(testing::BuildDir()) / program;
+    if (fs::exists(root / program) || !fs::exists(built)) continue;
+    fs::create_hard_link(built, root / program, ec);  // /proc/self/exe names the link's folder
+    if (ec) fs::copy_file(built, root / program);
   }
+  if (!fs::exists(root / "pictavo-guard"))
+    fs::create_symlink(fs::path(testing::BuildDir()) / "pictavo-guard", root / "pictavo-guard");
   for (const auto& e : fs::directory_iterator(fs::path(testing::BuildDir()) / "utl")) {
     const fs::path link = root / "utl" / e.path().filename();
     if (e.path().filename() != "convert.bin" && !fs::is_symlink(link))
@@ -226,7 +232,10 @@ class FaultTest : public ::testing::Test {
     settings_.main.file_mask = "*";
     settings_.main.cpu_priority = 2;
   }
-  void TearDown() override { unsetenv("PICTAVO_FAULT"); }
+  void TearDown() override {
+    unsetenv("PICTAVO_FAULT");
+    unsetenv("PICTAVO_FAULT_PIDS");
+  }
 
   // Writes the job files; `limits` are "Limits" keys added to the settings file.
   void WriteJob(const std::vector<std::string>& entries,
@@ -306,6 +315,56 @@ class FaultTest : public ::testing::Test {
     EXPECT_TRUE(left.empty()) << "left in the temp folder: " << ::testing::PrintToString(left);
     for (const auto& e : fs::recursive_directory_iterator(dir_.path()))
       EXPECT_EQ(e.path().filename().string().find("_(extracted)"), std::string::npos) << e.path();
+  }
+
+  // Starts `argv` in the background with stdout and stderr into dir_/engine.out.
+  pid_t Start(const std::vector<std::string>& argv) {
+    const std::string out = dir_.file("engine.out");
+    const pid_t pid = fork();
+    if (pid == 0) {
+      const int fd = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+      dup2(fd, 1), dup2(fd, 2);
+      std::vector<char*> words;
+      for (const std::string& a : argv) words.push_back(const_cast<char*>(a.c_str()));
+      words.push_back(nullptr);
+      execv(words[0], words.data());
+      _exit(127);
+    }
+    return pid;
+  }
+
+  // The hanging fault tool's pid and its child's, once it has written them (PICTAVO_FAULT_PIDS).
+  bool HungToolPids(pid_t& tool, pid_t& child) {
+    for (int i = 0; i < 1500; ++i) {
+      std::ifstream in(dir_.file("tool.pids"));
+      if (in >> tool >> child) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return false;
+  }
+
+  // Seconds until every one of `pids` has ended, or `limit` when one still runs then.
+  static double SecondsUntilEnded(const std::vector<pid_t>& pids, double limit) {
+    const auto start = std::chrono::steady_clock::now();
+    auto elapsed = [&] {
+      return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    };
+    while (elapsed() < limit) {
+      bool all = true;
+      for (pid_t p : pids) all = all && testing::ProcessEnded(p);
+      if (all) return elapsed();
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return limit;
+  }
+
+  // The names in the temp folder.
+  std::vector<std::string> TempEntries() const {
+    std::vector<std::string> left;
+    if (fs::exists(dir_.file("temp")))
+      for (const auto& e : fs::directory_iterator(dir_.file("temp")))
+        left.push_back(e.path().filename().string());
+    return left;
   }
 
   static size_t Count(const std::string& text, const std::string& what) {
@@ -394,6 +453,121 @@ TEST_F(FaultTest, StopEndsAHungToolAndTheJob) {
   log_ = platform::ReadFileBytes(out).value_or("");
   EXPECT_NE(log_.find("The conversion process was terminated by user."), std::string::npos) << log_;
   ExpectPromisesKept(1, 0, true);
+}
+
+// SIGTERM (`kill`, a shutdown) and SIGHUP (a closed terminal) stop the job as the Stop button
+// does: the hung tool and its own child end within a second, the scratch goes, the log says the
+// job was stopped, and the engine ends.
+TEST_F(FaultTest, StopSignalsEndEveryToolAndTheJob) {
+  const std::string exr = dir_.file("in/scene.exr");
+  fs::create_directories(dir_.file("in"));
+  std::ofstream(exr, std::ios::binary) << "v/1\x01 not really OpenEXR";
+  RememberSources({exr});
+  engine_ = FakeInstall(dir_.path() / "install-fault", true);
+  setenv("PICTAVO_FAULT", "hang", 1);
+  setenv("PICTAVO_FAULT_PIDS", dir_.file("tool.pids").c_str(), 1);
+  for (const int sig : {SIGTERM, SIGHUP}) {
+    SCOPED_TRACE(strsignal(sig));
+    fs::remove(dir_.file("tool.pids"));
+    WriteJob({exr});  // the default time-out (minutes) is not what ends it here
+    const pid_t engine = Start({engine_, "12", dir_.file("job.cfg")});
+    ASSERT_GT(engine, 0);
+    pid_t tool = 0, child = 0;
+    ASSERT_TRUE(HungToolPids(tool, child))
+        << platform::ReadFileBytes(dir_.file("engine.out")).value_or("");
+    const auto start = std::chrono::steady_clock::now();
+    kill(engine, sig);
+    const double tools_ended = SecondsUntilEnded({tool, child}, 30.0);
+    int status = 0;
+    waitpid(engine, &status, 0);
+    const double engine_ended =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    // About half a second (the runner's poll); the margin is for a loaded machine.
+    EXPECT_LT(tools_ended, 5.0) << "the tool outlived the stop";
+    EXPECT_LT(engine_ended, 15.0);
+    std::printf("[ figures  ] %s: tools ended %.3f s after it, the engine %.3f s after it\n",
+                strsignal(sig), tools_ended, engine_ended);
+    ASSERT_TRUE(WIFEXITED(status)) << "the first signal ended the engine at once";
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+    log_ = platform::ReadFileBytes(dir_.file("engine.out")).value_or("");
+    EXPECT_NE(log_.find("The conversion process was terminated by user."), std::string::npos)
+        << log_;
+    ExpectPromisesKept(1, 0, true);
+    EXPECT_FALSE(fs::exists(dir_.file("job.cfg"))) << "the job files go as the window closes";
+  }
+}
+
+// SIGKILL leaves no chance to clean up: the tools still end with the engine (they run under
+// the guard), and the scratch it left is removed by the next job over the same temp folder.
+TEST_F(FaultTest, KilledEngineTakesItsToolsAlongAndTheNextJobItsScratch) {
+  const std::string exr = dir_.file("in/scene.exr"), jpg = dir_.file("in/photo.jpg");
+  fs::create_directories(dir_.file("in"));
+  std::ofstream(exr, std::ios::binary) << "v/1\x01 not really OpenEXR";
+  MakePicture(jpg, 16, 12, 0x336699);
+  RememberSources({exr, jpg});
+  engine_ = FakeInstall(dir_.path() / "install-fault", true);
+  setenv("PICTAVO_FAULT", "hang", 1);
+  setenv("PICTAVO_FAULT_PIDS", dir_.file("tool.pids").c_str(), 1);
+  WriteJob({exr});
+  const pid_t engine = Start({engine_, "12", dir_.file("job.cfg")});
+  ASSERT_GT(engine, 0);
+  pid_t tool = 0, child = 0;
+  ASSERT_TRUE(HungToolPids(tool, child));
+  kill(engine, SIGKILL);
+  waitpid(engine, nullptr, 0);
+  const double ended = SecondsUntilEnded({tool, child}, 30.0);
+  EXPECT_LT(ended, 5.0) << "a tool outlived its killed engine";
+  std::printf("[ figures  ] SIGKILL: tools ended %.3f s after the engine\n", ended);
+  const std::vector<std::string> left = TempEntries();
+  ASSERT_EQ(left.size(), 1u) << ::testing::PrintToString(left);
+  EXPECT_EQ(left[0].rfind("job-" + std::to_string(engine) + "-", 0), 0u) << left[0];
+
+  unsetenv("PICTAVO_FAULT");
+  unsetenv("PICTAVO_FAULT_PIDS");
+  WriteJob({jpg});
+  EXPECT_EQ(Run(), 0) << log_;
+  ExpectPromisesKept(1, 1);
+}
+
+// Ctrl-C reaches `pictavo convert`, not the engine in its own process group: the front end
+// passes it on, and the engine stops as it would have stopped itself (its log says so, which a
+// killed engine's could not).
+TEST_F(FaultTest, ConvertPassesTheStopOnToItsEngine) {
+  if (!fs::exists(fs::path(testing::BuildDir()) / "pictavo"))
+    GTEST_SKIP() << "build/pictavo is not built";
+  const std::string exr = dir_.file("in/scene.exr");
+  fs::create_directories(dir_.file("in"));
+  std::ofstream(exr, std::ios::binary) << "v/1\x01 not really OpenEXR";
+  RememberSources({exr});
+  FakeInstall(dir_.path() / "install-fault", true);
+  setenv("PICTAVO_FAULT", "hang", 1);
+  setenv("PICTAVO_FAULT_PIDS", dir_.file("tool.pids").c_str(), 1);
+  const pid_t front =
+      Start({(dir_.path() / "install-fault" / "pictavo").string(), "convert", exr, "--to", "png",
+             "--output", dir_.file("out"), "--set", "Main/Temp_folder=" + dir_.file("temp")});
+  ASSERT_GT(front, 0);
+  pid_t tool = 0, child = 0;
+  ASSERT_TRUE(HungToolPids(tool, child))
+      << platform::ReadFileBytes(dir_.file("engine.out")).value_or("");
+  const auto start = std::chrono::steady_clock::now();
+  kill(front, SIGINT);
+  const double tools_ended = SecondsUntilEnded({tool, child}, 30.0);
+  int status = 0;
+  waitpid(front, &status, 0);
+  const double front_ended =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  EXPECT_LT(tools_ended, 5.0);
+  EXPECT_LT(front_ended, 15.0);
+  std::printf(
+      "[ figures  ] Ctrl-C to pictavo convert: tools ended %.3f s after it, the front "
+      "end %.3f s after it\n",
+      tools_ended, front_ended);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 1);
+  log_ = platform::ReadFileBytes(dir_.file("engine.out")).value_or("");
+  EXPECT_NE(log_.find("The conversion process was terminated by user."), std::string::npos) << log_;
+  EXPECT_NE(log_.find("pictavo convert: stopped"), std::string::npos) << log_;
+  ExpectPromisesKept(1, 0, true);  // the front end's job files and the engine's scratch are gone
 }
 
 // Empty, cut and damaged files of every format the engine reads itself, a lying extension, a

@@ -3,7 +3,8 @@
 // file is the last argument, as in the engine's "TOOL ... IN OUT" command lines.
 //   exit      exits with 3, writing nothing
 //   segv      dies of SIGSEGV
-//   hang      sleeps for an hour
+//   hang      sleeps for an hour; with PICTAVO_FAULT_PIDS set, starts a child that sleeps too and
+//             writes "PID CHILD" into that file first (to see that both end with the engine)
 //   empty     writes a 0-byte output
 //   truncated writes a PNG cut off after its header
 //   garbage   writes 64 KiB of noise
@@ -29,6 +30,16 @@ int main(int argc, char** argv) {
     return 0;
   }
   if (mode == "hang") {
+    if (const char* pids = std::getenv("PICTAVO_FAULT_PIDS")) {
+      const pid_t child = fork();
+      if (child == 0) {
+        sleep(3600);
+        _exit(0);
+      }
+      const std::string text = std::to_string(getpid()) + " " + std::to_string(child) + "\n";
+      std::ofstream(std::string(pids) + ".part") << text;
+      std::rename((std::string(pids) + ".part").c_str(), pids);
+    }
     sleep(3600);
     return 0;
   }
