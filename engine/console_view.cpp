@@ -37,9 +37,11 @@ void ConsoleView::ProgressChanged(int position) {
   const int filled = position * kBarWidth / 100;
   std::string bar = "\r[" + std::string(filled, '#') + std::string(kBarWidth - filled, ' ') + "] " +
                     std::to_string(position) + "%";
+  if (bar_drawn_ && bar == bar_text_) return;
   std::fputs(bar.c_str(), bar_);
   std::fflush(bar_);
   bar_drawn_ = true;
+  bar_text_ = std::move(bar);
 }
 
 bool ConsoleView::Confirm(const std::string& question) {

@@ -1,9 +1,11 @@
 // The console view of the log window: each log line goes to stdout as it is appended; a
-// progress bar is drawn on stderr only when stderr is a terminal. Ctrl-C is the Stop button,
-// already confirmed; the engine catches it (engine/main.cpp), in this view as in the window.
+// progress bar is drawn on stderr only when stderr is a terminal, and redrawn only when its text
+// changes (the job reports progress at every poll). Ctrl-C is the Stop button, already confirmed;
+// the engine catches it (engine/main.cpp), in this view as in the window.
 #pragma once
 
 #include <cstdio>
+#include <string>
 
 #include "engine/log_form.h"
 
@@ -26,6 +28,7 @@ class ConsoleView : public LogView {
   std::FILE* out_;
   std::FILE* bar_;
   bool bar_drawn_ = false;
+  std::string bar_text_;  // what the bar shows while bar_drawn_
 };
 
 }  // namespace pictavo::engine

@@ -2,11 +2,14 @@
 // and the deletion of the job files. No display is needed.
 #include "engine/log_form.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
 #include <gtest/gtest.h>
 
+#include "engine/console_view.h"
 #include "engine/tools/runner.h"
 #include "engine/zub_process.h"
 #include "settings/langs.h"
@@ -187,6 +190,42 @@ TEST(LogFormTest, ShowFilesOpensTheLastSavedFolder) {
   SetLastSavedFolder("/results/today");
   form.AdvShowFilesClick();
   EXPECT_EQ(view.opened, "/results/today");
+}
+
+// The job reports its progress at every poll, about a hundred times a second; the console bar
+// is drawn again only when what it shows changes, or after a log line has cleared it.
+TEST(ConsoleViewTest, ProgressBarIsRedrawnOnlyWhenItsTextChanges) {
+  char* out_text = nullptr;
+  char* bar_text = nullptr;
+  size_t out_size = 0, bar_size = 0;
+  std::FILE* out = open_memstream(&out_text, &out_size);
+  std::FILE* bar = open_memstream(&bar_text, &bar_size);
+  ASSERT_TRUE(out && bar);
+  {
+    ConsoleView view(out, bar);
+    for (int i = 0; i < 100; ++i) view.ProgressChanged(40);
+    view.ProgressChanged(41);
+    view.ProgressChanged(41);
+    view.LineAppended("File 3 of 7: a.jpg");
+    view.ProgressChanged(41);  // the line cleared the bar
+    view.ProgressChanged(150);
+    view.ProgressChanged(100);  // the same text as 150, clamped
+  }
+  std::fclose(out);
+  std::fclose(bar);
+  const std::string drawn(bar_text, bar_size), lines(out_text, out_size);
+  std::free(out_text);
+  std::free(bar_text);
+  auto count = [&drawn](const std::string& what) {
+    size_t n = 0;
+    for (size_t at = drawn.find(what); at != std::string::npos; at = drawn.find(what, at + 1)) ++n;
+    return n;
+  };
+  EXPECT_EQ(count("] 40%"), 1u) << drawn;
+  EXPECT_EQ(count("] 41%"), 2u) << drawn;
+  EXPECT_EQ(count("] 100%"), 1u) << drawn;
+  EXPECT_EQ(count("\r["), 4u) << drawn;
+  EXPECT_EQ(lines, "File 3 of 7: a.jpg\n");
 }
 
 }  // namespace
