@@ -14,6 +14,7 @@
 #include "engine/tools/temp_names.h"
 #include "engine/tools/tool_paths.h"
 #include "engine/zub_process.h"
+#include "pipeline/job_plan.h"
 #include "platform/console.h"
 #include "platform/fs.h"
 #include "platform/process.h"
@@ -99,32 +100,24 @@ int DryRun(const std::vector<std::string>& inputs, const settings::TMainSettings
     else
       files.push_back(in);
   }
-  // Names compare without regard to case, as on the file systems the front end targets.
-  std::map<std::string, std::pair<std::string, std::vector<std::string>>> by_result;
-  int index = 0;
-  for (const std::string& f : files) {
-    settings::DestRequest req;
-    req.source_path = f;
-    req.index = index++;
-    const std::string result = s.create_dest_filename(req).result;
-    auto& entry = by_result[platform::AsciiLower(result)];
-    entry.first = result;
-    entry.second.push_back(f);
-    std::printf("%s -> %s%s\n", f.c_str(), result.c_str(),
-                platform::EqualsNoCase(Absolute(result), Absolute(f)) ? "  (is the source: kept "
-                                                                        "under a numbered name)"
-                                                                      : "");
+  // The same plan the engine makes: what is printed here is what the run writes.
+  const pipeline::JobPlan plan(s, files);
+  for (const pipeline::PlannedFile& f : plan.files()) {
+    const std::vector<std::string> results =
+        f.pages.empty() ? std::vector<std::string>{f.names.result} : f.pages;
+    for (const std::string& result : results) {
+      std::string note;
+      if (platform::EqualsNoCase(Absolute(result), Absolute(f.source)))
+        note = "  (is the source: kept under a numbered name)";
+      else if (!f.taken_by.empty() && result == results.front())
+        note = "  (the name " + fs::path(f.wanted).filename().string() + " was taken by " +
+               f.taken_by + " in this job)";
+      std::printf("%s -> %s%s\n", f.source.c_str(), result.c_str(), note.c_str());
+    }
   }
-  int collisions = 0;
-  for (const auto& [key, entry] : by_result) {
-    const auto& [result, sources] = entry;
-    if (sources.size() < 2) continue;
-    ++collisions;
-    std::printf("collision: %zu sources give %s:\n", sources.size(), result.c_str());
-    for (const std::string& src : sources) std::printf("  %s\n", src.c_str());
-  }
-  std::printf("%zu file(s), %d collision(s); nothing was written\n", files.size(), collisions);
-  return collisions == 0 ? 0 : 1;
+  std::printf("%zu file(s), %d result(s) renamed; nothing was written\n", files.size(),
+              plan.Renamed());
+  return 0;
 }
 
 // A "--set Limits/KEY=N" for one of the job's limits, which live beside the settings record in
@@ -205,9 +198,18 @@ int CmdConvert(const Args& args) {
     }
   }
   if (inputs.empty()) return Usage("no input files or folders");
-  for (const std::string& in : inputs)
-    if (!platform::FileExists(in) && !platform::DirectoryExists(in))
-      return Usage("no such file or folder: " + in);
+  // A missing input fails in the job with its reason and the others run; only a command line
+  // that names nothing at all is taken for a mistake.
+  size_t missing = 0;
+  for (const std::string& in : inputs) {
+    if (platform::FileExists(in) || platform::DirectoryExists(in)) continue;
+    ++missing;
+    if (!dry_run)
+      std::fprintf(stderr, "pictavo convert: warning: no such file or folder: %s\n", in.c_str());
+  }
+  if (missing == inputs.size())
+    return Usage(inputs.size() == 1 ? "no such file or folder: " + inputs.front()
+                                    : "none of the inputs exists");
   if (to.empty() && config.empty())
     return Usage("--to EXT is needed (or a --config with Dest_ext)");
   if (!actions.empty() && !platform::FileExists(actions))

@@ -72,7 +72,7 @@ std::string FormatSummary(int done, int total, int64_t elapsed_ms,
   return out;
 }
 
-std::string FormatOutcomes(const std::vector<pipeline::FileOutcome>& outcomes,
+std::string FormatOutcomes(const std::vector<pipeline::FileOutcome>& outcomes, int renamed,
                            const settings::MessageTable& m) {
   using Kind = pipeline::FileOutcome::Kind;
   std::string failed;
@@ -85,6 +85,7 @@ std::string FormatOutcomes(const std::vector<pipeline::FileOutcome>& outcomes,
   std::string out;
   if (!failed.empty()) out += "\r\n" + m[Msg::kFailedFiles] + failed;
   if (skipped > 0) out += "\r\n" + m[Msg::kSkippedFiles] + " " + std::to_string(skipped);
+  if (renamed > 0) out += "\r\n" + m[Msg::kRenamedResults] + " " + std::to_string(renamed);
   return out;
 }
 
@@ -127,7 +128,7 @@ bool temp_ready(const std::string& folder) {
 }
 
 void Dir_files(const std::string& folder, const std::string& mask_list, bool subfolders,
-               std::vector<std::string>& files) {
+               std::vector<std::string>& files, FolderWalk* walk) {
   std::string mask = mask_list;
   const bool all = mask == "*";
   if (!all) {
@@ -141,20 +142,39 @@ void Dir_files(const std::string& folder, const std::string& mask_list, bool sub
   for (const auto& entry : fs::directory_iterator(folder, ec)) {
     std::error_code e2;
     if (entry.is_directory(e2)) {
-      subs.push_back(entry.path());
+      if (!entry.is_symlink(e2)) subs.push_back(entry.path());
     } else {
       own.push_back(entry.path());
     }
   }
+  if (ec && walk && walk->error.empty()) walk->error = folder + ": " + ec.message();
   std::sort(own.begin(), own.end());
   std::sort(subs.begin(), subs.end());
   for (const fs::path& p : own) {
     std::string ext = LowerExt(p.string());
     if (!ext.empty()) ext.erase(0, 1);
-    if (all || mask.find("," + ext + ",") != std::string::npos) files.push_back(p.string());
+    if (all || mask.find("," + ext + ",") != std::string::npos)
+      files.push_back(p.string());
+    else if (walk)
+      ++walk->files_masked_out;
   }
-  if (!subfolders) return;
-  for (const fs::path& p : subs) Dir_files(p.string(), mask_list, subfolders, files);
+  if (!subfolders) {
+    if (walk) walk->subfolders_left += static_cast<int>(subs.size());
+    return;
+  }
+  for (const fs::path& p : subs) Dir_files(p.string(), mask_list, subfolders, files, walk);
+}
+
+std::string WhyNoFiles(const FolderWalk& walk) {
+  if (!walk.error.empty()) return "the folder cannot be read: " + walk.error;
+  if (walk.subfolders_left > 0)
+    return "the folder holds " + std::to_string(walk.subfolders_left) +
+           " sub-folder(s) and no file to convert; set \"Main\"/\"Read_subfolders\" to 1 "
+           "(pictavo convert: --set Main/Read_subfolders=1) to convert theirs";
+  if (walk.files_masked_out > 0)
+    return "the folder holds " + std::to_string(walk.files_masked_out) +
+           " file(s), none of a type that \"Main\"/\"File_mask\" accepts";
+  return "the folder is empty";
 }
 
 std::string ExtractedFolder(const std::string& container) {

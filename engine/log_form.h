@@ -82,8 +82,13 @@ class TfLog {
 
   // The job's outcome, for the view's exit status.
   int files_done = 0;
+  int files_skipped = 0;  // results kept as they were ("Save"/"OverWrite" 2), blank pages
   int files_total = 0;
   bool job_rejected = false;
+  // The exit status: 0 when the job ran and no file failed (a skipped file is no failure).
+  int ExitStatus() const {
+    return !job_rejected && files_done + files_skipped == files_total ? 0 : 1;
+  }
 
  private:
   settings::FormModel form_;

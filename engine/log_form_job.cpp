@@ -47,6 +47,7 @@ void TfLog::Timer1Timer() {
 
   process.Execute();
   files_done = process.files_done();
+  files_skipped = process.files_skipped();
   files_total = process.files_total();
   job_rejected = process.rejected();
   if (!show_log) return;

@@ -50,7 +50,7 @@ bool WantGui() {
 
 // 0 when the job ran and processed every file; 1 otherwise (scripts can tell failures).
 int ExitStatus(const TfLog& form) {
-  return !form.job_rejected && form.files_done == form.files_total ? 0 : 1;
+  return form.ExitStatus();
 }
 
 }  // namespace

@@ -54,7 +54,7 @@ int RunQtWindow(TfLog& form, const JobArguments& args, int argc, char** argv) {
       app.exit(0);
       return;
     }
-    status = !form.job_rejected && form.files_done == form.files_total ? 0 : 1;
+    status = form.ExitStatus();
   });
   if (form.timer_enabled) timer1.start();
   // A stop signal (engine/main.cpp) closes the window once the job has ended: nobody may be

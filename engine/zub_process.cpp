@@ -5,13 +5,16 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <memory>
 #include <random>
+#include <set>
 #include <thread>
 
 #include "engine/tools/runner.h"
 #include "engine/tools/temp_names.h"
 #include "engine/tools/tool_paths.h"
+#include "pipeline/job_plan.h"
 #include "pipeline/p_thread.h"
 #include "pipeline/routing.h"
 #include "platform/console.h"
@@ -52,6 +55,33 @@ std::vector<std::string> ReadListFile(const std::string& path, std::string& why)
     start = end + 1;
   }
   return lines;
+}
+
+// The destination folders of the plan that cannot be made or written to, each with the reason
+// its files fail: found once, before any file is read, instead of once per file after it was
+// converted.
+std::map<std::string, std::string> UnwritableFolders(const pipeline::JobPlan& plan) {
+  std::map<std::string, std::string> refused;
+  std::set<std::string> checked;
+  for (size_t i = 0; i < plan.files().size(); ++i) {
+    const std::string folder =
+        fs::path(plan.FirstResult(static_cast<int>(i))).parent_path().string();
+    if (folder.empty() || !checked.insert(folder).second) continue;
+    std::error_code ec;
+    fs::create_directories(folder, ec);
+    std::string why;
+    if (!platform::DirectoryExists(folder)) {
+      why = ec ? ec.message() : "a file of that name is in the way";
+    } else {
+      const std::string probe = platform::IncludeTrailingDelim(folder) + ".pictavo-write-test-" +
+                                std::to_string(std::random_device{}());
+      if (Status st = platform::WriteFileAtomic(probe, ""); !st.ok()) why = st.message();
+      fs::remove(probe, ec);
+    }
+    if (!why.empty())
+      refused[folder] = "the destination folder " + folder + " cannot be written: " + why;
+  }
+  return refused;
 }
 
 }  // namespace
@@ -96,7 +126,12 @@ std::vector<std::string> TZubProcess::BuildFileList(const settings::TMainSetting
         "; the job has no files");
   for (const std::string& entry : entries) {
     if (platform::DirectoryExists(entry)) {
-      Dir_files(entry, s.main.file_mask, s.main.read_subfolders, files);
+      const size_t before = files.size();
+      FolderWalk walk;
+      Dir_files(entry, s.main.file_mask, s.main.read_subfolders, files, &walk);
+      if (files.size() == before)
+        entry_failures_.push_back(
+            {pipeline::FileOutcome::Kind::kFailed, -1, entry, WhyNoFiles(walk)});
       continue;
     }
     const std::string folder = ExpandContainer(entry);
@@ -221,8 +256,16 @@ void TZubProcess::Execute() {
   }
   rejected_ = false;
 
+  entry_failures_.clear();
   const std::vector<std::string> files = BuildFileList(s);
   files_total_ = static_cast<int>(files.size());
+  // Every result's name is settled before the first file runs; see pipeline/job_plan.h.
+  pipeline::JobPlan plan(s, files);
+  // A job that only checks its files writes nothing, so it needs no destination.
+  const bool check_only = code.kind == kCheckOnlyKind || s.main.check_files;
+  const std::map<std::string, std::string> unwritable =
+      check_only ? std::map<std::string, std::string>() : UnwritableFolders(plan);
+  for (const auto& [folder, why] : unwritable) Log(messages_[Msg::kError] + " " + why);
   const std::string intermediate = IntermediateFormat(target);
 
   int workers = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
@@ -247,6 +290,7 @@ void TZubProcess::Execute() {
     ctx.kind3 = code.kind == 3;
     ctx.builtin_language = single_worker;
     ctx.poll_ms = poll_ms_;
+    ctx.plan = &plan;
     pool.push_back(std::make_unique<pipeline::TPThread>(std::move(ctx)));
     pool.back()->Resume();
   }
@@ -291,13 +335,24 @@ void TZubProcess::Execute() {
   };
 
   Log(messages_[Msg::kStarting]);
+  for (const pipeline::FileOutcome& f : entry_failures_)
+    Log(messages_[Msg::kError] + " " + f.source + ": " + f.reason);
   const auto start = Clock::now();
-  const bool check_only = code.kind == kCheckOnlyKind || s.main.check_files;
   for (int i = 0; i < files_total_ && !tools::StopFlag().load(); ++i) {
-    settings::DestRequest req;
-    req.source_path = files[i];
-    req.index = i;
-    const settings::DestNames dest = s.create_dest_filename(req);
+    const settings::DestNames& dest = plan.files()[static_cast<size_t>(i)].names;
+    // A file whose results cannot be written is not read at all.
+    const auto refused = unwritable.find(fs::path(plan.FirstResult(i)).parent_path().string());
+    if (refused != unwritable.end()) {
+      collect();
+      pending[i] = messages_[Msg::kFile] + " " + std::to_string(i + 1) + " " + messages_[Msg::kOf] +
+                   " " + std::to_string(files_total_) + ": " + files[i] + "\r\n   " +
+                   messages_[Msg::kError] + " " + refused->second;
+      outcomes.push_back({pipeline::FileOutcome::Kind::kFailed, i, files[i], refused->second});
+      finished[i] = true;
+      ++finished_count;
+      handed_count = i + 1;
+      continue;
+    }
     bool handed = false;
     while (!handed && !tools::StopFlag().load()) {
       collect();
@@ -337,8 +392,15 @@ void TZubProcess::Execute() {
   std::vector<pipeline::FileOutcome> in_order = std::move(outcomes);
   std::stable_sort(in_order.begin(), in_order.end(),
                    [](const auto& a, const auto& b) { return a.index < b.index; });
+  // A list entry that gave no file is a failure of the job too.
+  in_order.insert(in_order.begin(), entry_failures_.begin(), entry_failures_.end());
+  files_total_ += static_cast<int>(entry_failures_.size());
+  files_skipped_ = static_cast<int>(
+      std::count_if(in_order.begin(), in_order.end(), [](const pipeline::FileOutcome& o) {
+        return o.kind == pipeline::FileOutcome::Kind::kSkipped;
+      }));
   std::string summary = FormatSummary(files_done_, files_total_, elapsed, messages_);
-  if (std::string list = FormatOutcomes(in_order, messages_); !list.empty()) {
+  if (std::string list = FormatOutcomes(in_order, plan.Renamed(), messages_); !list.empty()) {
     // Before the closing line break of the summary.
     if (summary.size() >= 2 && summary.ends_with("\r\n")) summary.resize(summary.size() - 2);
     summary += list + "\r\n";

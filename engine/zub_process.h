@@ -37,7 +37,8 @@ std::string FormatSummary(int done, int total, int64_t elapsed_ms,
 
 // After the summary: one line per failed file with its reason, under "Files that failed:", and
 // the number of skipped files; "" when every file was done.
-std::string FormatOutcomes(const std::vector<pipeline::FileOutcome>& outcomes,
+// `renamed`: results the job's plan gave a numbered name (a line when above 0).
+std::string FormatOutcomes(const std::vector<pipeline::FileOutcome>& outcomes, int renamed,
                            const settings::MessageTable& messages);
 // The same for programs: one line per failed or skipped file, "failed" or "skipped", the
 // source and the reason, separated by tabs. The engine writes it to the file that the
@@ -59,9 +60,18 @@ bool temp_ready(const std::string& folder);
 // Appends to `files` the files of `folder` that the mask list accepts ("*" accepts all; else a
 // list such as "jpg, png"), then, when `subfolders` is set, walks each sub-folder the same way:
 // depth first, a folder's own files before those of its sub-folders. Names are sorted within a
-// folder so that runs are repeatable.
+// folder so that runs are repeatable. Links to folders are not followed (a link to a parent
+// would walk in a circle); links to files are taken like files.
+// What a walk left out, so that a folder that gives no file can say why.
+struct FolderWalk {
+  int subfolders_left = 0;   // sub-folders not walked ("Main"/"Read_subfolders" off)
+  int files_masked_out = 0;  // files whose type "Main"/"File_mask" does not accept
+  std::string error;         // why a folder could not be listed
+};
 void Dir_files(const std::string& folder, const std::string& mask_list, bool subfolders,
-               std::vector<std::string>& files);
+               std::vector<std::string>& files, FolderWalk* walk = nullptr);
+// Why a folder entry of the list gave no file, from its walk: in words a user can act on.
+std::string WhyNoFiles(const FolderWalk& walk);
 
 // The folder a container is unpacked into: the file's path with "_(extracted)" appended.
 std::string ExtractedFolder(const std::string& container);
@@ -89,6 +99,7 @@ class TZubProcess {
   // Results.
   int files_total() const { return files_total_; }
   int files_done() const { return files_done_; }
+  int files_skipped() const { return files_skipped_; }
   bool rejected() const { return rejected_; }  // the job did not run (code, temp folder, .cfg)
   const std::string& temp_folder() const { return temp_folder_; }
 
@@ -101,8 +112,12 @@ class TZubProcess {
   settings::MessageTable messages_;
   std::string temp_folder_;
   std::vector<std::string> extracted_folders_;
+  // Entries of the list that give no file to convert (a folder with none, one that cannot be
+  // read), with the reason; they count as failed.
+  std::vector<pipeline::FileOutcome> entry_failures_;
   int files_total_ = 0;
   int files_done_ = 0;
+  int files_skipped_ = 0;
   bool rejected_ = false;
   int poll_ms_ = 10;
 };

@@ -44,6 +44,8 @@ const std::array<MessageRow, static_cast<size_t>(Msg::kCount)> kMessageRows = {{
     {Msg::kSec, "Label33.Caption", "sec."},
     {Msg::kFailedFiles, "Failed_files.Caption", "Files that failed:"},
     {Msg::kSkippedFiles, "Skipped_files.Caption", "Files skipped:"},
+    {Msg::kRenamedResults, "Renamed_results.Caption",
+     "Results renamed because another result of the job had their name:"},
     {Msg::kNoSuchFile, "Reason_no_file.Caption", "the file does not exist"},
     {Msg::kNoToolFolder, "Reason_no_tool_folder.Caption",
      "the tool folder \"utl\" is missing beside the engine"},

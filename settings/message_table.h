@@ -49,6 +49,7 @@ enum class Msg : size_t {
   // Messages of the summary and of failure reasons, beyond the window's own captions.
   kFailedFiles,     // "Failed_files.Caption"
   kSkippedFiles,    // "Skipped_files.Caption"
+  kRenamedResults,  // "Renamed_results.Caption"
   kNoSuchFile,      // "Reason_no_file.Caption"
   kNoToolFolder,    // "Reason_no_tool_folder.Caption"
   kNoReaderOpened,  // "Reason_no_reader.Caption"

@@ -360,11 +360,13 @@ TEST_F(JobTest, OverwriteSkipAndFailedFileCount) {
   settings_.save.overwrite = 2;
   WriteJob({dir_.file("in/a.jpg"), dir_.file("in/broken.jpg")});
   EXPECT_EQ(Run("12"), 1) << log_;
-  EXPECT_NE(log_.find("   File " + dir_.file("out/a.png") + " was skipped"), std::string::npos)
+  // Skipped before it is read, and not counted as processed.
+  EXPECT_NE(log_.find("   Skipped: " + dir_.file("out/a.png") + " was skipped"), std::string::npos)
       << log_;
   EXPECT_EQ(platform::ReadFileBytes(dir_.file("out/a.png")).value_or(""), "earlier result");
   EXPECT_NE(log_.find("   Error: Could not read file broken.jpg"), std::string::npos) << log_;
-  EXPECT_NE(log_.find("1 of 2 files were successfully processed."), std::string::npos) << log_;
+  EXPECT_NE(log_.find("0 of 2 files were successfully processed."), std::string::npos) << log_;
+  EXPECT_NE(log_.find("Files skipped: 1"), std::string::npos) << log_;
   ExpectTempEmpty();
 }
 
@@ -761,20 +763,23 @@ TEST_F(ConvertTest, ExitStatusTellsFailuresAndUsageErrors) {
   EXPECT_EQ(Convert(tools::Quoted(dir_.file("broken.png")) + " --to jpg --set Nope"), 2);
 }
 
-TEST_F(ConvertTest, DryRunFlagsCollisionsAndWritesNothing) {
+TEST_F(ConvertTest, DryRunNamesCollisionsApartAndWritesNothing) {
   MakePicture(dir_.file("one/photo.jpg"), 8, 8, 0);
   MakePicture(dir_.file("two/photo.jpg"), 8, 8, 0);
   MakePicture(dir_.file("two/other.jpg"), 8, 8, 0);
   fs::create_directories(dir_.file("temp"));
   EXPECT_EQ(Convert(tools::Quoted(dir_.file("one")) + " " + tools::Quoted(dir_.file("two")) +
                     " --to png --dry-run --output " + tools::Quoted(dir_.file("out"))),
-            1)
+            0)
       << log_;
   EXPECT_NE(log_.find(dir_.file("two/other.jpg") + " -> " + dir_.file("out/other.png")),
             std::string::npos)
       << log_;
-  EXPECT_NE(log_.find("collision: 2 sources give " + dir_.file("out/photo.png")), std::string::npos)
+  EXPECT_NE(log_.find(dir_.file("two/photo.jpg") + " -> " + dir_.file("out/photo (2).png") +
+                      "  (the name photo.png was taken by " + dir_.file("one/photo.jpg")),
+            std::string::npos)
       << log_;
+  EXPECT_NE(log_.find("3 file(s), 1 result(s) renamed"), std::string::npos) << log_;
   EXPECT_FALSE(fs::exists(dir_.file("out")));
   EXPECT_EQ(Convert(tools::Quoted(dir_.file("one")) + " --to png --dry-run --output " +
                     tools::Quoted(dir_.file("out"))),
