@@ -374,6 +374,7 @@ void TZubProcess::Execute() {
     if (std::any_of(assigned.begin(), assigned.end(), [](int a) { return a >= 0; }))
       wait_a_little();
   }
+  collect();  // the blocks of files refused before they were handed out, at the end of the list
   for (auto& w : pool) {
     w->Terminate();
     files_done_ += w->FilesDone();
