@@ -33,7 +33,9 @@ extern "C" void OnParentGone(int) {
 }
 
 extern "C" void PassOn(int sig) {
+  const int saved_errno = errno;
   if (g_child > 0) kill(g_child, sig);
+  errno = saved_errno;
 }
 
 void Report(bool reports, int err) {

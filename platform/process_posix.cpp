@@ -78,16 +78,19 @@ std::atomic<bool> g_later_ends_process{true};
 constexpr int kStopSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
 extern "C" void OnStopSignal(int sig) {
+  const int saved_errno = errno;
   g_last_stop_signal.store(sig);
   if (g_stop_requests.fetch_add(1) == 0) {
     if (std::atomic<bool>* flag = g_stop_flag.load()) flag->store(true);
-    return;
-  }
-  if (g_later_ends_process.load()) {
+  } else if (g_later_ends_process.load()) {
     // The default action once the handler returns: the signal is blocked while it runs.
-    ::signal(sig, SIG_DFL);
+    struct sigaction defaults {};
+    sigemptyset(&defaults.sa_mask);
+    defaults.sa_handler = SIG_DFL;
+    ::sigaction(sig, &defaults, nullptr);
     ::raise(sig);
   }
+  errno = saved_errno;
 }
 
 // The start time of a process, from field 22 of /proc/PID/stat; 0 when it cannot be read.
