@@ -202,7 +202,8 @@ void TImageEnIO::RememberLayout() {
   loaded_spp_ = params_.SamplesPerPixel;
 }
 
-pictavo::Status TImageEnIO::Decode(const uint8_t* data, size_t size, bool params_only) {
+pictavo::Status TImageEnIO::Decode(const uint8_t* data, size_t size, bool params_only,
+                                   bool with_metadata) {
   const TIOFileType type = SniffFormat(data, size);
   const CodecRow* row = FindRow(type);
   if (type == TIOFileType::ioWMF || type == TIOFileType::ioEMF)
@@ -229,7 +230,8 @@ pictavo::Status TImageEnIO::Decode(const uint8_t* data, size_t size, bool params
     if (!params_only) bmp_->Clear();
     return st;
   }
-  if (row->metadata || type == TIOFileType::ioPSD) metadata::ReadMetadata(data, size, params_);
+  if (with_metadata && (row->metadata || type == TIOFileType::ioPSD))
+    metadata::ReadMetadata(data, size, params_);
   if (!params_only) {
     if (decoded.IsEmpty()) return pictavo::Status::Error("the file holds no picture");
     if (managed && !params_.ICC.IsEmpty() && !params_.ICC.IsSRGB() &&
@@ -263,10 +265,15 @@ pictavo::Status TImageEnIO::ParamsFromFile(const std::string& path) {
   return DecodeFile(path, true);
 }
 
-pictavo::Status TImageEnIO::DecodeFile(const std::string& path, bool params_only) {
+pictavo::Status TImageEnIO::HeaderFromFile(const std::string& path) {
+  return DecodeFile(path, true, false);
+}
+
+pictavo::Status TImageEnIO::DecodeFile(const std::string& path, bool params_only,
+                                       bool with_metadata) {
   platform::MappedFile bytes;
   pictavo::Status st = bytes.Open(path, !params_only)
-                           ? Decode(bytes.data(), bytes.size(), params_only)
+                           ? Decode(bytes.data(), bytes.size(), params_only, with_metadata)
                            : pictavo::Status::Error("cannot read " + path);
   if (bytes.CutShort()) st = pictavo::Status::Error(path + " was cut short while it was read");
   if (!st.ok() && !params_only) bmp_->Clear();

@@ -91,6 +91,9 @@ class TImageEnIO {
   pictavo::Status LoadFromBuffer(const uint8_t* data, size_t size);
   // Reads the parameters of frame Params().ImageIndex without decoding pixels.
   pictavo::Status ParamsFromFile(const std::string& path);
+  // As ParamsFromFile, without the metadata (EXIF, XMP, IPTC): size, layout and frame count
+  // only, for the checks that look at every result.
+  pictavo::Status HeaderFromFile(const std::string& path);
   pictavo::Status ParamsFromBuffer(const uint8_t* data, size_t size);
 
   // Saves in the format named by `path`'s extension.
@@ -124,9 +127,10 @@ class TImageEnIO {
   pictavo::Status ClosePDFFile();
 
  private:
-  pictavo::Status Decode(const uint8_t* data, size_t size, bool params_only);
+  pictavo::Status Decode(const uint8_t* data, size_t size, bool params_only,
+                         bool with_metadata = true);
   // Decode of the file's bytes, mapped; a file cut short while it was read fails.
-  pictavo::Status DecodeFile(const std::string& path, bool params_only);
+  pictavo::Status DecodeFile(const std::string& path, bool params_only, bool with_metadata = true);
   // `release`: the bound bitmap is not needed afterwards, so its pixels may be taken.
   pictavo::Status Encode(TIOFileType type, std::vector<uint8_t>& out, bool release = false);
   pictavo::Status Save(const std::string& path, bool release);

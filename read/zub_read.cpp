@@ -88,7 +88,7 @@ bool KeyIn(std::string_view list, const std::string& key) {
 pictavo::Status CheckReadResult(const TZubRead& r, const std::string& key) {
   imaging::TIEBitmap probe;
   imaging::TImageEnIO io(&probe);
-  if (pictavo::Status st = io.ParamsFromFile(r.out_file); !st.ok())
+  if (pictavo::Status st = io.HeaderFromFile(r.out_file); !st.ok())
     return pictavo::Status::Error("the reader's picture cannot be opened: " + st.message());
   const int w = io.Params().Width, h = io.Params().Height;
   if (w <= 1 && h <= 1) return pictavo::Status::Error("the reader made a picture of 1 x 1 pixel");

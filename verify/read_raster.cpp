@@ -132,7 +132,7 @@ void ReadRaster(const Source& src, Content& out) {
   out.known = true;
   imaging::TIEBitmap bitmap;
   imaging::TImageEnIO io(&bitmap);
-  if (Status s = io.ParamsFromFile(src.file); !s.ok()) {
+  if (Status s = io.HeaderFromFile(src.file); !s.ok()) {
     out.opened = s;
     return;
   }
