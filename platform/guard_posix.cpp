@@ -8,6 +8,10 @@
 // neither a tool nor anything the tool started outlives a killed engine. SIGINT, SIGTERM, SIGHUP
 // and SIGQUIT sent to the guard are passed on to the program, which decides how to end.
 //
+// The guard has no signal handlers: it keeps the signals it cares about blocked and takes them
+// one at a time with sigwaitinfo, so nothing runs asynchronously and no wait is left hanging by a
+// handler that a runtime (a sanitizer's) defers.
+//
 // A failed start is reported as posix_spawn reports it: descriptor 3, when open, is the write end
 // of a pipe whose reader waits for end of file (the program runs) or the errno of the failure.
 // Only async-signal-safe calls follow the fork.
@@ -25,18 +29,9 @@ namespace {
 
 constexpr int kStatusFd = 3;
 constexpr int kPassedOn[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
-volatile sig_atomic_t g_child = 0;
 
-extern "C" void OnParentGone(int) {
-  // Every process of the group, the guard included.
-  kill(0, SIGKILL);
-}
-
-extern "C" void PassOn(int sig) {
-  const int saved_errno = errno;
-  if (g_child > 0) kill(g_child, sig);
-  errno = saved_errno;
-}
+// Never runs (SIGCHLD stays blocked); set so that SIGCHLD is not discarded as ignored.
+extern "C" void OnChild(int) {}
 
 void Report(bool reports, int err) {
   if (reports) {
@@ -80,64 +75,11 @@ int Exec(char** argv) {
   return denied ? EACCES : ENOENT;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  if (argc < 3) return 127;
-  const pid_t parent = static_cast<pid_t>(strtol(argv[1], nullptr, 10));
-  // The group is what a lost parent kills: never the group of whoever started the guard.
-  if (getpgrp() != getpid()) setpgid(0, 0);
-  const bool reports = fcntl(kStatusFd, F_GETFD) != -1;
-  if (reports) fcntl(kStatusFd, F_SETFD, FD_CLOEXEC);
-
-  // The handled signals wait until the program's id is known.
-  const int parent_gone = SIGRTMIN;
-  sigset_t handled, before;
-  sigemptyset(&handled);
-  sigaddset(&handled, parent_gone);
-  for (int sig : kPassedOn) sigaddset(&handled, sig);
-  sigprocmask(SIG_BLOCK, &handled, &before);
-  struct sigaction action {};
-  sigemptyset(&action.sa_mask);
-  action.sa_handler = OnParentGone;
-  sigaction(parent_gone, &action, nullptr);
-  action.sa_handler = PassOn;
-  action.sa_flags = SA_RESTART;
-  for (int sig : kPassedOn) sigaction(sig, &action, nullptr);
-
-  prctl(PR_SET_PDEATHSIG, parent_gone);
-  if (getppid() != parent) {  // the parent died before the request was made
-    Report(reports, ESRCH);
-    return 127;
-  }
-
-  const pid_t child = fork();
-  if (child < 0) {
-    Report(reports, errno);
-    return 127;
-  }
-  if (child == 0) {
-    // The program gets the signal state the engine asked for the guard.
-    struct sigaction defaults {};
-    sigemptyset(&defaults.sa_mask);
-    defaults.sa_handler = SIG_DFL;
-    sigaction(parent_gone, &defaults, nullptr);
-    for (int sig : kPassedOn) sigaction(sig, &defaults, nullptr);
-    sigprocmask(SIG_SETMASK, &before, nullptr);
-    Report(reports, Exec(argv + 2));
-    _exit(127);
-  }
-  g_child = child;
-  if (reports) close(kStatusFd);
-  sigprocmask(SIG_SETMASK, &before, nullptr);
-
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0)
-    if (errno != EINTR) return 127;
+// Ends the guard as the program ended, so that the engine sees the program's exit code or
+// signal; the program has dumped its core already where that was asked for.
+int EndAs(int status) {
   if (WIFEXITED(status)) return WEXITSTATUS(status);
   if (!WIFSIGNALED(status)) return 127;
-  // Ends the same way, so that the engine sees the program's signal; the program has dumped its
-  // core already where that was asked for.
   const int sig = WTERMSIG(status);
   prctl(PR_SET_PDEATHSIG, 0);
   struct rlimit no_core {};
@@ -152,4 +94,73 @@ int main(int argc, char** argv) {
   sigprocmask(SIG_UNBLOCK, &only, nullptr);
   kill(getpid(), sig);
   return 128 + sig;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 3) return 127;
+  const pid_t parent = static_cast<pid_t>(strtol(argv[1], nullptr, 10));
+  // The group is what a lost parent kills: never the group of whoever started the guard.
+  if (getpgrp() != getpid()) setpgid(0, 0);
+  const bool reports = fcntl(kStatusFd, F_GETFD) != -1;
+  if (reports) fcntl(kStatusFd, F_SETFD, FD_CLOEXEC);
+
+  // Blocked from here on: they wait in the queue until the loop below takes them.
+  const int parent_gone = SIGRTMIN;
+  sigset_t handled, before;
+  sigemptyset(&handled);
+  sigaddset(&handled, parent_gone);
+  sigaddset(&handled, SIGCHLD);
+  for (int sig : kPassedOn) sigaddset(&handled, sig);
+  sigprocmask(SIG_BLOCK, &handled, &before);
+  struct sigaction on_child {};
+  sigemptyset(&on_child.sa_mask);
+  on_child.sa_handler = OnChild;
+  sigaction(SIGCHLD, &on_child, nullptr);
+
+  prctl(PR_SET_PDEATHSIG, parent_gone);
+  if (getppid() != parent) {  // the parent died before the request was made
+    Report(reports, ESRCH);
+    return 127;
+  }
+
+  const pid_t child = fork();
+  if (child < 0) {
+    Report(reports, errno);
+    return 127;
+  }
+  if (child == 0) {
+    // The program gets the signal state the engine asked for the guard (exec resets the
+    // SIGCHLD handler).
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    Report(reports, Exec(argv + 2));
+    _exit(127);
+  }
+  if (reports) close(kStatusFd);
+
+  for (;;) {
+    siginfo_t info;
+    const int sig = sigwaitinfo(&handled, &info);
+    if (sig < 0) {
+      if (errno == EINTR) continue;
+      return 127;
+    }
+    if (sig == SIGCHLD) {
+      int status = 0;
+      pid_t ended;
+      do {
+        ended = waitpid(child, &status, WNOHANG);
+      } while (ended < 0 && errno == EINTR);
+      if (ended == child) return EndAs(status);
+      if (ended < 0) return 127;
+      continue;  // stopped or continued
+    }
+    if (sig == parent_gone) {
+      // Every process of the group, the guard included.
+      kill(0, SIGKILL);
+      return 128 + SIGKILL;
+    }
+    kill(child, sig);
+  }
 }
