@@ -62,7 +62,8 @@ class TruthfulResults : public ::testing::Test {
 
   // The source's failure as the summary and standard error give it; "" when it did not fail.
   std::string FailureOf(const std::string& given) {
-    const std::string source = fs::weakly_canonical(given).string();  // as the job names it
+    // As the command line names it: absolute, ".." resolved, links left as they are.
+    const std::string source = fs::absolute(given).lexically_normal().string();
     const std::string prefix = "pictavo convert: failed: " + source + ": ";
     const size_t at = err_.find(prefix);
     if (at == std::string::npos) return {};
