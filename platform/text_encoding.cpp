@@ -52,7 +52,9 @@ std::string DecodeUtf16(std::string_view bytes, bool little_endian) {
   return out;
 }
 
-// Copies valid UTF-8 through and replaces malformed sequences.
+// Copies valid UTF-8 through and replaces each byte of a malformed sequence. Valid means
+// what UTF-16 can hold: no overlong forms, no surrogates, nothing above U+10FFFF (a lead byte
+// F5..F7 passed the shape test and came out of the UTF-16 writer as a stray surrogate).
 std::string SanitizeUtf8(std::string_view s) {
   std::string out;
   out.reserve(s.size());
@@ -61,7 +63,14 @@ std::string SanitizeUtf8(std::string_view s) {
     auto c = static_cast<uint8_t>(s[i]);
     int len = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
     bool valid = len > 0 && i + len <= s.size();
-    for (int k = 1; valid && k < len; ++k) valid = (static_cast<uint8_t>(s[i + k]) >> 6) == 2;
+    uint32_t cp = len == 1 ? c : len == 2 ? c & 0x1Fu : len == 3 ? c & 0x0Fu : c & 0x07u;
+    for (int k = 1; valid && k < len; ++k) {
+      const auto next = static_cast<uint8_t>(s[i + k]);
+      valid = (next >> 6) == 2;
+      cp = (cp << 6) | (next & 0x3Fu);
+    }
+    constexpr uint32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
+    valid = valid && cp >= kSmallest[len] && cp <= 0x10FFFF && !(cp >= 0xD800 && cp <= 0xDFFF);
     if (valid) {
       out.append(s.substr(i, len));
       i += len;

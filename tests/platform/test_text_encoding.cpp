@@ -58,6 +58,30 @@ TEST(TextEncoding, DamagedInputIsReplacedNotFatal) {
   EXPECT_EQ(DecodeText("\xFF\xFE"), "");
 }
 
+// A settings value holding "\xF5\xA4\xBB\xA7" (the shape of a 4-byte sequence, but above
+// U+10FFFF) passed as UTF-8 and was written to the UTF-16 file as a stray surrogate, so it read
+// back as other text. Found by fuzz_settings.
+TEST(TextEncoding, Utf8ThatUtf16CannotHoldIsReplacedBeforeWriting) {
+  const std::string r = "\xEF\xBF\xBD";  // U+FFFD, one per byte of a bad sequence
+  for (const auto& [bad, replaced] : std::vector<std::pair<std::string, std::string>>{
+           {"a\xF5\xA4\xBB\xA7", "a" + r + r + r + r},  // above U+10FFFF
+           {"\xF4\x90\x80\x80", r + r + r + r},         // U+110000
+           {"\xED\xA0\x80", r + r + r},                 // a surrogate in UTF-8
+           {"\xC0\xAF", r + r},                         // "/" spelt in two bytes
+           {"\xE0\x80\xAF", r + r + r},                 // and in three
+           {"\xF0\x80\x80\xAF", r + r + r + r}}) {      // and in four
+    SCOPED_TRACE(::testing::PrintToString(bad));
+    EXPECT_EQ(DecodeText(bad), replaced);
+    EXPECT_EQ(DecodeText(EncodeUtf16LEWithBom(bad)), replaced);
+  }
+  // The largest code point and the ends of each length are kept.
+  for (const std::string good : {"\xF4\x8F\xBF\xBF", "\xF0\x90\x80\x80", "\xEF\xBF\xBF",
+                                 "\xE0\xA0\x80", "\xC2\x80", "\xED\x9F\xBF", "\xEE\x80\x80"}) {
+    EXPECT_EQ(DecodeText(good), good) << ::testing::PrintToString(good);
+    EXPECT_EQ(DecodeText(EncodeUtf16LEWithBom(good)), good) << ::testing::PrintToString(good);
+  }
+}
+
 TEST(TextEncoding, CaseHelpersFoldAsciiOnly) {
   EXPECT_TRUE(EqualsNoCase("PDF_Write", "pdf_WRITE"));
   EXPECT_FALSE(EqualsNoCase("PDF_Write", "PDF_Writ"));

@@ -282,6 +282,26 @@ TEST(SettingsFile, PathThatIsNoRegularFileGivesDefaults) {
   EXPECT_EQ(std::filesystem::file_size(big), platform::kMaxTextFileBytes + 1);
 }
 
+// Every settings file a fuzzer found a defect with (fuzz/regressions/settings/): whatever the
+// reader makes of it must survive a write and a read unchanged, as fuzz_settings demands.
+TEST(SettingsFile, FuzzRegressionsSurviveAWriteAndARead) {
+  const std::filesystem::path root =
+      std::filesystem::path(pictavo::testing::SourceDir()) / "fuzz/regressions/settings";
+  int replayed = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(root)) {
+    SCOPED_TRACE(entry.path().string());
+    TMainSettings s = Defaults();
+    ASSERT_TRUE(s.read_ini_settings(entry.path().string()).ok());
+    MemIniFile ini;
+    ASSERT_TRUE(s.write_ini_settings(ini, 1).ok());
+    const TMainSettings back =
+        ReadText(platform::DecodeText(platform::EncodeUtf16LEWithBom(ini.ToText())));
+    EXPECT_EQ(Dump(back), Dump(s));
+    ++replayed;
+  }
+  EXPECT_GT(replayed, 0);
+}
+
 TEST(SettingsFile, ClampsAndBadValues) {
   TMainSettings s = ReadText(
       "[Multipage]\nOption=0\nGroup=0\n[Colors]\nOption=7\n[DPI]\nOption=5\n"
