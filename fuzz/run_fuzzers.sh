@@ -11,7 +11,7 @@ build=${1:?fuzz build folder}
 seconds=${2:-60}
 corpus=${3:-$(dirname "$0")/../../shared/corpus}
 shift $(( $# < 3 ? $# : 3 ))
-targets=${*:-"jpeg png tiff gif bmp pcx tga ico pnm qoi psd webp jp2 io psp dst pat raw settings registry language list pages names"}
+targets=${*:-"jpeg png tiff gif bmp pcx tga ico pnm qoi psd webp jp2 io psp dst pat raw settings registry language list pages names actions"}
 
 # Sample files per target, by extension (small ones only: they make quicker seeds).
 exts() {
@@ -19,7 +19,7 @@ exts() {
     jpeg) echo "jpg jpeg" ;; tiff) echo "tif tiff" ;; pnm) echo "pbm pgm ppm pam pnm" ;;
     jp2) echo "jp2 j2k jpc" ;; ico) echo "ico cur" ;;
     io) echo "jpg png tif gif bmp pcx tga ico ppm qoi psd webp jp2" ;;
-    settings) echo "cfg" ;; language) echo "lng" ;; list) echo "lst" ;;
+    settings) echo "cfg" ;; language) echo "lng" ;; list) echo "lst" ;; actions) echo "act" ;;
     registry|pages|names|psp|dst|pat|raw) echo "" ;;
     *) echo "$1" ;;
   esac
