@@ -10,8 +10,6 @@
 namespace pictavo::direct {
 namespace {
 
-// Targets that hold one page: a routine writes one file per page of the source.
-constexpr std::string_view kOnePageTargets = ";svg;svgz;dxf;emf;wmf;eps;epi;plt;hpg;hp2;cgm;wpg;";
 // Targets that hold every page in one file.
 constexpr std::string_view kManyPageTargets = ";pdf;ps;ai;tif;tiff;";
 // Targets whose whole point is drawing content.

@@ -4,12 +4,17 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "platform/status.h"
 
 namespace pictavo::direct {
 
 class TZubDirect;
+
+// Targets that hold one page: a direct conversion of a document writes one file per page.
+inline constexpr std::string_view kOnePageTargets =
+    ";svg;svgz;dxf;emf;wmf;eps;epi;plt;hpg;hp2;cgm;wpg;";
 
 // Judges `result` (the routine's main output, before it is renamed into place) of the
 // conversion of `source` that `d` ran; `outputs` is the number of files the routine wrote (one

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <string_view>
 
+#include "direct/result_check.h"
 #include "engine/tools/tool_paths.h"
 #include "pipeline/page_select.h"
 #include "pipeline/routing.h"
@@ -15,8 +16,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Targets of one page that a direct conversion of a document writes page by page.
-constexpr std::string_view kOnePageTargets = ";svg;svgz;dxf;emf;wmf;eps;epi;plt;hpg;hp2;cgm;wpg;";
 // Sources whose header tells their pages cheaply.
 constexpr std::string_view kPagedSources = ";pdf;ps;tif;tiff;gif;";
 
@@ -46,7 +45,7 @@ bool PagesAreFiles(const settings::TMainSettings& s, const std::string& source,
                    const std::string& target) {
   if (s.multipage.option == 3) return true;
   const std::string target_tag = ";" + target + ";";
-  if (!InList(target_tag, kOnePageTargets)) return false;
+  if (!InList(target_tag, direct::kOnePageTargets)) return false;
   return DecideRoute(source, s, false).direct;
 }
 
