@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "pipeline/written_files.h"
+#include "engine/tools/written_files.h"
 #include "platform/status.h"
 #include "settings/main_settings.h"
 
@@ -34,10 +34,10 @@ class TZubDirect {
   std::string src_file;  // may be replaced during the call by a prepared temporary copy
   std::string dest_file;
   settings::TMainSettings* settings = nullptr;
-  std::string exe_folder;             // the engine's folder, with a trailing delimiter
-  std::string dest_folder;            // when empty, Direct() uses the source's folder
-  std::string temp_folder;            // the job's temporary folder
-  pipeline::WrittenFiles more_files;  // further outputs of routines that write several files
+  std::string exe_folder;          // the engine's folder, with a trailing delimiter
+  std::string dest_folder;         // when empty, Direct() uses the source's folder
+  std::string temp_folder;         // the job's temporary folder
+  tools::WrittenFiles more_files;  // further outputs of routines that write several files
 
   // The status of the routine that ran (0 success), or 99 when no pair matches (nothing is left
   // behind then).

@@ -14,9 +14,9 @@
 #include <string>
 #include <thread>
 
+#include "engine/tools/written_files.h"
 #include "pipeline/job_plan.h"
 #include "pipeline/routing.h"
-#include "pipeline/written_files.h"
 #include "settings/main_settings.h"
 #include "settings/message_table.h"
 
@@ -25,6 +25,9 @@ class TZubDirect;
 }
 
 namespace pictavo::pipeline {
+
+using tools::WrittenFile;
+using tools::WrittenFiles;
 
 // What every worker of a job shares. Must outlive the workers; read only during the job.
 struct JobContext {

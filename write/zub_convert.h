@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "pipeline/written_files.h"
+#include "engine/tools/written_files.h"
 #include "platform/status.h"
 #include "settings/main_settings.h"
 
@@ -54,7 +54,7 @@ class TZubConvert {
   // Set by Convert(). exe_folder is the engine's folder with a trailing delimiter; a caller may
   // set it beforehand to point the writers at another tool folder (tests do).
   std::string exe_folder;
-  pipeline::WrittenFiles written_files;  // reset to {dest_file, 0}; multi-page writers fill it
+  tools::WrittenFiles written_files;  // reset to {dest_file, 0}; multi-page writers fill it
   int page_index = -1;
   // A message a user can act on when a writer failed for want of a tool ("tool "x" is missing:
   // install PACKAGE" or "... is not available on this platform"); empty otherwise.

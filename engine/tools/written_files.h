@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace pictavo::pipeline {
+namespace pictavo::tools {
 
 struct WrittenFile {
   std::string file_name;
@@ -14,4 +14,4 @@ struct WrittenFile {
 
 using WrittenFiles = std::vector<WrittenFile>;
 
-}  // namespace pictavo::pipeline
+}  // namespace pictavo::tools
