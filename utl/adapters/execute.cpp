@@ -16,6 +16,7 @@
 #include <iterator>
 #include <string>
 
+#include "platform/bytes.h"  // header-only here: the adapters link no engine library
 #include "utl/adapters/plan.h"
 
 extern char** environ;
@@ -63,10 +64,6 @@ int RunProgram(const Step& step) {
   return 128 + (WIFSIGNALED(status) ? WTERMSIG(status) : 0);
 }
 
-uint32_t Be32(uint32_t v) {
-  return ((v & 0xff) << 24) | ((v & 0xff00) << 8) | ((v >> 8) & 0xff00) | (v >> 24);
-}
-
 // GIMP brush, version 2: a 28-byte big-endian header, the name, then grey or RGBA pixels.
 bool WriteGbr(const std::string& pam_path, const std::string& gbr_path, const std::string& name) {
   std::ifstream in(pam_path, std::ios::binary);
@@ -98,18 +95,13 @@ bool WriteGbr(const std::string& pam_path, const std::string& gbr_path, const st
       body += static_cast<char>(depth == 4 ? px[3] : depth == 2 ? px[1] : 255);
     }
   }
-  const uint32_t header[7] = {Be32(static_cast<uint32_t>(28 + name.size() + 1)),
-                              Be32(2),
-                              Be32(static_cast<uint32_t>(width)),
-                              Be32(static_cast<uint32_t>(height)),
-                              Be32(grey ? 1 : 4),
-                              0,
-                              Be32(10)};
+  using platform::StoreBe32;
+  const std::string header = StoreBe32(static_cast<uint32_t>(28 + name.size() + 1)) + StoreBe32(2) +
+                             StoreBe32(static_cast<uint32_t>(width)) +
+                             StoreBe32(static_cast<uint32_t>(height)) + StoreBe32(grey ? 1 : 4) +
+                             "GIMP" + StoreBe32(10);
   std::ofstream out(gbr_path, std::ios::binary | std::ios::trunc);
-  out.write(reinterpret_cast<const char*>(header), 16);
-  out.write(reinterpret_cast<const char*>(&header[4]), 4);
-  out.write("GIMP", 4);
-  out.write(reinterpret_cast<const char*>(&header[6]), 4);
+  out.write(header.data(), static_cast<std::streamsize>(header.size()));
   out.write(name.c_str(), static_cast<std::streamsize>(name.size() + 1));
   out.write(body.data(), static_cast<std::streamsize>(body.size()));
   return static_cast<bool>(out);
