@@ -10,10 +10,6 @@
 namespace pictavo::cli {
 namespace {
 
-constexpr char kUsage[] =
-    "usage: pictavo actions show FILE.act\n"
-    "       pictavo actions check FILE.act   (exit 1 when a line would fail)\n";
-
 // Whether the parameters that the routine will read as integers look like integers; only a real
 // run can tell for every action, so this checks the fixed-count rows' all-integer forms.
 bool NumbersLookValid(const editing::Script_com& com, std::string_view key) {
@@ -33,25 +29,19 @@ bool NumbersLookValid(const editing::Script_com& com, std::string_view key) {
 
 }  // namespace
 
-int CmdActions(const Args& args) {
-  if (WantsHelp(args)) {
-    std::fputs(kUsage, stdout);
-    return 0;
-  }
-  if (args.size() != 2 || (args[0] != "show" && args[0] != "check")) {
-    std::fputs(kUsage, stderr);
-    return 2;
-  }
-  const auto text = platform::ReadTextFile(args[1]);
+int CmdActions(const Invocation& in) {
+  if (in.positional.size() != 1) return in.UsageError("give one actions file");
+  const std::string& file = in.positional[0];
+  const auto text = platform::ReadTextFile(file);
   if (!text) {
-    std::fprintf(stderr, "pictavo actions: cannot read %s\n", args[1].c_str());
+    std::fprintf(stderr, "pictavo actions: cannot read %s\n", file.c_str());
     return 1;
   }
-  std::istringstream in(*text);
+  std::istringstream lines(*text);
   std::string line;
   int number = 0;
   bool any_fails = false;
-  while (std::getline(in, line)) {
+  while (std::getline(lines, line)) {
     if (!line.empty() && line.back() == '\r') line.pop_back();
     ++number;
     const editing::ParsedLine p = editing::ParseLine(line);
@@ -83,7 +73,7 @@ int CmdActions(const Args& args) {
                            : "accepted");
     if (!accepted || !numbers) any_fails = true;
   }
-  return args[0] == "check" && any_fails ? 1 : 0;
+  return in.verb == "check" && any_fails ? 1 : 0;
 }
 
 }  // namespace pictavo::cli

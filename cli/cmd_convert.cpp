@@ -27,29 +27,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kUsage =
-    "usage: pictavo convert INPUT... --to EXT [--output DIR] [--actions FILE.act]\n"
-    "                       [--config FILE.cfg] [--set Section/Key=VALUE]... [--gui]\n"
-    "                       [--dry-run] [--check]\n"
-    "\n"
-    "Converts files and folders (a folder gives its files that \"Main\"/\"File_mask\" accepts,\n"
-    "its sub-folders too with --set Main/Read_subfolders=1) to the format EXT, and prints the\n"
-    "engine's log. Sources are never changed.\n"
-    "--to EXT      target format (jpg, png, tif, pdf, svg, ...); default: the config's Dest_ext\n"
-    "--output DIR  where results go (default: the config's Dest_path, else the pictures folder)\n"
-    "--actions     an editing-actions file (.act) applied to every picture\n"
-    "--config      a settings file (.cfg) to start from (default: the built-in defaults)\n"
-    "--set         one setting, e.g. --set JPG/Quality=90 (see 'pictavo settings show')\n"
-    "--gui         show the log window (needs a build with Qt 6 and a display)\n"
-    "--dry-run     print each source with its result path, flag collisions, write nothing\n"
-    "--check       only check that every file can be read (job kind 2)\n"
-    "Exit status: 0 all files processed, 1 a file failed, 2 usage error.\n";
-
-int Usage(const std::string& message) {
-  std::fprintf(stderr, "pictavo convert: %s\n\n%s", message.c_str(), kUsage);
-  return 2;
-}
-
 std::string Absolute(const std::string& path) {
   std::error_code ec;
   fs::path p = fs::absolute(path, ec);
@@ -155,122 +132,87 @@ Status WriteLimits(const std::string& cfg, const std::string& config,
   return job.Save(cfg);
 }
 
-}  // namespace
-
-int CmdConvert(const Args& args) {
-  if (WantsHelp(args)) {
-    std::fputs(kUsage, stdout);
-    return 0;
-  }
-  std::vector<std::string> inputs;
+// What the command line asks for.
+struct ConvertRequest {
+  std::vector<std::string> inputs;  // absolute paths
   std::vector<settings::SettingOverride> overrides;
   std::vector<LimitOverride> limits;
   std::string to, output, actions, config;
   bool gui = false, dry_run = false, check = false;
-  for (size_t i = 0; i < args.size(); ++i) {
-    const std::string& a = args[i];
-    const bool has_value = i + 1 < args.size();
-    if (a == "--to" || a == "--output" || a == "--actions" || a == "--config" || a == "--set") {
-      if (!has_value) return Usage(a + " needs a value");
-      const std::string& v = args[++i];
-      if (a == "--to") to = v;
-      if (a == "--output") output = v;
-      if (a == "--actions") actions = v;
-      if (a == "--config") config = v;
-      if (a == "--set") {
-        if (std::optional<LimitOverride> limit = ParseLimitOverride(v)) {
-          if (limit->value < 0) return Usage("'" + v + "' is not a whole number of 0 or more");
-          limits.push_back(*limit);
-        } else if (Status s = settings::AddSettingOverride(v, overrides); !s.ok()) {
-          return Usage(s.message());
-        }
-      }
-    } else if (a == "--gui") {
-      gui = true;
-    } else if (a == "--dry-run") {
-      dry_run = true;
-    } else if (a == "--check") {
-      check = true;
-    } else if (a.rfind("--", 0) == 0) {
-      return Usage("unknown option " + a);
-    } else {
-      inputs.push_back(Absolute(a));
+};
+
+// Reads the words into `r`; 0 when they make a job, else the status of the usage error.
+int ReadRequest(const Invocation& in, ConvertRequest& r) {
+  for (const std::string& v : in.All("--set")) {
+    if (std::optional<LimitOverride> limit = ParseLimitOverride(v)) {
+      if (limit->value < 0) return in.UsageError("'" + v + "' is not a whole number of 0 or more");
+      r.limits.push_back(*limit);
+    } else if (Status s = settings::AddSettingOverride(v, r.overrides); !s.ok()) {
+      return in.UsageError(s.message());
     }
   }
-  if (inputs.empty()) return Usage("no input files or folders");
+  r.to = in.Last("--to").value_or("");
+  r.output = in.Last("--output").value_or("");
+  r.actions = in.Last("--actions").value_or("");
+  r.config = in.Last("--config").value_or("");
+  r.gui = in.Has("--gui");
+  r.dry_run = in.Has("--dry-run");
+  r.check = in.Has("--check");
+  for (const std::string& a : in.positional) r.inputs.push_back(Absolute(a));
+  if (r.inputs.empty()) return in.UsageError("no input files or folders");
   // A missing input fails in the job with its reason and the others run; only a command line
   // that names nothing at all is taken for a mistake.
   size_t missing = 0;
-  for (const std::string& in : inputs) {
-    if (platform::FileExists(in) || platform::DirectoryExists(in)) continue;
+  for (const std::string& input : r.inputs) {
+    if (platform::FileExists(input) || platform::DirectoryExists(input)) continue;
     ++missing;
-    if (!dry_run)
-      std::fprintf(stderr, "pictavo convert: warning: no such file or folder: %s\n", in.c_str());
+    if (!r.dry_run)
+      std::fprintf(stderr, "pictavo convert: warning: no such file or folder: %s\n", input.c_str());
   }
-  if (missing == inputs.size())
-    return Usage(inputs.size() == 1 ? "no such file or folder: " + inputs.front()
-                                    : "none of the inputs exists");
-  if (to.empty() && config.empty())
-    return Usage("--to EXT is needed (or a --config with Dest_ext)");
-  if (!actions.empty() && !platform::FileExists(actions))
-    return Usage("no such actions file: " + actions);
+  if (missing == r.inputs.size())
+    return in.UsageError(r.inputs.size() == 1 ? "no such file or folder: " + r.inputs.front()
+                                              : "none of the inputs exists");
+  if (r.to.empty() && r.config.empty())
+    return in.UsageError("--to EXT is needed (or a --config with Dest_ext)");
+  if (!r.actions.empty() && !platform::FileExists(r.actions))
+    return in.UsageError("no such actions file: " + r.actions);
+  return 0;
+}
 
-  settings::TMainSettings s;
-  if (Status st = settings::LoadSettingsForInspection(config, overrides, s); !st.ok())
-    return Usage("cannot read " + config + ": " + st.message());
-  if (!to.empty()) {
-    if (to.front() == '.') to.erase(0, 1);
-    s.main.dest_ext = platform::AsciiUpper(to);
-  }
-  if (!output.empty()) {
-    s.main.dest_path = Absolute(output);
-    s.main.same_as_source = false;
-  }
-  if (dry_run) return DryRun(inputs, s);
+// The job files, in a scratch folder of the temp folder.
+struct JobFiles {
+  std::string folder, cfg, lst, act, log, report;
+};
 
-  // The job files live in a scratch folder of the temp folder; the engine deletes them when its
-  // console view closes, and the folder goes afterwards. Named after this process, it is removed
-  // by the next job should this process be killed.
-  const std::string job_folder = tools::OwnScratchFolder(s.main.temp_folder, "convert");
-  std::error_code ec;
-  fs::create_directories(job_folder, ec);
-  if (!platform::DirectoryExists(job_folder)) {
-    std::fprintf(stderr, "pictavo convert: cannot create %s\n", job_folder.c_str());
-    return 1;
-  }
-  const std::string cfg = job_folder + "job.cfg", lst = job_folder + "job.lst",
-                    act = job_folder + "job.act", log = job_folder + "engine.log";
+// Writes the list, the settings (with the limits) and the actions of the job.
+Status WriteJobFiles(const ConvertRequest& r, settings::TMainSettings& s, const JobFiles& job) {
+  const std::string &cfg = job.cfg, &config = r.config;
+  const std::vector<LimitOverride>& limits = r.limits;
   std::string list;
-  for (const std::string& in : inputs) list += in + "\r\n";
-  s.main.use_file_list = lst;
-  Status written = platform::WriteFileAtomic(lst, list);
+  for (const std::string& in : r.inputs) list += in + "\r\n";
+  s.main.use_file_list = job.lst;
+  Status written = platform::WriteFileAtomic(job.lst, list);
   if (written.ok()) written = s.write_ini_settings(cfg, 1);  // 1: with "Main"/"Language"
   if (written.ok()) written = WriteLimits(cfg, config, limits);
-  if (written.ok() && !actions.empty()) {
-    fs::copy_file(actions, act, fs::copy_options::overwrite_existing, ec);
-    if (ec) written = Status::Error("cannot copy " + actions + ": " + ec.message());
+  if (written.ok() && !r.actions.empty()) {
+    std::error_code ec;
+    fs::copy_file(r.actions, job.act, fs::copy_options::overwrite_existing, ec);
+    if (ec) written = Status::Error("cannot copy " + r.actions + ": " + ec.message());
   }
-  if (!written.ok()) {
-    std::fprintf(stderr, "pictavo convert: %s\n", written.message().c_str());
-    fs::remove_all(job_folder, ec);
-    return 1;
-  }
+  return written;
+}
 
-  const std::string engine = platform::ExecutableFolder() + "pictavo-engine";
-  if (!platform::FileExists(engine)) {
-    std::fprintf(stderr, "pictavo convert: %s is missing (build the pictavo-engine target)\n",
-                 engine.c_str());
-    fs::remove_all(job_folder, ec);
-    return 1;
-  }
-  platform::SetEnvironmentVariable("PICTAVO_UI", gui ? "gui" : "console");
-  const std::string report = job_folder + "report.tsv";
-  platform::SetEnvironmentVariable(engine::kReportFileVariable, report);
-  std::string command = tools::Quoted(engine) + (check ? " 21 " : " 11 ") + tools::Quoted(cfg);
-  if (!actions.empty()) command += " " + tools::Quoted(act);
-  command += " > " + tools::Quoted(log) + " 2>&1";
+// Runs pictavo-engine on the job files, its log copied to stdout as it grows; the exit status
+// of the command.
+int RunEngine(const ConvertRequest& r, const JobFiles& job, const std::string& engine) {
+  platform::SetEnvironmentVariable("PICTAVO_UI", r.gui ? "gui" : "console");
+  platform::SetEnvironmentVariable(engine::kReportFileVariable, job.report);
+  std::string command =
+      tools::Quoted(engine) + (r.check ? " 21 " : " 11 ") + tools::Quoted(job.cfg);
+  if (!r.actions.empty()) command += " " + tools::Quoted(job.act);
+  command += " > " + tools::Quoted(job.log) + " 2>&1";
 
-  Tail().file = log;
+  Tail().file = job.log;
   Tail().shown = 0;
   tools::SetEventPump(ShowNewOutput);
   // Ctrl-C (which reaches this process, not the engine in a process group of its own), `kill`
@@ -283,8 +225,7 @@ int CmdConvert(const Args& args) {
   tools::SetEventPump(nullptr);
   ShowNewOutput();
   Tail().file.clear();
-  PrintFailures(report);
-  fs::remove_all(job_folder, ec);
+  PrintFailures(job.report);
   if (tools::StopFlag().load()) {
     std::fprintf(stderr,
                  "pictavo convert: stopped; finished results are complete, the rest "
@@ -296,6 +237,59 @@ int CmdConvert(const Args& args) {
     return 1;
   }
   return rc == 0 ? 0 : 1;
+}
+
+}  // namespace
+
+int CmdConvert(const Invocation& in) {
+  ConvertRequest r;
+  if (int status = ReadRequest(in, r); status != 0) return status;
+
+  settings::TMainSettings s;
+  if (Status st = settings::LoadSettingsForInspection(r.config, r.overrides, s); !st.ok())
+    return in.UsageError("cannot read " + r.config + ": " + st.message());
+  if (!r.to.empty()) {
+    if (r.to.front() == '.') r.to.erase(0, 1);
+    s.main.dest_ext = platform::AsciiUpper(r.to);
+  }
+  if (!r.output.empty()) {
+    s.main.dest_path = Absolute(r.output);
+    s.main.same_as_source = false;
+  }
+  if (r.dry_run) return DryRun(r.inputs, s);
+
+  // The job files live in a scratch folder of the temp folder; the engine deletes them when its
+  // console view closes, and the folder goes afterwards. Named after this process, it is removed
+  // by the next job should this process be killed.
+  JobFiles job;
+  job.folder = tools::OwnScratchFolder(s.main.temp_folder, "convert");
+  std::error_code ec;
+  fs::create_directories(job.folder, ec);
+  if (!platform::DirectoryExists(job.folder)) {
+    std::fprintf(stderr, "pictavo convert: cannot create %s\n", job.folder.c_str());
+    return 1;
+  }
+  job.cfg = job.folder + "job.cfg";
+  job.lst = job.folder + "job.lst";
+  job.act = job.folder + "job.act";
+  job.log = job.folder + "engine.log";
+  job.report = job.folder + "report.tsv";
+  if (Status written = WriteJobFiles(r, s, job); !written.ok()) {
+    std::fprintf(stderr, "pictavo convert: %s\n", written.message().c_str());
+    fs::remove_all(job.folder, ec);
+    return 1;
+  }
+
+  const std::string engine = platform::ExecutableFolder() + "pictavo-engine";
+  if (!platform::FileExists(engine)) {
+    std::fprintf(stderr, "pictavo convert: %s is missing (build the pictavo-engine target)\n",
+                 engine.c_str());
+    fs::remove_all(job.folder, ec);
+    return 1;
+  }
+  const int status = RunEngine(r, job, engine);
+  fs::remove_all(job.folder, ec);
+  return status;
 }
 
 }  // namespace pictavo::cli

@@ -9,6 +9,6 @@ namespace pictavo::cli {
 //                 [--set Section/Key=VALUE]... [--gui] [--dry-run] [--check]
 // Exit status: 0 every file processed, 1 a file failed (or results collide in --dry-run),
 // 2 usage error.
-int CmdConvert(const Args& args);
+int CmdConvert(const Invocation& in);
 
 }  // namespace pictavo::cli

@@ -120,25 +120,10 @@ constexpr const char* KindName(ToolKind k) {
 
 }  // namespace
 
-int CmdTools(const Args& args) {
-  if (WantsHelp(args)) {
-    std::printf(
-        "usage: pictavo tools [--json]\n\n"
-        "Lists every tool the engine names in its tool folder (utl/ beside the executables):\n"
-        "what it resolves to on this machine and the Debian package behind it, or what to\n"
-        "install, or that no program on this platform can do the job; then the formats that\n"
-        "are readable and writable through tools here.\n");
-    return 0;
-  }
-  bool json = false;
-  for (const std::string& a : args) {
-    if (a == "--json") {
-      json = true;
-    } else {
-      std::fprintf(stderr, "pictavo tools: unknown option '%s'\n", a.c_str());
-      return 2;
-    }
-  }
+int CmdTools(const Invocation& in) {
+  // Every word is taken for an option here: the command takes no file.
+  if (!in.positional.empty()) return in.UsageError("unknown option '" + in.positional[0] + "'");
+  const bool json = in.Has("--json");
   const std::string folder = tools::ToolFolder();
   const bool folder_exists = std::filesystem::is_directory(folder);
   std::vector<Report> reports;

@@ -1,20 +1,20 @@
-// Sub-commands of the `pictavo` front end. Each takes the words after its own name and
-// returns the process exit code: 0 success, 1 failure, 2 usage error (message on stderr).
+// Sub-commands of the `pictavo` front end. Each handler takes the words after its own name as
+// read against its row of the command table, and returns the process exit code: 0 success,
+// 1 failure, 2 usage error (message on stderr, through Invocation::UsageError).
 #pragma once
 
-#include <string>
-#include <vector>
+#include <span>
+
+#include "cli/args.h"
 
 namespace pictavo::cli {
 
-using Args = std::vector<std::string>;
+int CmdSettings(const Invocation& in);  // settings show | settings write
+int CmdName(const Invocation& in);      // result paths of sources
+int CmdPages(const Invocation& in);     // page list selection
+int CmdTools(const Invocation& in);     // tool folder status
 
-int CmdSettings(const Args& args);  // settings show | settings write
-int CmdName(const Args& args);      // result paths of sources
-int CmdPages(const Args& args);     // page list selection
-int CmdTools(const Args& args);     // tool folder status
-
-// True when args hold "--help" or "-h".
-bool WantsHelp(const Args& args);
+// The table of commands, in the order `pictavo --help` lists them (command_table.cpp).
+std::span<const CommandSpec> Commands();
 
 }  // namespace pictavo::cli
