@@ -120,39 +120,17 @@ int DryRun(const std::vector<std::string>& inputs, const settings::TMainSettings
   return 0;
 }
 
-// A "--set Limits/KEY=N" for one of the job's limits, which live beside the settings record in
-// the job file; nullopt for any other key. A value that is not a whole number reads as -1.
-struct LimitOverride {
-  std::string key;
-  int value = -1;
-};
-
-std::optional<LimitOverride> ParseLimitOverride(const std::string& text) {
+// A "--set Limits/KEY=N" for one of the job's limits: nullopt for any other key, false when N is
+// not a whole number of 0 or more (the settings reader would keep the default for it).
+std::optional<bool> IsValidLimitOverride(const std::string& text) {
   const std::optional<settings::SettingOverride> split = settings::SplitSettingOverride(text);
   if (!split || !platform::EqualsNoCase(split->section, tools::kLimitsSection)) return std::nullopt;
   for (const char* known : tools::kLimitKeys) {
     if (!platform::EqualsNoCase(split->key, known)) continue;
-    // Read as the engine reads the job file.
     const std::optional<int> n = settings::ParseInteger(split->value);
-    return LimitOverride{known, n && *n >= 0 ? *n : -1};
+    return n && *n >= 0;
   }
   return std::nullopt;
-}
-
-// The job's limits: those of the --config file, then the --set ones, into the job file.
-Status WriteLimits(const std::string& cfg, const std::string& config,
-                   const std::vector<LimitOverride>& limits) {
-  settings::MemIniFile from_config;
-  if (!config.empty()) (void)from_config.Load(config);
-  if (limits.empty() && !from_config.SectionExists(tools::kLimitsSection)) return Status::OK();
-  settings::MemIniFile job;
-  if (Status st = job.Load(cfg); !st.ok()) return st;
-  for (const char* key : tools::kLimitKeys)
-    if (std::optional<std::string> v = from_config.Find(tools::kLimitsSection, key))
-      job.WriteString(tools::kLimitsSection, key, *v);
-  for (const LimitOverride& limit : limits)
-    job.WriteInteger(tools::kLimitsSection, limit.key, limit.value);
-  return job.Save(cfg);
 }
 
 }  // namespace
@@ -164,7 +142,6 @@ int CmdConvert(const Args& args) {
   }
   std::vector<std::string> inputs;
   std::vector<settings::SettingOverride> overrides;
-  std::vector<LimitOverride> limits;
   std::string to, output, actions, config;
   bool gui = false, dry_run = false, check = false;
   for (size_t i = 0; i < args.size(); ++i) {
@@ -178,10 +155,9 @@ int CmdConvert(const Args& args) {
       if (a == "--actions") actions = v;
       if (a == "--config") config = v;
       if (a == "--set") {
-        if (std::optional<LimitOverride> limit = ParseLimitOverride(v)) {
-          if (limit->value < 0) return Usage("'" + v + "' is not a whole number of 0 or more");
-          limits.push_back(*limit);
-        } else if (Status s = settings::AddSettingOverride(v, overrides); !s.ok()) {
+        if (IsValidLimitOverride(v) == false)
+          return Usage("'" + v + "' is not a whole number of 0 or more");
+        if (Status s = settings::AddSettingOverride(v, overrides); !s.ok()) {
           return Usage(s.message());
         }
       }
@@ -245,7 +221,6 @@ int CmdConvert(const Args& args) {
   s.main.use_file_list = lst;
   Status written = platform::WriteFileAtomic(lst, list);
   if (written.ok()) written = s.write_ini_settings(cfg, 1);  // 1: with "Main"/"Language"
-  if (written.ok()) written = WriteLimits(cfg, config, limits);
   if (written.ok() && !actions.empty()) {
     fs::copy_file(actions, act, fs::copy_options::overwrite_existing, ec);
     if (ec) written = Status::Error("cannot copy " + actions + ": " + ec.message());
