@@ -15,7 +15,7 @@
 #include <cstddef>
 #include <string>
 
-namespace pictavo::tools {
+namespace pictavo::platform {
 
 // Kinds of trouble, most telling last: when a stage failed for several reasons, the reason of
 // the highest kind is given.
@@ -45,7 +45,9 @@ class TroubleRecorder {
   // own: it follows `plain` (the stage's own words for "it failed") or a refused result, in
   // brackets. `plain` alone when nothing was noted.
   std::string Reason(const std::string& plain = std::string()) const;
-  bool Has(Trouble kind) const { return !first_[static_cast<size_t>(kind)].empty(); }
+  bool Has(Trouble kind) const { return !First(kind).empty(); }
+  // The first text noted of `kind`; empty when none.
+  const std::string& First(Trouble kind) const { return first_[static_cast<size_t>(kind)]; }
 
  private:
   TroubleRecorder* previous_;
@@ -55,4 +57,4 @@ class TroubleRecorder {
 // Notes a trouble with the calling thread's current recorder; nothing happens without one.
 void NoteTrouble(Trouble kind, const std::string& text);
 
-}  // namespace pictavo::tools
+}  // namespace pictavo::platform
