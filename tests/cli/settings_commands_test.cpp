@@ -169,9 +169,9 @@ TEST_F(PictavoCommand, SettingsShowsAndClampsTheLimits) {
       platform::WriteTextFileUtf16(cfg, "[Limits]\nMax_megapixels=12\nTool_timeout=-5\n").ok());
   CommandResult r = Pictavo("settings show '" + cfg + "' --set limits/max_memory_mb=-7");
   ASSERT_EQ(r.code, 0) << r.err;
-  for (const char* line : {"\nLimits/Max_megapixels=12\n", "\nLimits/Tool_timeout=0\n",
-                           "\nLimits/Max_memory_mb=0\n", "\nLimits/Render_timeout=600\n",
-                           "\nLimits/Max_unpacked_mb=0\n"})
+  for (const char* line :
+       {"\nLimits/Max_megapixels=12\n", "\nLimits/Tool_timeout=0\n", "\nLimits/Max_memory_mb=0\n",
+        "\nLimits/Render_timeout=600\n", "\nLimits/Max_unpacked_mb=0\n"})
     EXPECT_NE(r.out.find(line), std::string::npos) << line << r.out;
 
   const std::string written = dir_.file("written.cfg");
