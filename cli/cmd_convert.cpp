@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/tools/job_context.h"
 #include "engine/tools/runner.h"
 #include "engine/tools/temp_names.h"
 #include "engine/tools/tool_paths.h"
@@ -97,46 +98,23 @@ int DryRun(const std::vector<std::string>& inputs, const settings::TMainSettings
   return 0;
 }
 
-// A "--set Limits/KEY=N" for one of the job's limits, which live beside the settings record in
-// the job file; nullopt for any other key. A value that is not a whole number reads as -1.
-struct LimitOverride {
-  std::string key;
-  int value = -1;
-};
-
-std::optional<LimitOverride> ParseLimitOverride(const std::string& text) {
+// A "--set Limits/KEY=N" for one of the job's limits: nullopt for any other key, false when N is
+// not a whole number of 0 or more (the settings reader would keep the default for it).
+std::optional<bool> IsValidLimitOverride(const std::string& text) {
   const std::optional<settings::SettingOverride> split = settings::SplitSettingOverride(text);
   if (!split || !platform::EqualsNoCase(split->section, tools::kLimitsSection)) return std::nullopt;
   for (const char* known : tools::kLimitKeys) {
     if (!platform::EqualsNoCase(split->key, known)) continue;
-    // Read as the engine reads the job file.
     const std::optional<int> n = settings::ParseInteger(split->value);
-    return LimitOverride{known, n && *n >= 0 ? *n : -1};
+    return n && *n >= 0;
   }
   return std::nullopt;
-}
-
-// The job's limits: those of the --config file, then the --set ones, into the job file.
-Status WriteLimits(const std::string& cfg, const std::string& config,
-                   const std::vector<LimitOverride>& limits) {
-  settings::MemIniFile from_config;
-  if (!config.empty()) (void)from_config.Load(config);
-  if (limits.empty() && !from_config.SectionExists(tools::kLimitsSection)) return Status::OK();
-  settings::MemIniFile job;
-  if (Status st = job.Load(cfg); !st.ok()) return st;
-  for (const char* key : tools::kLimitKeys)
-    if (std::optional<std::string> v = from_config.Find(tools::kLimitsSection, key))
-      job.WriteString(tools::kLimitsSection, key, *v);
-  for (const LimitOverride& limit : limits)
-    job.WriteInteger(tools::kLimitsSection, limit.key, limit.value);
-  return job.Save(cfg);
 }
 
 // What the command line asks for.
 struct ConvertRequest {
   std::vector<std::string> inputs;  // absolute paths
   std::vector<settings::SettingOverride> overrides;
-  std::vector<LimitOverride> limits;
   std::string to, output, actions, config;
   bool gui = false, dry_run = false, check = false;
 };
@@ -144,10 +122,9 @@ struct ConvertRequest {
 // Reads the words into `r`; 0 when they make a job, else the status of the usage error.
 int ReadRequest(const Invocation& in, ConvertRequest& r) {
   for (const std::string& v : in.All("--set")) {
-    if (std::optional<LimitOverride> limit = ParseLimitOverride(v)) {
-      if (limit->value < 0) return in.UsageError("'" + v + "' is not a whole number of 0 or more");
-      r.limits.push_back(*limit);
-    } else if (Status s = settings::AddSettingOverride(v, r.overrides); !s.ok()) {
+    if (IsValidLimitOverride(v) == false)
+      return in.UsageError("'" + v + "' is not a whole number of 0 or more");
+    if (Status s = settings::AddSettingOverride(v, r.overrides); !s.ok()) {
       return in.UsageError(s.message());
     }
   }
@@ -184,16 +161,14 @@ struct JobFiles {
   std::string folder, cfg, lst, act, log, report;
 };
 
-// Writes the list, the settings (with the limits) and the actions of the job.
+// Writes the list, the settings (limits included) and the actions of the job.
 Status WriteJobFiles(const ConvertRequest& r, settings::TMainSettings& s, const JobFiles& job) {
-  const std::string &cfg = job.cfg, &config = r.config;
-  const std::vector<LimitOverride>& limits = r.limits;
+  const std::string& cfg = job.cfg;
   std::string list;
   for (const std::string& in : r.inputs) list += in + "\r\n";
   s.main.use_file_list = job.lst;
   Status written = platform::WriteFileAtomic(job.lst, list);
   if (written.ok()) written = s.write_ini_settings(cfg, 1);  // 1: with "Main"/"Language"
-  if (written.ok()) written = WriteLimits(cfg, config, limits);
   if (written.ok() && !r.actions.empty()) {
     std::error_code ec;
     fs::copy_file(r.actions, job.act, fs::copy_options::overwrite_existing, ec);

@@ -49,7 +49,7 @@ int AnchorOffset(int outer, int inner, int third) {
 // canvas keeps an alpha plane when the source has one (the new area opaque).
 int PlaceOnCanvas(TIEBitmap& bmp, int w, int h, int dx, int dy, imaging::TColor fill) {
   if (w <= 0 || h <= 0 || !To24(bmp)) return 1;
-  TIEBitmap canvas;
+  TIEBitmap canvas = bmp.WorkBitmap();
   if (!canvas.Allocate(w, h, TIEPixelFormat::ie24RGB).ok()) return 1;
   canvas.Fill(fill);
   const bool alpha = bmp.HasAlphaChannel();
@@ -124,7 +124,7 @@ bool LooksTurned(const TIEBitmap& bmp) {
 // The Gaussian-blurred shape of the picture (its alpha, or a full rectangle) placed at (ox, oy)
 // on a w x h grey plane.
 TIEBitmap ShadowMask(const TIEBitmap& src, int w, int h, int ox, int oy, int blur) {
-  TIEBitmap mask;
+  TIEBitmap mask = src.WorkBitmap();
   (void)mask.Allocate(w, h, TIEPixelFormat::ie8g);
   for (int y = 0; y < src.Height(); ++y) {
     if (y + oy < 0 || y + oy >= h) continue;
@@ -295,7 +295,7 @@ int action_add_shadow(TIEBitmap& bmp, int offset, int blur, int sr, int sg, int 
   const int ix = m + (offset < 0 ? o : 0), iy = ix;
   const int sx = m + (offset > 0 ? o : 0), sy = sx;
   const TIEBitmap mask = ShadowMask(bmp, w, h, sx, sy, blur);
-  TIEBitmap canvas;
+  TIEBitmap canvas = bmp.WorkBitmap();
   if (!canvas.Allocate(w, h, TIEPixelFormat::ie24RGB).ok()) return 1;
   const int shadow[3] = {sr, sg, sb}, back[3] = {br, bg, bb};
   for (int y = 0; y < h; ++y) {
@@ -326,7 +326,7 @@ int action_add_shadow2(TIEBitmap& bmp, int offset, int blur, int sr, int sg, int
   const int sx = m + (offset > 0 ? o : 0), sy = sx;
   const TIEBitmap mask = ShadowMask(bmp, w, h, sx, sy, blur);
   const double k = std::clamp(opacity, 0, 100) / 100.0;
-  TIEBitmap canvas;
+  TIEBitmap canvas = bmp.WorkBitmap();
   if (!canvas.Allocate(w, h, TIEPixelFormat::ie24RGB).ok()) return 1;
   canvas.Fill(ColorOf(sr, sg, sb));
   canvas.AddAlphaChannel(0);

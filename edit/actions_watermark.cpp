@@ -114,14 +114,14 @@ int action_text_watermark(TIEBitmap& bmp, const TextWatermark& t) {
   int x, y;
   AnchorPosition(bmp, mask.Width() + 2 * pad, mask.Height() + 2 * pad, t.anchor, t.dx, t.dy, x, y);
   if (t.box) {
-    TIEBitmap box;
+    TIEBitmap box = bmp.WorkBitmap();
     if (!box.Allocate(mask.Width() + 2 * pad, mask.Height() + 2 * pad, TIEPixelFormat::ie24RGB)
              .ok())
       return 1;
     box.Fill(ColorOf(t.br, t.bg, t.bb));
     Blend(bmp, box, x, y, std::clamp(t.box_opacity, 0, 100) / 100.0);
   }
-  TIEBitmap ink;
+  TIEBitmap ink = bmp.WorkBitmap();
   if (!ink.Allocate(mask.Width(), mask.Height(), TIEPixelFormat::ie24RGB).ok()) return 1;
   ink.Fill(ColorOf(t.r, t.g, t.b));
   ink.AddAlphaChannel(0);
@@ -137,7 +137,7 @@ int action_static_background(TIEBitmap& bmp, const StaticBackground& s) {
   if (bmp.IsEmpty() || s.margin < 0 || s.anchor < 0 || s.anchor > 8 || !To24(bmp)) return 1;
   const int w = s.width > 0 ? s.width : bmp.Width() + 2 * s.margin;
   const int h = s.height > 0 ? s.height : bmp.Height() + 2 * s.margin;
-  TIEBitmap canvas;
+  TIEBitmap canvas = bmp.WorkBitmap();
   if (!canvas.Allocate(w, h, TIEPixelFormat::ie24RGB).ok()) return 1;
   canvas.Fill(ColorOf(s.r, s.g, s.b));
   if (!s.path.empty()) {

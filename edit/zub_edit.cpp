@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "edit/action_table.h"
-#include "engine/tools/runner.h"
 #include "engine/tools/trouble.h"
 #include "imaging/ie_icc.h"
 #include "imaging/ie_io.h"
@@ -105,15 +104,41 @@ pictavo::Status TZubEdit::Run(std::string& log, const std::string& done_text,
   return Status::Error(reason, 3);
 }
 
-int TZubEdit::Edit(std::string& log, const std::string& done_text, const std::string& page_label,
-                   const std::string& skipped_text, const std::string& failed_text) {
-  log.clear();
-  has_alpha = false;
-  std::vector<std::string> list;
-  auto bmp = std::make_unique<imaging::TIEBitmap>();
-  auto io = std::make_unique<imaging::TImageEnIO>(bmp.get());
+namespace {
 
-  bool transparency_only = false;
+// The texts of an action's log line.
+struct EditTexts {
+  const std::string& done;
+  const std::string& skipped;
+  const std::string& failed;
+};
+
+// Applies the actions to one page, one log line each (skipped on a page not selected).
+void ApplyActions(ActionContext& ctx, const std::vector<ParsedLine>& parsed, bool selected,
+                  int actions_option, const EditTexts& texts, std::string& log) {
+  for (const ParsedLine& line : parsed) {
+    bool ok = false;
+    // What this action alone noted; handed on to the edit's own recorder when it ends.
+    tools::TroubleRecorder trouble;
+    if (selected) ok = Dispatch(ActionTable(), ctx, line);
+    if (line.key_lower == "transparency") continue;
+    const std::string head = kIndent + std::string(DisplayNameOf(line.key_lower)) + "...";
+    if (actions_option == 1 && !selected) {
+      AddLine(log, head + texts.skipped);
+    } else {
+      AddActionLine(log, head + (ok ? texts.done : texts.failed));
+      // An action refused by a job limit says which, under its line.
+      if (const std::string& why = trouble.First(tools::Trouble::kLimit); !ok && !why.empty())
+        AddLine(log, std::string(kIndent) + "  " + why);
+    }
+  }
+}
+
+}  // namespace
+
+std::vector<std::string> TZubEdit::ActionLines(bool& transparency_only) const {
+  std::vector<std::string> list;
+  transparency_only = false;
   if (!act_file.empty()) {
     if (auto text = platform::ReadTextFile(act_file)) list = SplitLines(*text);
   }
@@ -128,6 +153,37 @@ int TZubEdit::Edit(std::string& log, const std::string& done_text, const std::st
       transparency_only = true;
     }
   }
+  return list;
+}
+
+bool TZubEdit::WritePage(imaging::TIEBitmap& page, const imaging::TIOParamsVals& params,
+                         bool to_pages, const std::string& scratch) {
+  imaging::TImageEnIO writer(&page);
+  writer.Params().Assign(params);
+  writer.Params().ImageIndex = 0;
+  SetSavingDepth(writer, page);
+  has_alpha = has_alpha || page.HasAlphaChannel();
+  pictavo::Status st;
+  if (!to_pages)
+    st = writer.SaveToFile(work_file);
+  else if (Extension(work_file) == ".gif")
+    st = writer.InsertToFileGIF(scratch);
+  else
+    st = writer.InsertToFileTIFF(scratch);
+  return st.ok();
+}
+
+int TZubEdit::Edit(std::string& log, const std::string& done_text, const std::string& page_label,
+                   const std::string& skipped_text, const std::string& failed_text) {
+  log.clear();
+  has_alpha = false;
+  const EditTexts texts{done_text, skipped_text, failed_text};
+  auto bmp = std::make_unique<imaging::TIEBitmap>();
+  bmp->SetLimits(picture_limits);
+  auto io = std::make_unique<imaging::TImageEnIO>(bmp.get());
+
+  bool transparency_only = false;
+  const std::vector<std::string> list = ActionLines(transparency_only);
   if (list.empty()) return 0;
 
   if (transparency_only && HeaderRulesOutAlpha(work_file)) return 33;
@@ -140,11 +196,8 @@ int TZubEdit::Edit(std::string& log, const std::string& done_text, const std::st
 
   const int actions_option = settings ? settings->multipage_settings.actions_option : 0;
   const std::string apply_pages = settings ? settings->multipage_settings.apply_actions_pages : "";
-  const std::vector<ParsedLine> parsed = [&] {
-    std::vector<ParsedLine> v;
-    for (const std::string& l : list) v.push_back(ParseLine(l));
-    return v;
-  }();
+  std::vector<ParsedLine> parsed;
+  for (const std::string& l : list) parsed.push_back(ParseLine(l));
 
   // Pages of a multi-page file are written, in order, into a scratch file beside the working
   // file; the working file is read page by page meanwhile and replaced only at the end.
@@ -181,43 +234,15 @@ int TZubEdit::Edit(std::string& log, const std::string& done_text, const std::st
     ctx.temp_folder = temp_folder;
     ctx.work_file = work_file;
     ctx.exif_orientation = io->Params().EXIF_Orientation;
-    for (const ParsedLine& line : parsed) {
-      bool ok = false;
-      (void)tools::TakeLastLimitHit();
-      if (selected) ok = Dispatch(ActionTable(), ctx, line);
-      if (line.key_lower == "transparency") continue;
-      const std::string head = kIndent + std::string(DisplayNameOf(line.key_lower)) + "...";
-      if (actions_option == 1 && !selected) {
-        AddLine(log, head + skipped_text);
-      } else {
-        AddActionLine(log, head + (ok ? done_text : failed_text));
-        // An action refused by a job limit says which, under its line.
-        if (std::string why = tools::TakeLastLimitHit(); !ok && !why.empty())
-          AddLine(log, std::string(kIndent) + "  " + why);
-      }
-    }
+    ApplyActions(ctx, parsed, selected, actions_option, texts, log);
     if (ctx.exif_orientation != io->Params().EXIF_Orientation)
       io->Params().EXIF_Orientation = ctx.exif_orientation;
 
     // Write the page back (and the pages a split made after it).
-    std::vector<imaging::TIEBitmap*> out{bmp.get()};
-    for (auto& extra : ctx.extra_pages) out.push_back(&extra);
-    const bool to_pages = pages > 1 || out.size() > 1;
-    for (imaging::TIEBitmap* page : out) {
-      imaging::TImageEnIO writer(page);
-      writer.Params().Assign(io->Params());
-      writer.Params().ImageIndex = 0;
-      SetSavingDepth(writer, *page);
-      has_alpha = has_alpha || page->HasAlphaChannel();
-      pictavo::Status st;
-      if (!to_pages)
-        st = writer.SaveToFile(work_file);
-      else if (ext == ".gif")
-        st = writer.InsertToFileGIF(scratch);
-      else
-        st = writer.InsertToFileTIFF(scratch);
-      if (!st.ok()) pages_complete = false;
-    }
+    const bool to_pages = pages > 1 || !ctx.extra_pages.empty();
+    if (!WritePage(*bmp, io->Params(), to_pages, scratch)) pages_complete = false;
+    for (auto& extra : ctx.extra_pages)
+      if (!WritePage(extra, io->Params(), to_pages, scratch)) pages_complete = false;
   }
 
   if (platform::FileExists(scratch)) {

@@ -6,7 +6,10 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
+#include "imaging/ie_bitmap.h"
+#include "imaging/io_params.h"
 #include "platform/status.h"
 #include "settings/main_settings.h"
 
@@ -20,6 +23,8 @@ class TZubEdit {
   settings::TMainSettings* settings = nullptr;
   std::string act_file;     // the editing-actions file; empty when the job has none
   std::string temp_folder;  // the job's temporary folder
+  // The job's picture caps for the pictures the actions make; null = the defaults.
+  const imaging::PictureLimits* picture_limits = nullptr;
 
   // Output: whether the edited picture has an alpha channel (cleared at the start of Edit).
   bool has_alpha = false;
@@ -34,6 +39,15 @@ class TZubEdit {
   // edited; OK otherwise (33, nothing to do, is no failure).
   pictavo::Status Run(std::string& log, const std::string& done_text, const std::string& page_label,
                       const std::string& skipped_text, const std::string& failed_text);
+
+ private:
+  // The action lines of the job: the .act file's, with the transparency line of the settings
+  // first; `transparency_only` when that line is all there is.
+  std::vector<std::string> ActionLines(bool& transparency_only) const;
+  // Writes one edited page: over the working file, or appended to `scratch` when the result has
+  // several pages. False when it could not be written.
+  bool WritePage(imaging::TIEBitmap& page, const imaging::TIOParamsVals& params, bool to_pages,
+                 const std::string& scratch);
 };
 
 // True when the file's header shows a first picture without alpha (a transparent colour counts

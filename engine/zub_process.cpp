@@ -20,7 +20,6 @@
 #include "platform/console.h"
 #include "platform/fs.h"
 #include "platform/text_encoding.h"
-#include "settings/mem_ini_file.h"
 
 namespace pictavo::engine {
 namespace {
@@ -147,44 +146,33 @@ std::vector<std::string> TZubProcess::BuildFileList(const settings::TMainSetting
   return files;
 }
 
-namespace {
+// What one run of the workers over the job's list keeps: per file and per worker.
+struct TZubProcess::Dispatch {
+  std::vector<std::unique_ptr<pipeline::TPThread>> pool;
+  std::vector<int> assigned;  // file index per worker, -1 when idle
+  std::vector<std::string> pending;
+  std::vector<bool> finished;
+  std::vector<pipeline::FileOutcome> outcomes;
+  int next_to_show = 0;
+  int finished_count = 0;
+  int handed_count = 0;
+  bool AnyAssigned() const {
+    return std::any_of(assigned.begin(), assigned.end(), [](int a) { return a >= 0; });
+  }
+};
 
-// The time-outs of each kind of tool ("Limits"/"Tool_timeout", "Render_timeout",
-// "Office_timeout", "Ocr_timeout": seconds, 0 = none), "Limits"/"Max_megapixels",
-// "Limits"/"Max_memory_mb" and "Limits"/"Max_unpacked_mb" (0 = the default),
-// before the first tool runs (the archive expansion of the input list is one).
-void SetLimits(const std::string& cfg_file) {
-  settings::MemIniFile ini;
-  (void)ini.Load(cfg_file);
-  tools::JobLimits limits;
-  for (int pace = 0; pace < tools::kToolPaces; ++pace)
-    limits.timeout_s[pace] =
-        ini.ReadInteger("Limits", tools::kToolTimeouts[pace].key, limits.timeout_s[pace]);
-  const int megapixels = ini.ReadInteger("Limits", "Max_megapixels", 0);
-  if (megapixels > 0) limits.max_pixels = static_cast<uint64_t>(megapixels) * 1000000u;
-  const int memory_mb = ini.ReadInteger("Limits", "Max_memory_mb", 0);
-  if (memory_mb > 0) limits.max_memory_mb = static_cast<uint64_t>(memory_mb);
-  const int unpacked_mb = ini.ReadInteger("Limits", "Max_unpacked_mb", 0);
-  if (unpacked_mb > 0) limits.max_unpacked_mb = static_cast<uint64_t>(unpacked_mb);
-  tools::SetJobLimits(limits);
-}
-
-}  // namespace
-
-void TZubProcess::Execute() {
-  using Clock = std::chrono::steady_clock;
+bool TZubProcess::ReadJobSettings(settings::TMainSettings& s, JobCode& code) {
   messages_ = settings::MessageTable();  // step 1: English defaults
   rejected_ = true;
 
-  const JobCode code = ParseJobCode(job_code);
+  code = ParseJobCode(job_code);
   if (!code.valid) {
     Log(std::string(kUnknownConversion) + "\r\n");
-    return;
+    return false;
   }
 
   // The settings come first, because the temporary folder is one of them.
   const bool cfg_ok = LowerExt(cfg_file) == ".cfg";
-  settings::TMainSettings s;
   s.SetDefault();
   std::error_code ec;
   if (cfg_ok) {
@@ -201,21 +189,23 @@ void TZubProcess::Execute() {
   fs::create_directories(temp_folder_, ec);
   if (!platform::DirectoryExists(temp_folder_)) {
     Log(kNoTempFolder + temp_folder_);
-    return;
+    return false;
   }
-  if (!cfg_ok) return;
-  SetLimits(cfg_file);
+  if (!cfg_ok) return false;
+  // The limits hold before the first tool runs (the archive expansion of the input list is one).
+  job_.limits = tools::LimitsFromSettings(s.limits);
+  tools::SetJobLimits(job_.limits);
   if (LowerExt(act_file) != ".act" || !fs::exists(act_file, ec)) act_file.clear();
   if (std::string why; !act_file.empty() && !platform::ReadTextFile(act_file, &why)) {
     Log(std::string(kWarning) + "cannot read " + act_file + ": " + why +
         "; no editing actions are applied");
     act_file.clear();
   }
+  return true;
+}
 
-  std::string target = AsciiLower(s.main.dest_ext);
-  if (size_t gt = target.find('>'); gt != std::string::npos) target = target.substr(gt + 1);
-  if (target == "svgz") target = "svg";
-
+bool TZubProcess::SetUpJobFolder(settings::TMainSettings& s) {
+  std::error_code ec;
   // Everything the job writes in the temp folder goes into a folder of its own, named after this
   // process: jobs side by side (the front end starts one engine per job) then share nothing they
   // change, and the folder of a killed job can be told from a running one's and is removed here.
@@ -223,8 +213,10 @@ void TZubProcess::Execute() {
   const std::string job_folder = tools::OwnScratchFolder(temp_folder_, "job");
   fs::create_directory(job_folder, ec);
   s.main.temp_folder = job_folder;
-  const std::string icc = job_folder + kIccName;
-  fs::copy_file(tools::ToolPath(kIccName), icc, fs::copy_options::overwrite_existing, ec);
+  job_.temp_folder = job_folder;
+  job_.tool_folder = tools::ToolFolder();
+  fs::copy_file(tools::ToolPath(kIccName), job_folder + kIccName,
+                fs::copy_options::overwrite_existing, ec);
 
   if (!single_worker) {
     const std::string lang = platform::ExecutableFolder() + "Languages" + platform::kPathDelim +
@@ -254,24 +246,14 @@ void TZubProcess::Execute() {
     default:
       break;
   }
-  rejected_ = false;
+  return one_worker;
+}
 
-  entry_failures_.clear();
-  const std::vector<std::string> files = BuildFileList(s);
-  files_total_ = static_cast<int>(files.size());
-  // Every result's name is settled before the first file runs; see pipeline/job_plan.h.
-  pipeline::JobPlan plan(s, files);
-  // A job that only checks its files writes nothing, so it needs no destination.
-  const bool check_only = code.kind == kCheckOnlyKind || s.main.check_files;
-  const std::map<std::string, std::string> unwritable =
-      check_only ? std::map<std::string, std::string>() : UnwritableFolders(plan);
-  for (const auto& [folder, why] : unwritable) Log(messages_[Msg::kError] + " " + why);
-  const std::string intermediate = IntermediateFormat(target);
-
-  int workers = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
-  if (one_worker || s.multipage.option == 4) workers = 1;
-  workers = std::min(workers, std::max(files_total_, 1));
-  std::vector<std::unique_ptr<pipeline::TPThread>> pool;
+void TZubProcess::StartWorkers(Dispatch& d, int workers, const settings::TMainSettings& s,
+                               const JobCode& code, const std::string& intermediate,
+                               pipeline::JobPlan& plan) {
+  std::error_code ec;
+  const std::string icc = job_.temp_folder + kIccName;
   for (int i = 0; i < workers; ++i) {
     pipeline::JobContext ctx;
     ctx.settings = s;
@@ -280,7 +262,7 @@ void TZubProcess::Execute() {
     ctx.act_file = act_file;
     // Each worker has a scratch folder of its own, so that clearing its "rcp" files after a file
     // can never remove a file that another worker is still using.
-    ctx.temp_folder = job_folder + "w" + std::to_string(i) + platform::kPathDelim;
+    ctx.temp_folder = job_.temp_folder + "w" + std::to_string(i) + platform::kPathDelim;
     fs::create_directories(ctx.temp_folder, ec);
     fs::copy_file(icc, ctx.temp_folder + kIccName, fs::copy_options::overwrite_existing, ec);
     ctx.intermediate_format = intermediate;
@@ -291,104 +273,98 @@ void TZubProcess::Execute() {
     ctx.builtin_language = single_worker;
     ctx.poll_ms = poll_ms_;
     ctx.plan = &plan;
-    pool.push_back(std::make_unique<pipeline::TPThread>(std::move(ctx)));
-    pool.back()->Resume();
+    ctx.job = &job_;
+    d.pool.push_back(std::make_unique<pipeline::TPThread>(std::move(ctx)));
+    d.pool.back()->Resume();
   }
+  d.assigned.assign(d.pool.size(), -1);
+  d.pending.assign(static_cast<size_t>(files_total_), std::string());
+  d.finished.assign(static_cast<size_t>(files_total_), false);
+}
 
-  // The log shows the files in job order: the text of the oldest unfinished file streams as it
-  // comes; the text of files that other workers run meanwhile waits until that file is done.
-  std::vector<int> assigned(pool.size(), -1);  // file index per worker, -1 when idle
-  std::vector<std::string> pending(files_total_);
-  std::vector<bool> finished(files_total_, false);
-  std::vector<pipeline::FileOutcome> outcomes;
-  int next_to_show = 0;
-  int finished_count = 0;
-  int handed_count = 0;
-  auto collect = [&] {
-    for (size_t w = 0; w < pool.size(); ++w) {
-      if (assigned[w] < 0) continue;
-      const bool busy = pool[w]->Busy();  // read first: once idle, all its text is there
-      pending[assigned[w]] += pool[w]->TakeLog();
-      if (!busy) {
-        outcomes.push_back(pool[w]->LastOutcome());
-        finished[assigned[w]] = true;
-        ++finished_count;
-        assigned[w] = -1;
-      }
+// The log shows the files in job order: the text of the oldest unfinished file streams as it
+// comes; the text of files that other workers run meanwhile waits until that file is done.
+void TZubProcess::Collect(Dispatch& d) {
+  for (size_t w = 0; w < d.pool.size(); ++w) {
+    if (d.assigned[w] < 0) continue;
+    const bool busy = d.pool[w]->Busy();  // read first: once idle, all its text is there
+    d.pending[d.assigned[w]] += d.pool[w]->TakeLog();
+    if (!busy) {
+      d.outcomes.push_back(d.pool[w]->LastOutcome());
+      d.finished[d.assigned[w]] = true;
+      ++d.finished_count;
+      d.assigned[w] = -1;
     }
-    while (next_to_show < handed_count) {
-      if (!pending[next_to_show].empty()) {
-        Log(pending[next_to_show]);
-        pending[next_to_show].clear();
-      }
-      if (!finished[next_to_show]) break;
-      ++next_to_show;
+  }
+  while (d.next_to_show < d.handed_count) {
+    if (!d.pending[d.next_to_show].empty()) {
+      Log(d.pending[d.next_to_show]);
+      d.pending[d.next_to_show].clear();
     }
-    if (has_window && progress && files_total_ > 0) progress(finished_count * 100 / files_total_);
-  };
-  auto wait_a_little = [&] {
-    if (poll_ms_ > 0)
-      std::this_thread::sleep_for(std::chrono::milliseconds(poll_ms_));
-    else
-      std::this_thread::sleep_for(std::chrono::microseconds(200));  // a bare yield would spin hot
-    Pump();
-  };
+    if (!d.finished[d.next_to_show]) break;
+    ++d.next_to_show;
+  }
+  if (has_window && progress && files_total_ > 0) progress(d.finished_count * 100 / files_total_);
+}
 
-  Log(messages_[Msg::kStarting]);
-  for (const pipeline::FileOutcome& f : entry_failures_)
-    Log(messages_[Msg::kError] + " " + f.source + ": " + f.reason);
-  const auto start = Clock::now();
-  for (int i = 0; i < files_total_ && !tools::StopFlag().load(); ++i) {
+void TZubProcess::WaitALittle() {
+  if (poll_ms_ > 0)
+    std::this_thread::sleep_for(std::chrono::milliseconds(poll_ms_));
+  else
+    std::this_thread::sleep_for(std::chrono::microseconds(200));  // a bare yield would spin hot
+  Pump();
+}
+
+void TZubProcess::RunFiles(Dispatch& d, const std::vector<std::string>& files,
+                           const pipeline::JobPlan& plan,
+                           const std::map<std::string, std::string>& unwritable, bool check_only) {
+  for (int i = 0; i < files_total_ && !job_.Stopped(); ++i) {
     const settings::DestNames& dest = plan.files()[static_cast<size_t>(i)].names;
     // A file whose results cannot be written is not read at all.
     const auto refused = unwritable.find(fs::path(plan.FirstResult(i)).parent_path().string());
     if (refused != unwritable.end()) {
-      collect();
-      pending[i] = messages_[Msg::kFile] + " " + std::to_string(i + 1) + " " + messages_[Msg::kOf] +
-                   " " + std::to_string(files_total_) + ": " + files[i] + "\r\n   " +
-                   messages_[Msg::kError] + " " + refused->second;
-      outcomes.push_back({pipeline::FileOutcome::Kind::kFailed, i, files[i], refused->second});
-      finished[i] = true;
-      ++finished_count;
-      handed_count = i + 1;
+      Collect(d);
+      d.pending[i] = messages_[Msg::kFile] + " " + std::to_string(i + 1) + " " +
+                     messages_[Msg::kOf] + " " + std::to_string(files_total_) + ": " + files[i] +
+                     "\r\n   " + messages_[Msg::kError] + " " + refused->second;
+      d.outcomes.push_back({pipeline::FileOutcome::Kind::kFailed, i, files[i], refused->second});
+      d.finished[i] = true;
+      ++d.finished_count;
+      d.handed_count = i + 1;
       continue;
     }
     bool handed = false;
-    while (!handed && !tools::StopFlag().load()) {
-      collect();
-      for (size_t w = 0; w < pool.size(); ++w) {
-        if (assigned[w] < 0 &&
-            pool[w]->set_paremeters(i, files_total_, files[i], check_only, dest)) {
-          assigned[w] = i;
-          handed_count = i + 1;
+    while (!handed && !job_.Stopped()) {
+      Collect(d);
+      for (size_t w = 0; w < d.pool.size(); ++w) {
+        if (d.assigned[w] < 0 &&
+            d.pool[w]->set_paremeters(i, files_total_, files[i], check_only, dest)) {
+          d.assigned[w] = i;
+          d.handed_count = i + 1;
           handed = true;
           break;
         }
       }
-      if (!handed) wait_a_little();
+      if (!handed) WaitALittle();
     }
   }
   // Draining: the files already handed out are finished, whatever the stop flag says.
-  while (std::any_of(assigned.begin(), assigned.end(), [](int a) { return a >= 0; })) {
-    collect();
-    if (std::any_of(assigned.begin(), assigned.end(), [](int a) { return a >= 0; }))
-      wait_a_little();
+  while (d.AnyAssigned()) {
+    Collect(d);
+    if (d.AnyAssigned()) WaitALittle();
   }
-  collect();  // the blocks of files refused before they were handed out, at the end of the list
-  for (auto& w : pool) {
+  Collect(d);  // the blocks of files refused before they were handed out, at the end of the list
+  for (auto& w : d.pool) {
     w->Terminate();
     files_done_ += w->FilesDone();
     const std::string folder = w->LastSavedFolder();
     if (!folder.empty()) SetLastSavedFolder(folder);
   }
-  pool.clear();
-  const int64_t elapsed =
-      std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+  d.pool.clear();
+}
 
-  for (const std::string& folder : extracted_folders_) fs::remove_all(folder, ec);
-  // The worker folders, the probe file and the ICC copy go with the job's folder.
-  fs::remove_all(job_folder, ec);
-
+void TZubProcess::Summarise(std::vector<pipeline::FileOutcome> outcomes, int renamed,
+                            int64_t elapsed) {
   // Failures in the order of the job's list, whatever order the workers finished them in.
   std::vector<pipeline::FileOutcome> in_order = std::move(outcomes);
   std::stable_sort(in_order.begin(), in_order.end(),
@@ -401,7 +377,7 @@ void TZubProcess::Execute() {
         return o.kind == pipeline::FileOutcome::Kind::kSkipped;
       }));
   std::string summary = FormatSummary(files_done_, files_total_, elapsed, messages_);
-  if (std::string list = FormatOutcomes(in_order, plan.Renamed(), messages_); !list.empty()) {
+  if (std::string list = FormatOutcomes(in_order, renamed, messages_); !list.empty()) {
     // Before the closing line break of the summary.
     if (summary.size() >= 2 && summary.ends_with("\r\n")) summary.resize(summary.size() - 2);
     summary += list + "\r\n";
@@ -412,6 +388,51 @@ void TZubProcess::Execute() {
     std::ofstream out(report, std::ios::binary | std::ios::trunc);
     out << OutcomeReport(in_order);
   }
+}
+
+void TZubProcess::Execute() {
+  using Clock = std::chrono::steady_clock;
+  settings::TMainSettings s;
+  JobCode code;
+  if (!ReadJobSettings(s, code)) return;
+
+  std::string target = AsciiLower(s.main.dest_ext);
+  if (size_t gt = target.find('>'); gt != std::string::npos) target = target.substr(gt + 1);
+  if (target == "svgz") target = "svg";
+
+  const bool one_worker = SetUpJobFolder(s);
+  rejected_ = false;
+
+  entry_failures_.clear();
+  const std::vector<std::string> files = BuildFileList(s);
+  files_total_ = static_cast<int>(files.size());
+  // Every result's name is settled before the first file runs; see pipeline/job_plan.h.
+  pipeline::JobPlan plan(s, files);
+  // A job that only checks its files writes nothing, so it needs no destination.
+  const bool check_only = code.kind == kCheckOnlyKind || s.main.check_files;
+  const std::map<std::string, std::string> unwritable =
+      check_only ? std::map<std::string, std::string>() : UnwritableFolders(plan);
+  for (const auto& [folder, why] : unwritable) Log(messages_[Msg::kError] + " " + why);
+
+  int workers = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+  if (one_worker || s.multipage.option == 4) workers = 1;
+  workers = std::min(workers, std::max(files_total_, 1));
+  Dispatch d;
+  StartWorkers(d, workers, s, code, IntermediateFormat(target), plan);
+
+  Log(messages_[Msg::kStarting]);
+  for (const pipeline::FileOutcome& f : entry_failures_)
+    Log(messages_[Msg::kError] + " " + f.source + ": " + f.reason);
+  const auto start = Clock::now();
+  RunFiles(d, files, plan, unwritable, check_only);
+  const int64_t elapsed =
+      std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+
+  std::error_code ec;
+  for (const std::string& folder : extracted_folders_) fs::remove_all(folder, ec);
+  // The worker folders, the probe file and the ICC copy go with the job's folder.
+  fs::remove_all(job_.temp_folder, ec);
+  Summarise(std::move(d.outcomes), plan.Renamed(), elapsed);
 }
 
 }  // namespace pictavo::engine

@@ -9,10 +9,12 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "engine/tools/job_context.h"
 #include "pipeline/p_thread.h"
 #include "settings/main_settings.h"
 #include "settings/message_table.h"
@@ -104,11 +106,26 @@ class TZubProcess {
   const std::string& temp_folder() const { return temp_folder_; }
 
  private:
+  struct Dispatch;
   void Log(const std::string& text);
   void Pump();
+  // Reads the job code, the settings, the limits and the actions file; false when the job is
+  // rejected (and says why).
+  bool ReadJobSettings(settings::TMainSettings& s, JobCode& code);
+  // The job's own scratch folder, its language and priority; true when one worker must do.
+  bool SetUpJobFolder(settings::TMainSettings& s);
+  void StartWorkers(Dispatch& d, int workers, const settings::TMainSettings& s, const JobCode& code,
+                    const std::string& intermediate, pipeline::JobPlan& plan);
+  // Hands out the files to idle workers, waits for all of them and ends the workers.
+  void RunFiles(Dispatch& d, const std::vector<std::string>& files, const pipeline::JobPlan& plan,
+                const std::map<std::string, std::string>& unwritable, bool check_only);
+  void Collect(Dispatch& d);
+  void WaitALittle();
+  void Summarise(std::vector<pipeline::FileOutcome> outcomes, int renamed, int64_t elapsed);
   std::vector<std::string> BuildFileList(const settings::TMainSettings& s);
   std::string ExpandContainer(const std::string& file);
 
+  tools::JobContext job_;  // the job's limits, stop flag and folders
   settings::MessageTable messages_;
   std::string temp_folder_;
   std::vector<std::string> extracted_folders_;

@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <string_view>
 
-#include "engine/tools/runner.h"
 #include "fuzz/fuzz_touch.h"
 #include "imaging/codecs/bmp_codec.h"
 #include "imaging/ie_io.h"
+#include "imaging/picture_limits.h"
 #include "read/parsed_formats.h"
 #include "read/psp_format.h"
 
@@ -19,20 +19,30 @@ namespace {
 
 using pictavo::fuzz::TouchLastBytes;
 
+// Pictures as large as a job allows would only test the allocator: a smaller cap keeps every
+// input within libFuzzer's memory limit and the parsers' checks in reach.
+const pictavo::imaging::PictureLimits kFuzzLimits{16u << 20, 256};
+
+TIEBitmap Capped() {
+  TIEBitmap bmp;
+  bmp.SetLimits(&kFuzzLimits);
+  return bmp;
+}
+
 void Psp(std::string_view bytes) {
   pictavo::reader::psp::Document doc;
-  if (!doc.Open(bytes, pictavo::tools::CurrentJobLimits().max_pixels)) return;
-  TIEBitmap bmp;
+  if (!doc.Open(bytes, kFuzzLimits.max_pixels)) return;
+  TIEBitmap bmp = Capped();
   if (doc.Flatten(bmp)) TouchLastBytes(bmp);
 }
 
 void Dst(std::string_view bytes) {
-  TIEBitmap bmp;
+  TIEBitmap bmp = Capped();
   if (pictavo::reader::parsed::DrawDst(bytes, bmp)) TouchLastBytes(bmp);
 }
 
 void Pat(std::string_view bytes) {
-  TIEBitmap bmp;
+  TIEBitmap bmp = Capped();
   if (pictavo::reader::parsed::DecodeGimpPattern(bytes, bmp)) TouchLastBytes(bmp);
 }
 
@@ -53,22 +63,12 @@ void Raw(std::string_view bytes) {
   layout.bottom_up = b[6] & 2;
   layout.big_endian = b[6] & 4;
   layout.header_bytes = b[7];
-  TIEBitmap bmp;
+  TIEBitmap bmp = Capped();
   if (pictavo::imaging::codecs::DecodeRaw(b + 8, bytes.size() - 8, layout, bmp).ok())
     TouchLastBytes(bmp);
 }
 
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  // Pictures as large as a job allows would only test the allocator: a smaller cap keeps every
-  // input within libFuzzer's memory limit and the parsers' checks in reach.
-  pictavo::tools::JobLimits limits;
-  limits.max_pixels = 16u << 20;
-  limits.max_memory_mb = 256;
-  pictavo::tools::SetJobLimits(limits);
-  return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   PICTAVO_FUZZ_READ(std::string_view(reinterpret_cast<const char*>(data), size));

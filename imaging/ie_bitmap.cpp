@@ -6,7 +6,6 @@
 #include <string>
 #include <utility>
 
-#include "engine/tools/runner.h"
 #include "imaging/bitmap_rows.h"
 #include "imaging/quantize.h"
 #include "imaging/resample.h"
@@ -230,10 +229,12 @@ pictavo::Status TIEBitmap::Allocate(int width, int height, TIEPixelFormat format
     return pictavo::Status::Error("bitmap too large");
   // The job's caps hold for every picture, not only decoded ones: an action that enlarges or a
   // layout change that deepens is refused here with the setting to raise.
-  if (std::string why = tools::PictureOverLimits(static_cast<uint64_t>(width),
-                                                 static_cast<uint64_t>(height), total);
+  static const PictureLimits kDefaults;
+  if (std::string why =
+          PictureOverLimits(limits_ ? *limits_ : kDefaults, static_cast<uint64_t>(width),
+                            static_cast<uint64_t>(height), total);
       !why.empty())
-    return pictavo::Status::Error(why, tools::kOverJobLimit);
+    return pictavo::Status::Error(why, kOverJobLimit);
   try {
     pixels_.reserve(static_cast<size_t>(total) + static_cast<size_t>(height));
     pixels_.assign(static_cast<size_t>(total), 0);
@@ -538,7 +539,7 @@ pictavo::Status TIEBitmap::Crop(int x, int y, int width, int height) {
   const int y1 = static_cast<int>(std::min<int64_t>(height_, int64_t{y} + height));
   if (x0 >= x1 || y0 >= y1) return pictavo::Status::Error("crop rectangle outside the bitmap");
   if (x0 == 0 && y0 == 0 && x1 == width_ && y1 == height_) return pictavo::Status::OK();
-  TIEBitmap out;
+  TIEBitmap out = WorkBitmap();
   if (auto st = out.Allocate(x1 - x0, y1 - y0, format_); !st.ok()) return st;
   out.palette_ = palette_;
   if (HasAlphaChannel()) out.AddAlphaChannel(255);
@@ -553,7 +554,7 @@ pictavo::Status TIEBitmap::Crop(int x, int y, int width, int height) {
 pictavo::Status TIEBitmap::Resample(int new_width, int new_height, TResampleFilter filter) {
   if (IsEmpty()) return pictavo::Status::Error("cannot resample an empty bitmap");
   if (new_width == width_ && new_height == height_) return pictavo::Status::OK();
-  TIEBitmap out;
+  TIEBitmap out = WorkBitmap();
   if (auto st = ResampleBitmap(*this, out, new_width, new_height, filter); !st.ok()) return st;
   *this = std::move(out);
   return pictavo::Status::OK();
@@ -616,13 +617,13 @@ pictavo::Status TIEBitmap::ConvertTo(TIEPixelFormat format) {
       pal = GreyPalette(256);
     else
       pal = BuildPalette(*this, 256);
-    TIEBitmap out;
+    TIEBitmap out = WorkBitmap();
     if (auto st = MapToPalette(*this, pal, TIEDitherMethod::ieNoDither, out); !st.ok()) return st;
     *this = std::move(out);
     return pictavo::Status::OK();
   }
 
-  TIEBitmap out;
+  TIEBitmap out = WorkBitmap();
   if (auto st = ConvertRows(*this, out, format); !st.ok()) return st;
   out.alpha_ = std::move(alpha_);
   *this = std::move(out);
@@ -636,7 +637,7 @@ pictavo::Status TIEBitmap::ConvertFrom(const TIEBitmap& source, TIEPixelFormat f
     return ConvertTo(format);
   }
   if (format == TIEPixelFormat::ieNull) return pictavo::Status::Error("no pixel format given");
-  TIEBitmap out;
+  TIEBitmap out = limits_ ? WorkBitmap() : source.WorkBitmap();
   if (auto st = ConvertRows(source, out, format); !st.ok()) return st;
   out.alpha_ = source.alpha_;
   *this = std::move(out);

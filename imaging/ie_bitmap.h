@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "imaging/picture_limits.h"
 #include "platform/status.h"
 
 namespace pictavo::imaging {
@@ -55,7 +56,19 @@ class TIEBitmap {
   // 256-entry grey palette. Sizes are checked with overflow-safe arithmetic before allocating;
   // a failure leaves the bitmap empty.
   pictavo::Status Allocate(int width, int height, TIEPixelFormat format);
-  void Clear();  // back to empty
+  void Clear();  // back to empty; the limits stay
+  // The job's limits that Allocate holds this bitmap to (null: the default PictureLimits). A
+  // copy carries them too, and so do the work bitmaps of the engine's own operations on it;
+  // they must outlive the bitmap and its copies.
+  void SetLimits(const PictureLimits* limits) { limits_ = limits; }
+  const PictureLimits* Limits() const { return limits_; }
+  // An empty bitmap held to this one's limits: the work bitmap of an operation that makes a
+  // new picture from this one.
+  TIEBitmap WorkBitmap() const {
+    TIEBitmap work;
+    work.limits_ = limits_;
+    return work;
+  }
   // Hands the pixel rows over (RowLen() bytes each, top row first) and becomes empty. Pixels
   // that Allocate made have room for one more byte a row, so an encoder that frames every row
   // with a byte (PNG's filter type) can work where they lie.
@@ -131,6 +144,7 @@ class TIEBitmap {
   std::vector<uint8_t> pixels_;
   std::vector<uint8_t> alpha_;
   std::vector<TRGB> palette_;
+  const PictureLimits* limits_ = nullptr;
 };
 
 }  // namespace pictavo::imaging

@@ -68,7 +68,7 @@ pictavo::Status ApplyTransform(void* xform, TIEBitmap& bmp, TIEPixelFormat out_f
     ApplyRows(xform, bmp, bmp);
     return pictavo::Status::OK();
   }
-  TIEBitmap dst;
+  TIEBitmap dst = bmp.WorkBitmap();
   if (auto st = dst.Allocate(bmp.Width(), bmp.Height(), out_fmt); !st.ok()) return st;
   ApplyRows(xform, bmp, dst);
   if (keep_alpha && bmp.HasAlphaChannel()) {

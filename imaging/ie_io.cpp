@@ -6,8 +6,6 @@
 #include <optional>
 #include <string_view>
 
-#include "engine/tools/runner.h"
-#include "engine/tools/trouble.h"
 #include "imaging/codecs/bmp_codec.h"
 #include "imaging/codecs/gif_codec.h"
 #include "imaging/codecs/ico_codec.h"
@@ -26,6 +24,7 @@
 #include "imaging/ie_icc.h"
 #include "imaging/ie_metadata.h"
 #include "platform/fs.h"
+#include "platform/trouble.h"
 
 namespace pictavo::imaging {
 
@@ -125,20 +124,6 @@ bool Accepts(const CodecRow& row, F f) {
   return (row.layouts & LayoutBit(f)) != 0;
 }
 
-std::string FindProgram(const char* name) {
-  const char* path = std::getenv("PATH");
-  std::string_view rest = path ? path : "";
-  while (!rest.empty()) {
-    const size_t colon = rest.find(':');
-    std::string dir(rest.substr(0, colon));
-    rest = colon == std::string_view::npos ? std::string_view() : rest.substr(colon + 1);
-    if (dir.empty()) continue;
-    std::string candidate = platform::IncludeTrailingDelim(dir) + name;
-    if (platform::FileExists(candidate)) return candidate;
-  }
-  return std::string();
-}
-
 // Not flushed to disk: the rename alone keeps a half-written picture from appearing under the
 // name, and the job pipeline saves into its scratch folder, placing results itself; a flush per
 // picture costs more than encoding a small one.
@@ -220,11 +205,13 @@ pictavo::Status TImageEnIO::Decode(const uint8_t* data, size_t size, bool params
   opt.frame = params_.ImageIndex;
   opt.scale_denom = params_.JPEG_ScaleDenom;
   // Every decode, not only the pipeline's header check, stays within the job's pixel cap.
-  opt.max_pixels = std::min(opt.max_pixels, tools::CurrentJobLimits().max_pixels);
+  static const PictureLimits kDefaults;
+  opt.max_pixels =
+      std::min(opt.max_pixels, (bmp_->Limits() ? *bmp_->Limits() : kDefaults).max_pixels);
   const bool managed = ColorManagementEnabled();
   opt.eight_bit = t_eight_bit_loads;
   opt.color_managed = managed;
-  TIEBitmap decoded;
+  TIEBitmap decoded = bmp_->WorkBitmap();
   pictavo::Status st = row->decode(data, size, opt, params_only ? nullptr : &decoded, params_);
   if (!st.ok()) {
     if (!params_only) bmp_->Clear();
@@ -256,7 +243,7 @@ pictavo::Status TImageEnIO::LoadFromFile(const std::string& path) {
   pictavo::Status st = DecodeFile(path, false);
   // Why a stage that needed this picture failed, unless something more telling is known.
   if (!st.ok())
-    tools::NoteTrouble(tools::Trouble::kDecoder, "the engine's decoder: " + st.message());
+    platform::NoteTrouble(platform::Trouble::kDecoder, "the engine's decoder: " + st.message());
   return st;
 }
 
@@ -438,7 +425,9 @@ bool TImageEnIO::TakeHandOver(const std::string& path, bool params_only) {
   params.JPEG_ScaleDenom = params_.JPEG_ScaleDenom;
   params_ = std::move(params);
   if (!params_only) {
+    const PictureLimits* limits = bmp_->Limits();
     *bmp_ = std::move(h.bitmap);
+    bmp_->SetLimits(limits);  // the picture is handed over, not the limits of its saver
     h.valid = false;
   }
   RememberLayout();
@@ -492,7 +481,7 @@ pictavo::Status TImageEnIO::LoadFromFileBMPRAW(const std::string& path,
     bmp_->Clear();
     return pictavo::Status::Error("cannot read " + path);
   }
-  TIEBitmap decoded;
+  TIEBitmap decoded = bmp_->WorkBitmap();
   pictavo::Status st = codecs::DecodeRaw(reinterpret_cast<const uint8_t*>(bytes->data()),
                                          bytes->size(), layout, decoded);
   if (!st.ok()) {
@@ -538,39 +527,6 @@ TIORawLayout RawLayoutFromSettings(int bits_per_channel, int row_align_bits, int
   layout.bgr = order == 2;
   layout.header_bytes = header_size > 0 ? static_cast<uint64_t>(header_size) : 0;
   return layout;
-}
-
-pictavo::Status TImageEnIO::ImportMetafile(const std::string& path, int width, int height) {
-  auto head = platform::ReadFileBytes(path);
-  if (!head) return pictavo::Status::Error("cannot read " + path);
-  const TIOFileType type =
-      SniffFormat(reinterpret_cast<const uint8_t*>(head->data()), head->size());
-  if (type == TIOFileType::ioEMF)
-    return pictavo::Status::Error(
-        "EMF metafiles cannot be rasterised on this platform: no EMF renderer is available");
-  if (type != TIOFileType::ioWMF && (head->size() < 4 || (*head)[0] != 1 || (*head)[1] != 0))
-    return pictavo::Status::Error(path + " is not a Windows metafile");
-  const std::string wmf2gd = FindProgram("wmf2gd");
-  if (wmf2gd.empty())
-    return pictavo::Status::Error(
-        "wmf2gd is missing: install the Debian package libwmf-bin to rasterise WMF files");
-  // wmf2gd names its output itself from -o; a scratch name beside the system's temp folder.
-  const std::string out = (std::filesystem::temp_directory_path() /
-                           ("rcp_wmf_" + std::to_string(reinterpret_cast<uintptr_t>(this)) + "_" +
-                            std::to_string(std::rand()) + ".png"))
-                              .string();
-  std::string cmd = "\"" + wmf2gd + "\" -t png";
-  if (width > 0) cmd += " --maxwidth=" + std::to_string(width);
-  if (height > 0) cmd += " --maxheight=" + std::to_string(height);
-  if (width > 0 || height > 0) cmd += height > 0 && width > 0 ? " --maxsize" : " --maxpect";
-  cmd += " -o \"" + out + "\" \"" + path + "\"";
-  tools::RunAndWaitTimeout(cmd, tools::kHidden, std::string(), 120);
-  if (!platform::FileExists(out))
-    return pictavo::Status::Error("wmf2gd could not rasterise " + path);
-  pictavo::Status st = LoadFromFile(out);
-  std::error_code ec;
-  std::filesystem::remove(out, ec);
-  return st;
 }
 
 pictavo::Status TImageEnIO::CreatePDFFile(const std::string& path) {

@@ -114,11 +114,6 @@ class TImageEnIO {
   // The bound picture as raw data in `layout` (its width and height are the picture's).
   pictavo::Status SaveToFileBMPRAW(const std::string& path, const TIORawLayout& layout);
 
-  // Rasterises a Windows metafile at `width` x `height` pixels (0 = the file's own size at
-  // 96 dpi, the other side in proportion). WMF is drawn by wmf2gd (Debian package libwmf-bin);
-  // EMF has no renderer on this platform and fails with a message saying so.
-  pictavo::Status ImportMetafile(const std::string& path, int width = 0, int height = 0);
-
   // PDF output: open a document, add the bitmap as one page per call (JPEG-compressed for
   // photos, Flate for 1-bit, palette and pictures with few colours), close it. Pages are sized
   // from the bitmap and the DPI. The file appears only at ClosePDFFile.

@@ -36,7 +36,7 @@ enum class TIOFileType {
   ioQOI,
   ioPSD,
   ioPDF,  // write only
-  ioWMF,  // import only, see TImageEnIO::ImportMetafile
+  ioWMF,  // rasterised by the read stage (wmf2gd), never decoded here
   ioEMF,
 };
 

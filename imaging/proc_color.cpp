@@ -115,7 +115,7 @@ int OtsuThreshold(const std::vector<uint8_t>& luma) {
 template <typename Decide>
 pictavo::Status WriteBW(TIEBitmap& bmp, const std::vector<uint8_t>& luma, Decide white) {
   const int w = bmp.Width(), h = bmp.Height();
-  TIEBitmap out;
+  TIEBitmap out = bmp.WorkBitmap();
   if (auto st = out.Allocate(w, h, TIEPixelFormat::ie1g); !st.ok()) return st;
   for (int y = 0; y < h; ++y) {
     uint8_t* d = out.Scanline(y);
@@ -256,7 +256,7 @@ pictavo::Status TImageEnProc::ConvertTo(int num_colors, TIEDitherMethod dither) 
   if (num_colors < 1) return pictavo::Status::Error("colour count must be at least 1");
   if (num_colors <= 256) {
     const std::vector<TRGB> pal = BuildPalette(*bitmap_, num_colors);
-    TIEBitmap out;
+    TIEBitmap out = bitmap_->WorkBitmap();
     if (auto st = MapToPalette(*bitmap_, pal, dither, out); !st.ok()) return st;
     *bitmap_ = std::move(out);
     return pictavo::Status::OK();

@@ -282,7 +282,7 @@ pictavo::Status TImageEnProc::Blur(double radius) {
   if (radius < 0.05) return pictavo::Status::OK();
   if (auto st = proc::PrepareForFilter(*bitmap_); !st.ok()) return st;
   const Plane p = Describe(*bitmap_);
-  TIEBitmap out;
+  TIEBitmap out = bitmap_->WorkBitmap();
   if (auto st = Blurred(*bitmap_, p, radius, out); !st.ok()) return st;
   for (int y = 0; y < p.h; ++y)
     std::memcpy(bitmap_->Scanline(y), out.Scanline(y), bitmap_->RowLen());
@@ -306,7 +306,7 @@ pictavo::Status TImageEnProc::UnsharpMask(double radius, double amount, int thre
   if (radius <= 0 || amount <= 0) return pictavo::Status::OK();
   if (auto st = proc::PrepareForFilter(*bitmap_); !st.ok()) return st;
   const Plane p = Describe(*bitmap_);
-  TIEBitmap blurred;
+  TIEBitmap blurred = bitmap_->WorkBitmap();
   if (auto st = Blurred(*bitmap_, p, radius, blurred); !st.ok()) return st;
   const float gain = static_cast<float>(amount / 100.0);
   const float limit = static_cast<float>(threshold) * (p.wide ? 257.f : 1.f);

@@ -30,7 +30,7 @@ inline void PutBit(uint8_t* row, int x, bool on) {
 pictavo::Status RotateQuarter(TIEBitmap& bmp, int quarters) {
   const int w = bmp.Width(), h = bmp.Height();
   const bool swap = quarters != 2;
-  TIEBitmap out;
+  TIEBitmap out = bmp.WorkBitmap();
   if (auto st = out.Allocate(swap ? h : w, swap ? w : h, bmp.PixelFormat()); !st.ok()) return st;
   out.Palette() = bmp.Palette();
   auto map = [&](int x, int y, int& ox, int& oy) {
@@ -221,7 +221,7 @@ pictavo::Status TImageEnProc::Rotate(double angle, bool antialias, TColor backgr
       std::max(1, static_cast<int>(std::ceil(w * std::fabs(cs) + h * std::fabs(sn) - 1e-6)));
   const int nh =
       std::max(1, static_cast<int>(std::ceil(w * std::fabs(sn) + h * std::fabs(cs) - 1e-6)));
-  TIEBitmap out;
+  TIEBitmap out = b.WorkBitmap();
   if (auto st = out.Allocate(nw, nh, b.PixelFormat()); !st.ok()) return st;
   const bool alpha = b.HasAlphaChannel();
   if (alpha) out.AddAlphaChannel(0);

@@ -529,7 +529,7 @@ pictavo::Status ResampleBitmap(const TIEBitmap& src, TIEBitmap& dst, int new_wid
   const TIEPixelFormat mid_fmt =
       fmt == TIEPixelFormat::ie1g ? TIEPixelFormat::ie8g : TIEPixelFormat::ie24RGB;
   if (auto st = wide.ConvertTo(mid_fmt); !st.ok()) return st;
-  TIEBitmap scaled;
+  TIEBitmap scaled = src.WorkBitmap();
   if (auto st = scaled.Allocate(new_width, new_height, mid_fmt); !st.ok()) return st;
   const int ch = mid_fmt == TIEPixelFormat::ie8g ? 1 : 3;
   ResamplePlane8(wide.Scanline(0), sw, sh, wide.RowLen(), ch, scaled.Scanline(0), new_width,

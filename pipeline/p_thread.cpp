@@ -62,38 +62,42 @@ std::string OneDecimal(double seconds) {
 
 // Why a picture the engine decodes itself is above the job's caps (pixels, memory); the
 // header alone is read, so a few-kilobyte "bomb" never gets its pixels allocated.
-std::string OverJobLimits(const std::string& file) {
+std::string OverJobLimits(const std::string& file, const imaging::PictureLimits& limits) {
   imaging::TIEBitmap probe;
+  probe.SetLimits(&limits);
   imaging::TImageEnIO io(&probe);
   // A decoder that refuses the header for the pixel cap says so itself; any other failure is
   // the reader chain's to report.
   if (pictavo::Status st = io.ParamsFromFile(file); !st.ok())
-    return st.code() == tools::kOverJobLimit ? st.message() : std::string();
+    return st.code() == imaging::kOverJobLimit ? st.message() : std::string();
   const uint64_t w = static_cast<uint64_t>(std::max(0, io.Params().Width));
   const uint64_t h = static_cast<uint64_t>(std::max(0, io.Params().Height));
   const uint64_t bits = static_cast<uint64_t>(std::max(1, io.Params().BitsPerSample)) *
                         static_cast<uint64_t>(std::max(1, io.Params().SamplesPerPixel));
   const uint64_t bytes = w * h / 8 * bits;
-  return tools::PictureOverLimits(w, h, bytes);
+  return imaging::PictureOverLimits(limits, w, h, bytes);
 }
 
 // The same for a PDF, whose largest page at the reading resolution would be rendered by the
 // interpreter before the engine sees a pixel of it.
-std::string PdfAbovePixelLimit(const std::string& file, const settings::TMainSettings& settings) {
+std::string PdfAbovePixelLimit(const std::string& file, const settings::TMainSettings& settings,
+                               const imaging::PictureLimits& limits) {
   const tools::PageSize page = tools::PdfLargestPage(file, settings.main.temp_folder);
   const int dpi = std::clamp(settings.pdf_eps_ps.res > 0 ? settings.pdf_eps_ps.res : 300, 10, 2400);
   const double w = page.width / 72.0 * dpi, h = page.height / 72.0 * dpi;
-  const uint64_t limit = tools::CurrentJobLimits().max_pixels;
+  const uint64_t limit = limits.max_pixels;
   if (w * h <= static_cast<double>(limit)) return {};
   char size[96];
   std::snprintf(size, sizeof size, "a page of %.0f x %.0f points is %.0f x %.0f pixels at %d dpi",
                 page.width, page.height, w, h, dpi);
-  return std::string(size) + "," + tools::AbovePixelLimit(limit);
+  return std::string(size) + "," + imaging::AbovePixelLimit(limit);
 }
 
 }  // namespace
 
-TPThread::TPThread(JobContext context) : context_(std::move(context)) {}
+TPThread::TPThread(JobContext context) : context_(std::move(context)) {
+  if (context_.job != nullptr) picture_limits_ = PictureLimitsOf(context_.job->limits);
+}
 
 TPThread::~TPThread() {
   Terminate();
@@ -278,6 +282,7 @@ bool TPThread::CheckFile() {
   r.settings = &context_.settings;
   r.settings_file = context_.cfg_file;
   r.temp_folder = context_.temp_folder;
+  r.picture_limits = &picture_limits_;
   const Status status = r.Run();
   std::error_code ec;
   fs::remove(r.out_file, ec);
@@ -313,8 +318,8 @@ bool TPThread::Read() {
       sniffed == imaging::TIOFileType::ioPDF ||
       (sniffed == imaging::TIOFileType::ioUnknown && reader::TZubRead::is_pdf(source_));
   if (sniffed != imaging::TIOFileType::ioUnknown || pdf) {
-    const std::string why =
-        pdf ? PdfAbovePixelLimit(source_, context_.settings) : OverJobLimits(source_);
+    const std::string why = pdf ? PdfAbovePixelLimit(source_, context_.settings, picture_limits_)
+                                : OverJobLimits(source_, picture_limits_);
     if (!why.empty()) return refuse(why);
   }
   if (as_is) {
@@ -326,6 +331,7 @@ bool TPThread::Read() {
     r.settings = &context_.settings;
     r.settings_file = context_.cfg_file;
     r.temp_folder = context_.temp_folder;
+    r.picture_limits = &picture_limits_;
     const Status status = r.Run();
     if (!status.ok()) return Fail(line, Msg::kCouldNotRead, ReadFailureReason(status));
     work_file_ = r.out_file;
@@ -376,6 +382,7 @@ bool TPThread::Edit() {
   e.settings = &context_.settings;
   e.act_file = context_.act_file;
   e.temp_folder = context_.temp_folder;
+  e.picture_limits = &picture_limits_;
   std::string edit_log;
   const Status status =
       e.Run(edit_log, M(Msg::kDone), M(Msg::kPage), M(Msg::kSkipped), M(Msg::kFail));

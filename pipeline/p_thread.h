@@ -14,7 +14,9 @@
 #include <string>
 #include <thread>
 
+#include "engine/tools/job_context.h"
 #include "engine/tools/written_files.h"
+#include "imaging/picture_limits.h"
 #include "pipeline/job_plan.h"
 #include "pipeline/routing.h"
 #include "settings/main_settings.h"
@@ -46,7 +48,15 @@ struct JobContext {
   // The job's plan of result names, shared by the workers; none in tests that hand a worker
   // its names directly (pages are then named by the template alone).
   JobPlan* plan = nullptr;
+  // The job's own context (limits, stop flag, folders); none in tests, which then run under the
+  // default limits.
+  const tools::JobContext* job = nullptr;
 };
+
+// The job's picture caps as the imaging calls of a worker take them.
+inline imaging::PictureLimits PictureLimitsOf(const tools::JobLimits& limits) {
+  return {limits.max_pixels, limits.max_memory_mb};
+}
 
 // How one file of the job ended, for the summary.
 struct FileOutcome {
@@ -114,6 +124,8 @@ class TPThread {
   const std::string& M(settings::Msg id) const { return (*context_.messages)[id]; }
 
   JobContext context_;
+  // The job's picture caps, as the imaging calls of this worker's stages take them.
+  imaging::PictureLimits picture_limits_;
 
   mutable std::mutex mutex_;
   std::condition_variable wake_;

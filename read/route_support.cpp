@@ -93,6 +93,7 @@ int SavePictures(TZubRead& r, const std::vector<std::string>& pictures) {
   }
   for (const std::string& picture : pictures) {
     imaging::TIEBitmap bitmap;
+    bitmap.SetLimits(r.picture_limits);
     imaging::TImageEnIO io(&bitmap);
     if (!io.LoadFromFile(picture).ok() || bitmap.IsEmpty()) continue;
     if (io.SaveToFile(r.out_file).ok()) break;
@@ -122,6 +123,7 @@ int HandOnTiffs(TZubRead& r, const std::vector<std::string>& tiffs) {
       if (imaging::JoinTiffFiles(made, r.out_file).ok()) return 0;
     } else {
       imaging::TIEBitmap none;
+      none.SetLimits(r.picture_limits);
       imaging::TImageEnIO probe(&none);
       std::error_code ec;
       if (probe.ParamsFromFile(made.front()).ok() && probe.Params().ImageCount >= 1) {

@@ -145,6 +145,7 @@ int ReadApng(TZubRead& r) {
   if (apng.width == 0 || apng.height == 0 || apng.width > 65535 || apng.height > 65535) return 1;
 
   TIEBitmap canvas;
+  canvas.SetLimits(r.picture_limits);
   if (!canvas
            .Allocate(static_cast<int>(apng.width), static_cast<int>(apng.height),
                      TIEPixelFormat::ie24RGB)
@@ -158,6 +159,7 @@ int ReadApng(TZubRead& r) {
   int written = 0;
   for (const ApngFrame& f : apng.frames) {
     TIEBitmap frame;
+    frame.SetLimits(r.picture_limits);
     TImageEnIO io(&frame);
     const std::vector<uint8_t> png = FramePng(apng, f);
     if (!io.LoadFromBuffer(png.data(), png.size()).ok() || frame.IsEmpty()) continue;

@@ -140,6 +140,7 @@ int DrawShapes(TZubRead& r, const std::vector<Shape>& shapes) {
   const int w = static_cast<int>(std::lround((max_x - min_x) * scale)) + 2 * margin;
   const int h = static_cast<int>(std::lround((max_y - min_y) * scale)) + 2 * margin;
   imaging::TIEBitmap bmp;
+  bmp.SetLimits(r.picture_limits);
   if (!bmp.Allocate(w, h, imaging::TIEPixelFormat::ie24RGB).ok()) return 1;
   bmp.Fill(0xFFFFFF);
   auto px = [&](const Point& p) {

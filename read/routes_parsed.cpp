@@ -46,6 +46,7 @@ int RawPixels(TZubRead& r, bool with_header) {
   layout.width = s.width;
   layout.height = s.height;
   TIEBitmap bitmap;
+  bitmap.SetLimits(r.picture_limits);
   TImageEnIO io(&bitmap);
   if (!io.LoadFromFileBMPRAW(r.src_file, layout).ok() || bitmap.IsEmpty()) return 1;
   return io.SaveToFile(r.out_file).ok() && FileOk(r.out_file) ? 0 : 1;
@@ -114,7 +115,9 @@ int psp_read(TZubRead& r) {
   try {
     const auto bytes = platform::ReadFileBytes(r.src_file);
     psp::Document doc;
-    if (!bytes || !doc.Open(*bytes, tools::CurrentJobLimits().max_pixels)) return 1;
+    const uint64_t max_pixels =
+        (r.picture_limits ? *r.picture_limits : imaging::PictureLimits()).max_pixels;
+    if (!bytes || !doc.Open(*bytes, max_pixels)) return 1;
     if (!doc.JpegComposite().empty()) {
       // The editor's own flattening, when it stored one; the layers are read when it does not load.
       Scratch jpeg(r, ".jpg");

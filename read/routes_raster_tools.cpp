@@ -119,6 +119,7 @@ int deep_tiff_read(TZubRead& r) {
     // Only a decode at the file's own depth stands in for the tool: the decoder's fall-back
     // for other layouts (tiles, planes, extra samples) cuts 16-bit samples to 8 bits itself.
     imaging::TIEBitmap bitmap;
+    bitmap.SetLimits(r.picture_limits);
     imaging::TImageEnIO io(&bitmap);
     const bool deep = io.LoadFromFile(r.src_file).ok() &&
                       (bitmap.PixelFormat() == imaging::TIEPixelFormat::ie48RGB ||

@@ -1,8 +1,8 @@
 // Vector drawings and documents, rasterised: PDF and the PostScript family by the interpreter of
 // the tool folder; XPS and plain text by converting them to PostScript or PDF first; Windows
-// metafiles by the engine's metafile import (libwmf as second try); the CAD, GIS, Gerber, HP-GL,
-// EMF and office families through the programs of routes_drawings.cpp; SVG, CGM, CALS and the
-// remaining drawings by the raster converter where it has a reader for them. Resolution:
+// metafiles by wmf2gd of the tool folder (libwmf's EPS output as second try); the CAD, GIS, Gerber,
+// HP-GL, EMF and office families through the programs of routes_drawings.cpp; SVG, CGM, CALS and
+// the remaining drawings by the raster converter where it has a reader for them. Resolution:
 // "PDF_EPS_PS"/"Res" for documents, scaled by "Vector"/"Zoom" for drawings.
 #include <algorithm>
 #include <filesystem>
@@ -14,6 +14,7 @@
 #include "engine/tools/core_share.h"
 #include "engine/tools/probes.h"
 #include "engine/tools/runner.h"
+#include "imaging/format_sniff.h"
 #include "imaging/ie_bitmap.h"
 #include "imaging/ie_io.h"
 #include "platform/fs.h"
@@ -131,15 +132,44 @@ int ReadText(TZubRead& r, bool printer_text) {
   return FileOk(pdf.path()) ? RenderPostScript(r, pdf.path(), 100, false) : 1;
 }
 
+// True when `file` holds a Windows metafile that wmf2gd may draw: EMF has no renderer on this
+// platform, and anything else must at least start as a WMF does.
+bool IsDrawableMetafile(const std::string& file) {
+  const auto head = platform::ReadFileBytes(file);
+  if (!head) return false;
+  const imaging::TIOFileType type =
+      imaging::SniffFormat(reinterpret_cast<const uint8_t*>(head->data()), head->size());
+  if (type == imaging::TIOFileType::ioEMF) return false;
+  return type == imaging::TIOFileType::ioWMF ||
+         (head->size() >= 4 && (*head)[0] == 1 && (*head)[1] == 0);
+}
+
+// Rasterises the metafile with wmf2gd at `width` x `height` pixels (0 = the file's own size at
+// 96 dpi, the other side in proportion) and loads the picture into `io`.
+bool RasteriseMetafile(TZubRead& r, imaging::TImageEnIO& io, int width, int height) {
+  // wmf2gd names its output itself from -o.
+  Scratch out(r, ".png");
+  std::string cmd = ToolArg(r, "wmf2gd.bin") + " -t png";
+  if (width > 0) cmd += " --maxwidth=" + std::to_string(width);
+  if (height > 0) cmd += " --maxheight=" + std::to_string(height);
+  if (width > 0 || height > 0) cmd += height > 0 && width > 0 ? " --maxsize" : " --maxpect";
+  cmd += " -o " + Q(out.path()) + " " + Q(r.src_file);
+  tools::RunAndWaitTimeout(cmd, tools::kHidden, std::string(), 120);
+  return platform::FileExists(out.path()) && io.LoadFromFile(out.path()).ok();
+}
+
 int ReadMetafile(TZubRead& r) {
+  if (!IsDrawableMetafile(r.src_file) || !HasTool(r, "wmf2gd.bin")) return 1;
   imaging::TIEBitmap bitmap;
+  bitmap.SetLimits(r.picture_limits);
   imaging::TImageEnIO io(&bitmap);
   const int zoom = r.settings && r.settings->vector.zoom > 0 ? r.settings->vector.zoom : 100;
-  if (!io.ImportMetafile(r.src_file).ok() || bitmap.IsEmpty()) return 1;
+  if (!RasteriseMetafile(r, io, 0, 0) || bitmap.IsEmpty()) return 1;
   if (zoom != 100) {
     imaging::TIEBitmap scaled;
+    scaled.SetLimits(r.picture_limits);
     imaging::TImageEnIO again(&scaled);
-    if (again.ImportMetafile(r.src_file, bitmap.Width() * zoom / 100, 0).ok() && !scaled.IsEmpty())
+    if (RasteriseMetafile(r, again, bitmap.Width() * zoom / 100, 0) && !scaled.IsEmpty())
       return again.SaveToFile(r.out_file).ok() && FileOk(r.out_file) ? 0 : 1;
   }
   return io.SaveToFile(r.out_file).ok() && FileOk(r.out_file) ? 0 : 1;

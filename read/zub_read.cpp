@@ -87,6 +87,7 @@ bool KeyIn(std::string_view list, const std::string& key) {
 // hold it, or one colour all over from a tool known to paint blank pages.
 pictavo::Status CheckReadResult(const TZubRead& r, const std::string& key) {
   imaging::TIEBitmap probe;
+  probe.SetLimits(r.picture_limits);
   imaging::TImageEnIO io(&probe);
   if (pictavo::Status st = io.HeaderFromFile(r.out_file); !st.ok())
     return pictavo::Status::Error("the reader's picture cannot be opened: " + st.message());
@@ -223,6 +224,7 @@ int TZubRead::ReadWith(std::span<const ReadRoute> routes) {
     bool any_route = false;
     // 8.
     imaging::TIEBitmap bitmap;
+    bitmap.SetLimits(picture_limits);
     imaging::TImageEnIO io(&bitmap);
     try {
       // 9. A failed row leaves the status non-zero, so later rows holding the key try in turn.
@@ -296,6 +298,7 @@ int TZubRead::get_colors(bool first_page_only) {
   RunTool(cmd);
   if (!FileOk(preview.path())) return -1;
   imaging::TIEBitmap bitmap;
+  bitmap.SetLimits(picture_limits);
   imaging::TImageEnIO io(&bitmap);
   if (!io.LoadFromFile(preview.path()).ok() || bitmap.IsEmpty()) return -1;
   std::set<uint32_t> colors;

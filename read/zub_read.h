@@ -10,6 +10,7 @@
 #include <span>
 #include <string>
 
+#include "imaging/picture_limits.h"
 #include "platform/status.h"
 #include "settings/main_settings.h"
 
@@ -31,6 +32,8 @@ class TZubRead {
   // to a scratch ".tmp" file for the time of the read.
   std::string settings_file;
   std::string temp_folder;  // the job's temporary folder (scratch names are made there)
+  // The job's picture caps for what the engine decodes in-process; null = the defaults.
+  const imaging::PictureLimits* picture_limits = nullptr;
   // The engine's folder, whose "utl" sub-folder holds the tools; empty = the running
   // executable's folder. Tests point it at a folder of their own.
   std::string engine_folder;

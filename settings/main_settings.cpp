@@ -94,6 +94,11 @@ void TMainSettings::ApplyReadClamps() {
   // Both thumbnail groups hold the "Thumbnails" key, so both are clamped alike.
   thumbnails.resize_type = std::min(thumbnails.resize_type, 3);
   thumbnail_sets[0].resize_type = std::min(thumbnail_sets[0].resize_type, 3);
+  // A limit below 0 meant what 0 means (no time-out, the default size): it reads as 0.
+  for (int* limit :
+       {&limits.tool_timeout, &limits.render_timeout, &limits.office_timeout, &limits.ocr_timeout,
+        &limits.max_megapixels, &limits.max_memory_mb, &limits.max_unpacked_mb})
+    *limit = std::max(*limit, 0);
   ClampOptionsAndSetFlags();
 }
 

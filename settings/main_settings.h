@@ -414,6 +414,13 @@ class TMainSettings {
     int paper = 12, position = 3, monochrome = 2, pcl3_x = -36, pcl3_y = 180, pcl4_x = -180,
         pcl4_y = 0;
   } pcl_write;
+  // The job's resource limits: time-outs in seconds for each kind of tool (0 = none), the
+  // largest picture in megapixels and in MB of pixels, the most an archive may unpack to in MB
+  // (0 = the engine's default for these three).
+  struct Limits {
+    int tool_timeout = 300, render_timeout = 600, office_timeout = 1200, ocr_timeout = 1800;
+    int max_megapixels = 0, max_memory_mb = 0, max_unpacked_mb = 0;
+  } limits;
 
   // Lists of numbered keys.
   std::vector<CustomPlace> custom_places;

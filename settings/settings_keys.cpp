@@ -404,6 +404,14 @@ constexpr KeyRow kRows[] = {
     SPECIAL("Thumbnails", RowKind::kThumbnails, false),
 
     KEY("Context_menu", "On", context_menu.on),
+
+    KEY("Limits", "Tool_timeout", limits.tool_timeout),
+    KEY("Limits", "Render_timeout", limits.render_timeout),
+    KEY("Limits", "Office_timeout", limits.office_timeout),
+    KEY("Limits", "Ocr_timeout", limits.ocr_timeout),
+    KEY("Limits", "Max_megapixels", limits.max_megapixels),
+    KEY("Limits", "Max_memory_mb", limits.max_memory_mb),
+    KEY("Limits", "Max_unpacked_mb", limits.max_unpacked_mb),
 };
 
 #undef KEY

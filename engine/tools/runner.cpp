@@ -32,9 +32,6 @@ std::atomic<bool> g_stop{false};
 std::atomic<EventPump> g_pump{nullptr};
 // No time-out until the engine sets its limits: `pictavo convert` runs a whole job as one tool.
 std::atomic<int> g_timeout_s[kToolPaces] = {0, 0, 0, 0};
-std::atomic<uint64_t> g_max_pixels{JobLimits{}.max_pixels};
-std::atomic<uint64_t> g_max_memory_mb{JobLimits{}.max_memory_mb};
-thread_local std::string t_last_limit_hit;
 std::atomic<uint64_t> g_max_unpacked_mb{JobLimits{}.max_unpacked_mb};
 
 void Pump() {
@@ -190,8 +187,6 @@ std::atomic<bool>& StopFlag() {
 
 void SetJobLimits(const JobLimits& limits) {
   for (int pace = 0; pace < kToolPaces; ++pace) g_timeout_s[pace].store(limits.timeout_s[pace]);
-  g_max_pixels.store(limits.max_pixels);
-  g_max_memory_mb.store(limits.max_memory_mb);
   g_max_unpacked_mb.store(limits.max_unpacked_mb);
   // Set before any worker starts, so no thread reads the environment meanwhile.
   platform::SetEnvironmentVariable(kMaxUnpackedVariable, std::to_string(limits.max_unpacked_mb));
@@ -200,40 +195,8 @@ void SetJobLimits(const JobLimits& limits) {
 JobLimits CurrentJobLimits() {
   JobLimits limits;
   for (int pace = 0; pace < kToolPaces; ++pace) limits.timeout_s[pace] = g_timeout_s[pace].load();
-  limits.max_pixels = g_max_pixels.load();
-  limits.max_memory_mb = g_max_memory_mb.load();
   limits.max_unpacked_mb = g_max_unpacked_mb.load();
   return limits;
-}
-
-std::string AbovePixelLimit(uint64_t max_pixels) {
-  return " above the limit of " + std::to_string(max_pixels / 1000000u) +
-         " megapixels (\"Limits\"/\"Max_megapixels\")";
-}
-
-std::string PixelsAboveLimit(uint64_t width, uint64_t height, uint64_t max_pixels) {
-  return std::to_string(width) + " x " + std::to_string(height) + " pixels is" +
-         AbovePixelLimit(max_pixels);
-}
-
-std::string PictureOverLimits(uint64_t width, uint64_t height, uint64_t bytes) {
-  // Called for every picture made: nothing is formatted unless a limit is hit.
-  constexpr uint64_t kMiB = uint64_t{1} << 20;
-  const uint64_t max_pixels = g_max_pixels.load();
-  const uint64_t max_mb = g_max_memory_mb.load();
-  const bool too_many_pixels = width * height > max_pixels;
-  if (!too_many_pixels && (max_mb == 0 || bytes <= max_mb * kMiB)) return {};
-  t_last_limit_hit =
-      too_many_pixels ? PixelsAboveLimit(width, height, max_pixels)
-                      : std::to_string(width) + " x " + std::to_string(height) + " pixels take " +
-                            std::to_string((bytes + kMiB - 1) / kMiB) + " MB, above the limit of " +
-                            std::to_string(max_mb) + " MB (\"Limits\"/\"Max_memory_mb\")";
-  NoteTrouble(Trouble::kLimit, t_last_limit_hit);
-  return t_last_limit_hit;
-}
-
-std::string TakeLastLimitHit() {
-  return std::exchange(t_last_limit_hit, std::string());
 }
 
 void SetEventPump(EventPump pump) {

@@ -15,11 +15,9 @@
 #include <string>
 #include <string_view>
 
-namespace pictavo::tools {
+#include "engine/tools/job_context.h"
 
-// The process-wide stop flag. The log window's stop button sets it; it only ever goes from false
-// to true during a job (tests may clear it again). Runners poll it every 500 ms at the latest.
-std::atomic<bool>& StopFlag();
+namespace pictavo::tools {
 
 // The view's event pump: called between wait slices and around the pause before a runner returns,
 // so that the log window stays responsive. Set once by the engine before any worker starts; none
@@ -30,70 +28,6 @@ void SetEventPump(EventPump pump);
 // Sets the engine's own priority from "Main"/"Cpu_priority" (1 idle = nice 19, 2 normal = nice 0,
 // 3 high = unchanged, since raising needs privileges). Tools inherit it.
 void SetProcessPriority(int cpu_priority);
-
-// Tools by how long one run may fairly take; each kind has a time-out of its own.
-enum class ToolPace {
-  kCodec,   // codecs, raster converters, metadata, archives: every tool not named below
-  kRender,  // interpreters and renderers of whole documents, drawings, maps and scenes
-  kOffice,  // office documents through soffice.bin, which starts a whole office suite
-  kOcr,     // text recognition, page by page
-};
-inline constexpr int kToolPaces = 4;
-// The "Limits" key and default time-out of each kind, in the order of ToolPace.
-struct ToolTimeout {
-  const char* key;
-  int default_s;
-};
-inline constexpr ToolTimeout kToolTimeouts[kToolPaces] = {{"Tool_timeout", 300},
-                                                          {"Render_timeout", 600},
-                                                          {"Office_timeout", 1200},
-                                                          {"Ocr_timeout", 1800}};
-// The kind of a tool, by its name in the tool folder ("soffice.bin", "ogr/ogr2ogr.exe"); a name
-// that is not a tool of the folder is a codec.
-ToolPace PaceOf(std::string_view tool_name);
-
-// The job's resource limits, set once by the engine from the settings file's "Limits" section
-// before any worker starts (process-wide, like the stop flag; tests may set them too). Until
-// they are set, runs have no time-out (the front end runs a whole job as one tool).
-//   timeout_s:      per ToolPace, a tool still running after this many seconds is ended with its
-//                   children (every run that names no time-out of its own; 0 or less = none).
-//   max_pixels:     the largest picture, in pixels, that the engine decodes or makes in-process.
-//   max_memory_mb:  the most memory one picture of the in-process engine may take (its pixel
-//                   plane: 3 bytes a pixel in 24-bit RGB, 6 in 48-bit), whether decoded, made
-//                   by an action or converted to another layout.
-//   max_unpacked_mb: the most an archive may expand to; the archiver of the tool folder lists
-//                   the archive first and refuses a larger one. Tools learn it from the
-//                   environment variable kMaxUnpackedVariable.
-struct JobLimits {
-  int timeout_s[kToolPaces] = {kToolTimeouts[0].default_s, kToolTimeouts[1].default_s,
-                               kToolTimeouts[2].default_s, kToolTimeouts[3].default_s};
-  uint64_t max_pixels = uint64_t{1} << 28;  // 268 megapixels: 1 GiB at 32 bits per pixel
-  uint64_t max_memory_mb = 2048;            // the largest picture in 48-bit RGB fits
-  uint64_t max_unpacked_mb = 4096;
-};
-inline constexpr char kMaxUnpackedVariable[] = "PICTAVO_MAX_UNPACKED_MB";
-// Where a job's settings file keeps them: whole numbers under these keys, 0 or none = default.
-inline constexpr char kLimitsSection[] = "Limits";
-inline constexpr const char* kLimitKeys[] = {"Tool_timeout",   "Render_timeout", "Office_timeout",
-                                             "Ocr_timeout",    "Max_megapixels", "Max_memory_mb",
-                                             "Max_unpacked_mb"};
-void SetJobLimits(const JobLimits& limits);
-JobLimits CurrentJobLimits();
-
-// The code of a Status that refuses a picture for a job limit (its message names the limit).
-inline constexpr int kOverJobLimit = 2;
-
-// Why a picture of width x height pixels whose pixels take `bytes` may not be made in-process,
-// naming the setting that would allow it; empty when it is within the job's limits.
-std::string PictureOverLimits(uint64_t width, uint64_t height, uint64_t bytes);
-// The last refusal of PictureOverLimits on this thread, cleared by the call: for callers whose
-// steps report only success or failure (editing actions), so the log can say which limit.
-std::string TakeLastLimitHit();
-// " above the limit of N megapixels (\"Limits\"/\"Max_megapixels\")", for callers that measure
-// something else in pixels (a page at a resolution).
-std::string AbovePixelLimit(uint64_t max_pixels);
-// "W x H pixels is above the limit of N megapixels (...)": a picture over a pixel cap.
-std::string PixelsAboveLimit(uint64_t width, uint64_t height, uint64_t max_pixels);
 
 // Value returned when the program could not be started.
 inline constexpr int kNotStarted = -1;

@@ -1,6 +1,6 @@
 #include "imaging/codecs/codec.h"
 
-#include "engine/tools/runner.h"
+#include "imaging/picture_limits.h"
 
 namespace pictavo::imaging::codecs {
 
@@ -10,9 +10,8 @@ pictavo::Status CheckDimensions(int64_t width, int64_t height, uint64_t max_pixe
     return pictavo::Status::Error("picture is too large");
   if (static_cast<uint64_t>(width) * static_cast<uint64_t>(height) > max_pixels)
     return pictavo::Status::Error(
-        tools::PixelsAboveLimit(static_cast<uint64_t>(width), static_cast<uint64_t>(height),
-                                max_pixels),
-        tools::kOverJobLimit);
+        PixelsAboveLimit(static_cast<uint64_t>(width), static_cast<uint64_t>(height), max_pixels),
+        kOverJobLimit);
   return pictavo::Status::OK();
 }
 

@@ -161,8 +161,27 @@ TEST_F(PictavoCommand, NameAndPages) {
   EXPECT_EQ(Pictavo("pages --count 3").code, 2);
 }
 
-// The job's limits are no settings of the record, yet `convert` takes them from --set and keeps
-// those of a --config file; a later --set wins.
+// The job's limits are keys of the settings table: shown, set and clamped like the others
+// (a limit below 0 means what 0 means).
+TEST_F(PictavoCommand, SettingsShowsAndClampsTheLimits) {
+  const std::string cfg = dir_.file("limits.cfg");
+  ASSERT_TRUE(
+      platform::WriteTextFileUtf16(cfg, "[Limits]\nMax_megapixels=12\nTool_timeout=-5\n").ok());
+  CommandResult r = Pictavo("settings show '" + cfg + "' --set limits/max_memory_mb=-7");
+  ASSERT_EQ(r.code, 0) << r.err;
+  for (const char* line :
+       {"\nLimits/Max_megapixels=12\n", "\nLimits/Tool_timeout=0\n", "\nLimits/Max_memory_mb=0\n",
+        "\nLimits/Render_timeout=600\n", "\nLimits/Max_unpacked_mb=0\n"})
+    EXPECT_NE(r.out.find(line), std::string::npos) << line << r.out;
+
+  const std::string written = dir_.file("written.cfg");
+  ASSERT_EQ(Pictavo("settings write '" + written + "' --set Limits/Ocr_timeout=99").code, 0);
+  EXPECT_NE(Pictavo("settings show '" + written + "'").out.find("\nLimits/Ocr_timeout=99\n"),
+            std::string::npos);
+}
+
+// `convert` takes the job's limits from --set and keeps those of a --config file; a later --set
+// wins, and a limit that is not a whole number of 0 or more is refused.
 TEST_F(PictavoCommand, ConvertTakesTheJobLimits) {
   const std::string ppm = dir_.file("big.ppm");
   std::ofstream(ppm, std::ios::binary) << "P6\n1200 1000\n255\n" << std::string(3600000, '\x40');

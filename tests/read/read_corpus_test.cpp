@@ -211,6 +211,13 @@ TEST_F(CorpusRead, StepModelsAreMeshedThenRendered) {
   ExpectPicture("3d/step/cube.step", 800, 600);
 }
 
+// Windows metafiles are drawn by wmf2gd of the tool folder at their own size (96 dpi).
+TEST_F(CorpusRead, MetafilesAtTheirOwnSize) {
+  PICTAVO_REQUIRE_TOOL("wmf2gd.bin", "libwmf-bin");
+  ExpectPicture("vector/wmf/santa.wmf", 135, 145);
+  ExpectPicture("vector/wmf/drawing.wmf", 82, 82);
+}
+
 TEST_F(CorpusRead, MetafilesThatLibwmfRejects) {
   PICTAVO_REQUIRE_TOOL("inkscape.bin", "inkscape");
   ExpectDrawing("vector/wmf/test_libuemf_ref.wmf", 100);

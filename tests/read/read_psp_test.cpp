@@ -393,13 +393,12 @@ TEST_F(PspRead, MalformedFilesReadNothing) {
   EXPECT_NE(Read("past_end", past), 0);
 
   // The job's pixel limit holds: the same file, allowed fewer pixels than its 6 x 4.
-  const tools::JobLimits limits = tools::CurrentJobLimits();
-  tools::JobLimits tight = limits;
-  tight.max_pixels = 20;
-  tools::SetJobLimits(tight);
+  const imaging::PictureLimits tight{20, 2048};
+  r_.picture_limits = &tight;
   const int over_limit = Read("over_limit", good);
-  tools::SetJobLimits(limits);
+  r_.picture_limits = nullptr;
   EXPECT_NE(over_limit, 0);
+  EXPECT_EQ(Read("within_limit", good), 0);
 
   // A canvas far over any limit, and a negative one.
   PspWriter huge(6);

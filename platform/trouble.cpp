@@ -1,6 +1,6 @@
-#include "engine/tools/trouble.h"
+#include "platform/trouble.h"
 
-namespace pictavo::tools {
+namespace pictavo::platform {
 namespace {
 
 thread_local TroubleRecorder* t_current = nullptr;
@@ -49,4 +49,4 @@ void NoteTrouble(Trouble kind, const std::string& text) {
   if (t_current != nullptr && !text.empty()) t_current->Note(kind, text);
 }
 
-}  // namespace pictavo::tools
+}  // namespace pictavo::platform
