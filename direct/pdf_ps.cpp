@@ -14,6 +14,7 @@
 #include "engine/tools/tool_paths.h"
 #include "imaging/ie_bitmap.h"
 #include "imaging/ie_io.h"
+#include "platform/bytes.h"
 #include "platform/fs.h"
 #include "platform/text_encoding.h"
 
@@ -34,14 +35,6 @@ std::string Interpreter(const TZubDirect& self) {
   return Quoted(self.Tool("pdfpsai.bin"));
 }
 
-std::string Trim(std::string s) {
-  const char* ws = " \t\r\n";
-  s.erase(0, s.find_first_not_of(ws));
-  const size_t end = s.find_last_not_of(ws);
-  s.erase(end == std::string::npos ? 0 : end + 1);
-  return s;
-}
-
 std::string ReadStart(Path path, size_t n) {
   std::ifstream in(path, std::ios::binary);
   std::string buf(n, '\0');
@@ -58,7 +51,7 @@ std::string Pad3(int n) {
 }
 
 int32_t Result(Path dest) {
-  return TZubDirect::Produced(dest) ? 0 : kDirectFailed;
+  return tools::Produced(dest) ? 0 : kDirectFailed;
 }
 
 // Missing programs are named for the user; the routine still fails by its missing output.
@@ -73,7 +66,7 @@ int EbookResolution(int jpg_quality) {
 }
 
 std::string FontPathOption(const TZubDirect& self) {
-  const std::string path = Trim(self.settings->pdf_eps_ps.font_path);
+  const std::string path(platform::Trim(self.settings->pdf_eps_ps.font_path));
   return path.empty() ? std::string() : " -sFONTPATH=" + Quoted(path) + " ";
 }
 
@@ -104,7 +97,7 @@ int32_t pdf_page(TZubDirect& self, Path src, Path dest, int page) {
   self.first_page = self.last_page = page;
   const std::string cmd = Interpreter(self) + PdfWriteArgs(self, src, dest, false);
   self.first_page = self.last_page = -1;
-  return RunFor(cmd, dest) ? 0 : kDirectFailed;
+  return tools::RunFor(cmd, dest) ? 0 : kDirectFailed;
 }
 
 int32_t pdf2pdf(TZubDirect& self, Path src, Path dest) {
@@ -122,7 +115,9 @@ int32_t pdf2pdf(TZubDirect& self, Path src, Path dest) {
     self.counter = static_cast<int>(self.more_files.size());
     return status;
   }
-  return RunFor(Interpreter(self) + PdfWriteArgs(self, src, dest, false), dest) ? 0 : kDirectFailed;
+  return tools::RunFor(Interpreter(self) + PdfWriteArgs(self, src, dest, false), dest)
+             ? 0
+             : kDirectFailed;
 }
 
 int32_t pdf2pdf_pages(TZubDirect& self, Path src, Path dest) {
@@ -140,7 +135,7 @@ int32_t pdf2pdf_pages(TZubDirect& self, Path src, Path dest) {
   }
   // The selected pages are handed on as one document.
   if (!pages.empty()) (void)tools::MergePdfFiles(pages, dest, self.temp_folder);
-  Remove(folder);
+  tools::RemovePath(folder);
   return Result(dest);
 }
 
@@ -150,7 +145,7 @@ int32_t adobe(TZubDirect& self, Path given_src, Path dest) {
   std::string src = given_src;
   std::vector<std::string> scratch;
   auto done = [&](int32_t status) {
-    for (const auto& f : scratch) Remove(f);
+    for (const auto& f : scratch) tools::RemovePath(f);
     return status;
   };
 
@@ -164,7 +159,7 @@ int32_t adobe(TZubDirect& self, Path given_src, Path dest) {
                             " -dAutoFilterColorImages=false -dAutoFilterGrayImages=false"
                             " -dColorImageFilter=/FlateEncode -dGrayImageFilter=/FlateEncode" +
                             FontPathOption(self);
-    if (RunFor(cmd, pdf)) src = pdf;
+    if (tools::RunFor(cmd, pdf)) src = pdf;
   }
 
   int32_t status = kDirectFailed;
@@ -176,12 +171,13 @@ int32_t adobe(TZubDirect& self, Path given_src, Path dest) {
       NoteTool(self, "uni\\uniconvertor.cmd");
       const std::string cmd =
           Quoted(self.Tool("uni\\uniconvertor.cmd")) + " " + Quoted(src) + " " + Quoted(tmp);
-      if (!RunFor(cmd, tmp, self.Tool("uni\\"))) return done(kDirectFailed);
+      if (!tools::RunFor(cmd, tmp, self.Tool("uni\\"))) return done(kDirectFailed);
       src = tmp;
     }
     const bool ai = target == "ai" || self.ai_output;
-    status =
-        RunFor(Interpreter(self) + PdfWriteArgs(self, src, dest, ai), dest) ? 0 : kDirectFailed;
+    status = tools::RunFor(Interpreter(self) + PdfWriteArgs(self, src, dest, ai), dest)
+                 ? 0
+                 : kDirectFailed;
     if (status == 0 && self.svg_round_trip && target == "pdf") {
       // Through SVG and back, page by page.
       const int count = tools::PdfPageCount(dest);
@@ -208,7 +204,7 @@ int32_t adobe(TZubDirect& self, Path given_src, Path dest) {
   } else if (target == "ps") {
     const std::string cmd = Interpreter(self) + kBase +
                             " -sDEVICE=ps2write -sOutputFile=" + Quoted(dest) + " " + Quoted(src);
-    status = RunFor(cmd, dest) ? 0 : kDirectFailed;
+    status = tools::RunFor(cmd, dest) ? 0 : kDirectFailed;
   } else if (target == "eps" || target == "epi") {
     // eps2write writes one file per page; the pages are numbered into the name.
     const std::string base = self.Scratch("");
@@ -218,7 +214,7 @@ int32_t adobe(TZubDirect& self, Path given_src, Path dest) {
     if (source_ext == "eps" || source_ext == "ai") cmd += " -dEPSCrop";
     tools::RunAndWaitTimeout(cmd, tools::kHidden, std::string(), 0);
     std::vector<std::string> pages;
-    for (int p = 1; TZubDirect::Produced(base + Pad3(p) + ".eps"); ++p)
+    for (int p = 1; tools::Produced(base + Pad3(p) + ".eps"); ++p)
       pages.push_back(base + Pad3(p) + ".eps");
     self.counter = static_cast<int>(pages.size());
     if (pages.size() == 1) {
@@ -239,18 +235,18 @@ int32_t crop_pdf(TZubDirect& self, Path src, Path dest) {
   const std::string eps = self.Scratch(".eps");
   const std::string pdf = self.Scratch(".pdf");
   int32_t status = kDirectFailed;
-  if (RunFor(Interpreter(self) + kBase + " -sDEVICE=eps2write -sOutputFile=" + Quoted(eps) + " " +
-                 Quoted(src),
-             eps) &&
-      RunFor(Interpreter(self) + " -dEPSCrop" + kBase +
-                 " -sDEVICE=pdfwrite -sOutputFile=" + Quoted(pdf) + " " + Quoted(eps),
-             pdf)) {
+  if (tools::RunFor(Interpreter(self) + kBase + " -sDEVICE=eps2write -sOutputFile=" + Quoted(eps) +
+                        " " + Quoted(src),
+                    eps) &&
+      tools::RunFor(Interpreter(self) + " -dEPSCrop" + kBase +
+                        " -sDEVICE=pdfwrite -sOutputFile=" + Quoted(pdf) + " " + Quoted(eps),
+                    pdf)) {
     std::error_code ec;
     fs::rename(pdf, dest, ec);
     status = Result(dest);
   }
-  Remove(eps);
-  Remove(pdf);
+  tools::RemovePath(eps);
+  tools::RemovePath(pdf);
   return status;
 }
 
@@ -273,7 +269,7 @@ bool is_pdf_gray(TZubDirect& self, Path path) {
                           " -r4 -sOutputFile=" +
                           Quoted(tif) + " " + Quoted(path);
   bool gray = false;
-  if (RunFor(cmd, tif)) {
+  if (tools::RunFor(cmd, tif)) {
     imaging::TIEBitmap bmp;
     imaging::TImageEnIO io(&bmp);
     if (io.LoadFromFile(tif).ok() && bmp.Width() > 0) {
@@ -288,7 +284,7 @@ bool is_pdf_gray(TZubDirect& self, Path path) {
         }
     }
   }
-  Remove(tif);
+  tools::RemovePath(tif);
   return gray;
 }
 
@@ -298,7 +294,7 @@ int32_t convert_pdf2pcl(TZubDirect& self, Path src, Path dest) {
   const char* device = self.settings->pcl_write.monochrome == 1 ? "pxlmono" : "pxlcolor";
   const std::string cmd = Interpreter(self) + " -dNOSAFER -dBATCH -dNOPAUSE -sDEVICE=" + device +
                           " -sOutputFile=" + Quoted(dest) + " " + Quoted(src);
-  return RunFor(cmd, dest) ? 0 : kDirectFailed;
+  return tools::RunFor(cmd, dest) ? 0 : kDirectFailed;
 }
 
 int32_t convert_pcl_pdf(TZubDirect& self, Path src, Path dest) {
@@ -307,7 +303,7 @@ int32_t convert_pcl_pdf(TZubDirect& self, Path src, Path dest) {
   NoteTool(self, "pcl6.exe");
   const std::string cmd = Quoted(self.Tool("pcl6.exe")) + " -dNOPAUSE -sDEVICE=" + device +
                           " -sOutputFile=" + Quoted(dest) + " " + Quoted(src);
-  return RunBatchFor(self, cmd, dest) ? 0 : kDirectFailed;
+  return tools::RunBatchFor(cmd, self.temp_folder, dest) ? 0 : kDirectFailed;
 }
 
 int32_t convert_xps_pdf(TZubDirect& self, Path src, Path dest) {
@@ -317,8 +313,8 @@ int32_t convert_xps_pdf(TZubDirect& self, Path src, Path dest) {
                           " -dNOPAUSE -sDEVICE=ps2write -sOutputFile=" + Quoted(ps) + " " +
                           Quoted(src);
   int32_t status = kDirectFailed;
-  if (RunFor(cmd, ps)) status = adobe(self, ps, dest);
-  Remove(ps);
+  if (tools::RunFor(cmd, ps)) status = adobe(self, ps, dest);
+  tools::RemovePath(ps);
   return status;
 }
 
@@ -329,15 +325,15 @@ int32_t pdf2swf(TZubDirect& self, Path src, Path dest) {
     tmp = self.Scratch(".pdf");
     const int32_t status = adobe(self, src, tmp);
     if (status != 0) {
-      Remove(tmp);
+      tools::RemovePath(tmp);
       return status;
     }
     pdf = tmp;
   }
   NoteTool(self, "pdf2vec.bin");
   const std::string cmd = Quoted(self.Tool("pdf2vec.bin")) + " " + Quoted(pdf) + " " + Quoted(dest);
-  const bool ok = RunFor(cmd, dest, self.ToolFolder());
-  Remove(tmp);
+  const bool ok = tools::RunFor(cmd, dest, self.ToolFolder());
+  tools::RemovePath(tmp);
   return ok ? 0 : kDirectFailed;
 }
 
@@ -355,8 +351,8 @@ int32_t text2pdf(TZubDirect& self, Path given_src, Path dest) {
   if (t.landscape == 1) cmd += " -L";
   cmd += " " + Quoted(src) + " > " + Quoted(dest);
   NoteTool(self, "text2pdf.exe");
-  const bool ok = RunBatchFor(self, cmd, dest) && is_pdf(dest);
-  Remove(cleaned);
+  const bool ok = tools::RunBatchFor(cmd, self.temp_folder, dest) && is_pdf(dest);
+  tools::RemovePath(cleaned);
   return ok ? 0 : kDirectFailed;
 }
 
@@ -377,16 +373,17 @@ int32_t adobe2vec(TZubDirect& self, Path given_src, Path dest) {
   std::string src = given_src;
   std::vector<std::string> scratch;
   auto done = [&](int32_t status) {
-    for (const auto& f : scratch) Remove(f);
+    for (const auto& f : scratch) tools::RemovePath(f);
     return status;
   };
   if (source_ext == "xps" || source_ext == "oxps") {
     const std::string ps = self.Scratch(".ps");
     scratch.push_back(ps);
     NoteTool(self, "gxpswin32.exe");
-    if (!RunFor(Quoted(self.Tool("gxpswin32.exe")) +
-                    " -dNOPAUSE -sDEVICE=ps2write -sOutputFile=" + Quoted(ps) + " " + Quoted(src),
-                ps))
+    if (!tools::RunFor(Quoted(self.Tool("gxpswin32.exe")) +
+                           " -dNOPAUSE -sDEVICE=ps2write -sOutputFile=" + Quoted(ps) + " " +
+                           Quoted(src),
+                       ps))
       return done(kDirectFailed);
     src = ps;
   }
@@ -404,9 +401,9 @@ int32_t adobe2vec(TZubDirect& self, Path given_src, Path dest) {
   if (target == "pcl") return done(convert_pdf2pcl(self, src, dest));
   auto pstoedit = [&](const char* format, Path out) {
     NoteTool(self, "pstoedit.bin");
-    return RunFor(Quoted(self.Tool("pstoedit.bin")) + " -q -f " + format + " " + Quoted(src) + " " +
-                      Quoted(out),
-                  out);
+    return tools::RunFor(Quoted(self.Tool("pstoedit.bin")) + " -q -f " + format + " " +
+                             Quoted(src) + " " + Quoted(out),
+                         out);
   };
   if (target == "dxf") return done(pstoedit("dxf_14", dest) ? 0 : kDirectFailed);
   if (target == "plt") return done(pstoedit("hpgl", dest) ? 0 : kDirectFailed);

@@ -11,7 +11,8 @@ using tools::Quoted;
 int32_t convert_3d_stl(TZubDirect& self, Path src, Path dest) {
   constexpr char kAssimp[] = "assimp64\\assimp.exe";
   self.HasTool(kAssimp);
-  return RunFor(Quoted(self.Tool(kAssimp)) + " export " + Quoted(src) + " " + Quoted(dest), dest)
+  return tools::RunFor(Quoted(self.Tool(kAssimp)) + " export " + Quoted(src) + " " + Quoted(dest),
+                       dest)
              ? 0
              : kDirectFailed;
 }
@@ -22,7 +23,7 @@ int32_t convert_3d_vec(TZubDirect& self, Path src, Path dest) {
   const std::string stl = self.Scratch(".stl");
   int32_t status = ExtOf(src) == "stl" ? 0 : convert_3d_stl(self, src, stl);
   if (status == 0) status = convert_stl2dxf(self, ExtOf(src) == "stl" ? src : stl, dest);
-  Remove(stl);
+  tools::RemovePath(stl);
   return status;
 }
 

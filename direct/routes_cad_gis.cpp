@@ -66,7 +66,7 @@ int32_t ogr_convert(TZubDirect& self, Path src, Path dest, const std::string& dr
   if (driver == "ESRI Shapefile" && (ext == "dxf" || ext == "dwg" || ext == "dgn"))
     cmd += " -skipfailures -nlt MULTILINESTRING";
   if (driver == "MapInfo File" && ExtOf(dest) == "mif") cmd += " -dsco FORMAT=MIF";
-  return RunFor(cmd, dest, self.Tool("ogr\\")) ? 0 : kDirectFailed;
+  return tools::RunFor(cmd, dest, self.Tool("ogr\\")) ? 0 : kDirectFailed;
 }
 
 int32_t convert_dwg_dxf(TZubDirect& self, Path src, Path dest, int version) {
@@ -83,7 +83,7 @@ int32_t convert_dwg_dxf_layers(TZubDirect& self, Path src, Path dest, int versio
   fs::create_directories(folder, ec);
   const std::string whole = folder + platform::kPathDelim + "rcp123.dxf";
   if (convert_dwg_dxf(self, src, whole, 4) != 0) {
-    Remove(folder);
+    tools::RemovePath(folder);
     return kDirectNoRoute;
   }
   const std::vector<std::string> layers = tools::ListDxfLayers(whole);
@@ -95,17 +95,17 @@ int32_t convert_dwg_dxf_layers(TZubDirect& self, Path src, Path dest, int versio
     const std::string cmd = Quoted(self.Tool(kOgr)) + " -f " + Quoted("dxf") + " " +
                             Quoted(layer_file) + " " + Quoted(whole) + " -sql " +
                             Quoted("SELECT * FROM entities WHERE layer = '" + layer + "'");
-    RunFor(cmd, layer_file, self.Tool("ogr\\"));
+    tools::RunFor(cmd, layer_file, self.Tool("ogr\\"));
     const std::string out = index == 0 ? dest : self.Scratch(out_ext);
     ++index;
-    if (TZubDirect::Produced(layer_file) && convert_dwg_dxf(self, layer_file, out, version) == 0) {
+    if (tools::Produced(layer_file) && convert_dwg_dxf(self, layer_file, out, version) == 0) {
       self.more_files.push_back({out, index});
       status = 0;
     }
-    Remove(layer_file);
+    tools::RemovePath(layer_file);
   }
   self.counter = static_cast<int>(self.more_files.size());
-  Remove(folder);
+  tools::RemovePath(folder);
   return status;
 }
 

@@ -32,11 +32,11 @@ int32_t office2pdf(TZubDirect& self, Path src, Path dest) {
                           " --convert-to pdf --outdir " + Quoted(outdir) + " " + Quoted(src);
   const std::string made = (fs::path(outdir) / (fs::path(src).stem().string() + ".pdf")).string();
   int32_t status = kDirectFailed;
-  if (RunFor(cmd, made)) {
+  if (tools::RunFor(cmd, made)) {
     fs::rename(made, dest, ec);
-    status = TZubDirect::Produced(dest) ? 0 : kDirectFailed;
+    status = tools::Produced(dest) ? 0 : kDirectFailed;
   }
-  Remove(outdir);
+  tools::RemovePath(outdir);
   return status;
 }
 
@@ -47,7 +47,7 @@ int32_t ViaPdf(TZubDirect& self, Path src, Path dest, int32_t (*then)(TZubDirect
   const std::string pdf = self.Scratch(".pdf");
   int32_t status = office2pdf(self, src, pdf);
   if (status == 0) status = then(self, pdf, dest);
-  Remove(pdf);
+  tools::RemovePath(pdf);
   return status;
 }
 

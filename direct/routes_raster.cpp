@@ -15,9 +15,9 @@ namespace {
 int32_t Magick(TZubDirect& self, const std::string& src_arg, Path dest,
                const std::string& options = std::string()) {
   self.HasTool("convert.bin");
-  return RunFor(Quoted(self.Tool("convert.bin")) + " " + Quoted(src_arg) + options + " " +
-                    Quoted(dest),
-                dest)
+  return tools::RunFor(Quoted(self.Tool("convert.bin")) + " " + Quoted(src_arg) + options + " " +
+                           Quoted(dest),
+                       dest)
              ? 0
              : kDirectFailed;
 }
@@ -26,9 +26,9 @@ int32_t Magick(TZubDirect& self, const std::string& src_arg, Path dest,
 int32_t Slide(TZubDirect& self, Path src, Path dest, int level) {
   constexpr char kVips[] = "vips\\vips.exe";
   self.HasTool(kVips);
-  return RunFor(Quoted(self.Tool(kVips)) + " openslideload " + Quoted(src) + " " + Quoted(dest) +
-                    " --level " + std::to_string(std::max(level, 1) - 1),
-                dest)
+  return tools::RunFor(Quoted(self.Tool(kVips)) + " openslideload " + Quoted(src) + " " +
+                           Quoted(dest) + " --level " + std::to_string(std::max(level, 1) - 1),
+                       dest)
              ? 0
              : kDirectFailed;
 }
@@ -37,7 +37,7 @@ int32_t Slide(TZubDirect& self, Path src, Path dest, int level) {
 
 int32_t gif2webp(TZubDirect& self, Path src, Path dest) {
   self.HasTool("gif2webp.exe");
-  return RunFor(
+  return tools::RunFor(
              Quoted(self.Tool("gif2webp.exe")) + " -quiet " + Quoted(src) + " -o " + Quoted(dest),
              dest)
              ? 0
@@ -74,11 +74,11 @@ int32_t i_magick(TZubDirect& self, Path src, Path dest) {
   const std::string tif = self.Scratch(".tif");
   self.HasTool("dcm_read_new.bin");
   int32_t status = kDirectFailed;
-  if (RunFor(Quoted(self.Tool("dcm_read_new.bin")) + " " + Quoted(src) +
-                 " /tifc=1 /convert=" + Quoted(tif) + " /silent",
-             tif))
+  if (tools::RunFor(Quoted(self.Tool("dcm_read_new.bin")) + " " + Quoted(src) +
+                        " /tifc=1 /convert=" + Quoted(tif) + " /silent",
+                    tif))
     status = Magick(self, tif, dest);
-  Remove(tif);
+  tools::RemovePath(tif);
   return status;
 }
 
@@ -88,12 +88,12 @@ int32_t cal2pdf(TZubDirect& self, Path src, Path dest) {
   int32_t status = Magick(self, src, tif, " -compress Group4");
   if (status == 0) {
     self.HasTool("img2pdf.bin");
-    status =
-        RunFor(Quoted(self.Tool("img2pdf.bin")) + " -o " + Quoted(dest) + " " + Quoted(tif), dest)
-            ? 0
-            : kDirectFailed;
+    status = tools::RunFor(
+                 Quoted(self.Tool("img2pdf.bin")) + " -o " + Quoted(dest) + " " + Quoted(tif), dest)
+                 ? 0
+                 : kDirectFailed;
   }
-  Remove(tif);
+  tools::RemovePath(tif);
   return status;
 }
 

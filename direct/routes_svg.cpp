@@ -83,7 +83,7 @@ bool Gunzip(Path src, Path dest) {
 }
 
 int32_t extract_from_svgz(TZubDirect&, Path src, Path dest) {
-  return Gunzip(src, dest) && TZubDirect::Produced(dest) ? 0 : kDirectFailed;
+  return Gunzip(src, dest) && tools::Produced(dest) ? 0 : kDirectFailed;
 }
 
 int32_t convert_psd2svg(TZubDirect& self, Path src, Path dest) {
@@ -91,8 +91,8 @@ int32_t convert_psd2svg(TZubDirect& self, Path src, Path dest) {
   const std::string png = self.Scratch(".png");
   self.HasTool("convert.bin");
   int32_t status = kDirectFailed;
-  if (RunFor(Quoted(self.Tool("convert.bin")) + " " + Quoted(src + "[0]") + " " + Quoted(png),
-             png)) {
+  if (tools::RunFor(
+          Quoted(self.Tool("convert.bin")) + " " + Quoted(src + "[0]") + " " + Quoted(png), png)) {
     auto bytes = ReadAll(png);
     if (bytes && bytes->size() > 24) {
       auto be32 = [&](size_t at) {
@@ -110,43 +110,43 @@ int32_t convert_psd2svg(TZubDirect& self, Path src, Path dest) {
       if (WriteAll(dest, svg.str())) status = 0;
     }
   }
-  Remove(png);
+  tools::RemovePath(png);
   return status;
 }
 
 int32_t svg2png(TZubDirect& self, Path src, Path dest) {
   self.HasTool("rsvg-convert.bin");
-  return RunFor(Quoted(self.Tool("rsvg-convert.bin")) + " -f png -o " + Quoted(dest) + " " +
-                    Quoted(src),
-                dest)
+  return tools::RunFor(Quoted(self.Tool("rsvg-convert.bin")) + " -f png -o " + Quoted(dest) + " " +
+                           Quoted(src),
+                       dest)
              ? 0
              : kDirectFailed;
 }
 
 int32_t convert_svg2pdf(TZubDirect& self, Path src, Path dest) {
   self.HasTool("rsvg-convert.bin");
-  return RunFor(Quoted(self.Tool("rsvg-convert.bin")) + " -f pdf -o " + Quoted(dest) + " " +
-                    Quoted(src),
-                dest)
+  return tools::RunFor(Quoted(self.Tool("rsvg-convert.bin")) + " -f pdf -o " + Quoted(dest) + " " +
+                           Quoted(src),
+                       dest)
              ? 0
              : kDirectFailed;
 }
 
 int32_t pdf2svg_pop(TZubDirect& self, Path src, Path dest) {
   self.HasTool("pdftocairo.bin");
-  return RunFor(Quoted(self.Tool("pdftocairo.bin")) + " -svg -f 1 -l 1 " + Quoted(src) + " " +
-                    Quoted(dest),
-                dest)
+  return tools::RunFor(Quoted(self.Tool("pdftocairo.bin")) + " -svg -f 1 -l 1 " + Quoted(src) +
+                           " " + Quoted(dest),
+                       dest)
              ? 0
              : kDirectFailed;
 }
 
 int32_t inkscape2svg(TZubDirect& self, Path src, Path dest) {
   self.HasTool("inkscape.bin");
-  return RunFor(Quoted(self.Tool("inkscape.bin")) +
-                    " --export-type=svg --export-plain-svg --export-filename=" + Quoted(dest) +
-                    " " + Quoted(src),
-                dest)
+  return tools::RunFor(Quoted(self.Tool("inkscape.bin")) +
+                           " --export-type=svg --export-plain-svg --export-filename=" +
+                           Quoted(dest) + " " + Quoted(src),
+                       dest)
              ? 0
              : kDirectFailed;
 }
@@ -159,8 +159,8 @@ int32_t vec2adobe(TZubDirect& self, Path src, Path dest, int mode) {
   std::vector<std::string> scratch;
   auto finish = [&](int32_t status) {
     if (status == 0 && target != "pdf") status = adobe(self, pdf, dest);
-    for (const auto& f : scratch) Remove(f);
-    if (pdf != dest) Remove(pdf);
+    for (const auto& f : scratch) tools::RemovePath(f);
+    if (pdf != dest) tools::RemovePath(pdf);
     return status;
   };
   if (ext == "svg") return finish(convert_svg2pdf(self, src, pdf));
@@ -182,7 +182,7 @@ int32_t vec2adobe(TZubDirect& self, Path src, Path dest, int mode) {
       self.HasTool("hp2xx.bin");
       cmd = Quoted(self.Tool("hp2xx.bin")) + " -q -m eps -f " + Quoted(eps) + " " + Quoted(src);
     }
-    if (!RunFor(cmd, eps)) return finish(kDirectFailed);
+    if (!tools::RunFor(cmd, eps)) return finish(kDirectFailed);
     return finish(adobe(self, eps, pdf));
   }
   if (ext == "pcl") return finish(convert_pcl_pdf(self, src, pdf));
@@ -191,8 +191,8 @@ int32_t vec2adobe(TZubDirect& self, Path src, Path dest, int mode) {
   if (In(kGerber, ext)) {
     self.HasTool("gerbv.bin");
     return finish(
-        RunFor(Quoted(self.Tool("gerbv.bin")) + " -x pdf -o " + Quoted(pdf) + " " + Quoted(src),
-               pdf)
+        tools::RunFor(
+            Quoted(self.Tool("gerbv.bin")) + " -x pdf -o " + Quoted(pdf) + " " + Quoted(src), pdf)
             ? 0
             : kDirectFailed);
   }
@@ -209,7 +209,7 @@ int32_t vec2vec(TZubDirect& self, Path src, Path dest) {
   const std::string pdf = self.Scratch(".pdf");
   int32_t status = vec2adobe(self, src, pdf, 1);
   if (status == 0) status = adobe2vec(self, pdf, dest);
-  Remove(pdf);
+  tools::RemovePath(pdf);
   return status;
 }
 
@@ -229,7 +229,7 @@ int32_t scConvert(TZubDirect& self, Path src, Path dest) {
   const std::string pdf = self.Scratch(".pdf");
   int32_t status = office2pdf(self, src, pdf);
   if (status == 0) status = adobe2vec(self, pdf, dest);
-  Remove(pdf);
+  tools::RemovePath(pdf);
   return status;
 }
 

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "engine/tools/route_kit.h"
+
 namespace pictavo::direct {
 
 class TZubDirect;
@@ -104,17 +106,10 @@ int32_t cal2pdf(TZubDirect& self, Path src, Path dest);
 // ---- Shared small helpers (zub_direct.cpp) ----
 // Lower-case extension without the dot ("" when none).
 std::string ExtOf(Path path);
-// Runs a command line hidden in `working_folder` (empty = current) and reports whether
-// `expected` then exists and is not empty.
-bool RunFor(Path command_line, Path expected, Path working_folder = std::string());
-// The same through the batch form (redirections).
-bool RunBatchFor(TZubDirect& self, Path command_line, Path expected);
 // Copies a file (never a link to it); false on any error.
 bool CopyFile(Path from, Path to);
 // Unpacks a gzip file (svgz, wmz, emz) into `dest`, written atomically.
 bool Gunzip(Path src, Path dest);
-// Deletes a file or folder tree when it exists.
-void Remove(Path path);
 // A routine's failure for want of a program: records the tool's missing-tool message.
 int32_t NoProgram(TZubDirect& self, const std::string& what);
 

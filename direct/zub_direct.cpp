@@ -11,9 +11,6 @@
 #include "direct/result_check.h"
 #include "direct/routines.h"
 #include "engine/tools/probes.h"
-#include "engine/tools/runner.h"
-#include "engine/tools/temp_names.h"
-#include "engine/tools/tool_manifest.h"
 #include "engine/tools/tool_paths.h"
 #include "engine/tools/trouble.h"
 #include "platform/fs.h"
@@ -33,30 +30,10 @@ std::string ExtOf(Path path) {
   return platform::AsciiLower(ext);
 }
 
-bool TZubDirect::Produced(const std::string& path) {
-  std::error_code ec;
-  return !path.empty() && fs::is_regular_file(path, ec) && fs::file_size(path, ec) > 0 && !ec;
-}
-
-bool RunFor(Path command_line, Path expected, Path working_folder) {
-  tools::RunAndWaitTimeout(command_line, tools::kHidden, working_folder, 0);
-  return TZubDirect::Produced(expected);
-}
-
-bool RunBatchFor(TZubDirect& self, Path command_line, Path expected) {
-  tools::RunBatch(command_line, self.temp_folder);
-  return TZubDirect::Produced(expected);
-}
-
 bool CopyFile(Path from, Path to) {
   std::error_code ec;
   fs::copy_file(from, to, fs::copy_options::overwrite_existing, ec);
   return !ec;
-}
-
-void Remove(Path path) {
-  std::error_code ec;
-  if (!path.empty()) fs::remove_all(path, ec);
 }
 
 int32_t NoProgram(TZubDirect& self, const std::string& what) {
@@ -65,23 +42,19 @@ int32_t NoProgram(TZubDirect& self, const std::string& what) {
 }
 
 std::string TZubDirect::ToolFolder() const {
-  return platform::IncludeTrailingDelim(exe_folder) + "utl" + platform::kPathDelim;
+  return tools::ToolFolderIn(exe_folder);
 }
 
 std::string TZubDirect::Tool(std::string_view name) const {
-  std::string path = ToolFolder();
-  for (char c : name) path += (c == '\\' || c == '/') ? platform::kPathDelim : c;
-  return path;
+  return tools::ToolIn(exe_folder, name);
 }
 
 bool TZubDirect::HasTool(std::string_view name) {
-  if (tools::ToolPresent(Tool(name), name)) return true;
-  if (error_text.empty()) error_text = tools::MissingToolMessage(name);
-  return false;
+  return tools::ToolAvailable(exe_folder, name, &error_text);
 }
 
 std::string TZubDirect::Scratch(const std::string& ext) {
-  std::string base = tools::NewTempName(temp_folder);
+  std::string base = tools::ScratchName(temp_folder, "");
   scratch_names_.push_back(base);
   return base + ext;
 }
@@ -128,6 +101,70 @@ void TZubDirect::CleanScratch() {
 
 // ---- Preparation ------------------------------------------------------------------------------
 
+namespace {
+
+// A GIS or DGN source copied under a scratch name with its sidecar files; false when the
+// copy failed.
+bool CopyWithSidecars(TZubDirect& self) {
+  const std::string base = self.Scratch("");
+  const std::string tmp = base + "." + self.src_ext;
+  if (CopyFile(self.src_file, tmp)) {
+    fs::path s(self.src_file);
+    const std::string src_base = (s.parent_path() / s.stem()).string();
+    std::vector<const char*> sidecars;
+    if (self.src_tag == ";shp;") sidecars = {".cpg", ".dbf", ".prj", ".shx"};
+    // A MapInfo table is unreadable without its data and map files.
+    if (self.src_tag == ";tab;") sidecars = {".dat", ".id", ".map", ".ind"};
+    for (const char* ext : sidecars) {
+      for (const std::string& e : {std::string(ext), platform::AsciiUpper(ext)}) {
+        if (platform::FileExists(src_base + e)) {
+          CopyFile(src_base + e, base + ext);
+          break;
+        }
+      }
+    }
+    self.src_file = tmp;
+    return true;
+  }
+  return false;
+}
+
+// A compressed metafile (.wmz, .emz) unpacked into a scratch folder; false when nothing came
+// out (the folder is removed then).
+bool UnpackMetafile(TZubDirect& self) {
+  const std::string folder = self.Scratch("");
+  std::error_code ec;
+  fs::create_directories(folder, ec);
+  const std::string cmd =
+      Quoted(self.Tool("7za.bin")) + " x -y " + Quoted(self.src_file) + " -o" + Quoted(folder);
+  tools::RunTool(cmd);
+  const std::string expected = (fs::path(folder) / fs::path(self.src_file).stem()).string() +
+                               (self.src_tag == ";wmz;" ? ".wmf" : ".emf");
+  if (!tools::Produced(expected)) {
+    std::vector<fs::path> files;
+    for (auto it = fs::directory_iterator(folder, ec); !ec && it != fs::directory_iterator();
+         it.increment(ec))
+      if (it->is_regular_file()) files.push_back(it->path());
+    // 7-Zip names a gzip member after its stored name, which compressed metafiles often
+    // lack; the expected file is then taken from what it left, or unpacked here.
+    if (files.size() == 1)
+      fs::rename(files[0], expected, ec);
+    else
+      Gunzip(self.src_file, expected);
+  }
+  const bool unpacked = tools::Produced(expected);
+  if (unpacked)
+    self.src_file = expected;
+  else
+    tools::RemovePath(folder);
+  // The switch to ";wmf;" / ";emf;" compares with ".wmz" / ".emz" and so never happens.
+  if (self.src_tag == ".wmz") self.src_tag = ";wmf;";
+  if (self.src_tag == ".emz") self.src_tag = ";emf;";
+  return unpacked;
+}
+
+}  // namespace
+
 void TZubDirect::Prepare() {
   bool prepared = false;
   const std::string given = src_file;
@@ -137,7 +174,7 @@ void TZubDirect::Prepare() {
     const std::string tmp = Scratch(".cgm");
     const std::string cmd =
         Quoted(Tool("vec2vec_direct.bin")) + " " + Quoted(src_file) + " " + Quoted(tmp);
-    if (RunFor(cmd, tmp, ToolFolder())) {
+    if (tools::RunFor(cmd, tmp, ToolFolder())) {
       src_file = tmp;
       prepared = true;
     }
@@ -148,14 +185,14 @@ void TZubDirect::Prepare() {
     const std::string fonts = Scratch(".svg");
     fonts_replaced = svg_replace_fonts(*this, src_file, fonts) != -1;
     const std::string fixed = Scratch(".svg");
-    if (Produced(fonts)) {
+    if (tools::Produced(fonts)) {
       src_file = fonts;
       prepared = true;
-      if (fix_svg(*this, fonts, fixed) == 0 && Produced(fixed)) {
+      if (fix_svg(*this, fonts, fixed) == 0 && tools::Produced(fixed)) {
         src_file = fixed;
-        Remove(fonts);
+        tools::RemovePath(fonts);
       }
-    } else if (fix_svg(*this, src_file, fixed) == 0 && Produced(fixed)) {
+    } else if (fix_svg(*this, src_file, fixed) == 0 && tools::Produced(fixed)) {
       src_file = fixed;
       prepared = true;
     }
@@ -178,7 +215,7 @@ void TZubDirect::Prepare() {
     const std::string cmd = Quoted(Tool("pdfpsai.bin")) +
                             " -dBATCH -dNOPAUSE -sDEVICE=pdfwrite -dCompatibilityLevel=1.4 -o " +
                             Quoted(tmp) + " " + Quoted(src_file);
-    if (RunFor(cmd, tmp)) {
+    if (tools::RunFor(cmd, tmp)) {
       src_file = tmp;
       prepared = true;
     }
@@ -186,71 +223,21 @@ void TZubDirect::Prepare() {
 
   // GIS and DGN sources are worked on as copies (with their sidecar files).
   if (src_tag != ";vsi;" && !prepared &&
-      (src_tag == ";dgn;" || kGisList.find(src_tag) != std::string_view::npos)) {
-    const std::string base = Scratch("");
-    const std::string tmp = base + "." + src_ext;
-    if (CopyFile(src_file, tmp)) {
-      fs::path s(src_file);
-      const std::string src_base = (s.parent_path() / s.stem()).string();
-      std::vector<const char*> sidecars;
-      if (src_tag == ";shp;") sidecars = {".cpg", ".dbf", ".prj", ".shx"};
-      // A MapInfo table is unreadable without its data and map files.
-      if (src_tag == ";tab;") sidecars = {".dat", ".id", ".map", ".ind"};
-      for (const char* ext : sidecars) {
-        for (const std::string& e : {std::string(ext), platform::AsciiUpper(ext)}) {
-          if (platform::FileExists(src_base + e)) {
-            CopyFile(src_base + e, base + ext);
-            break;
-          }
-        }
-      }
-      src_file = tmp;
-      prepared = true;
-    }
-  }
+      (src_tag == ";dgn;" || kGisList.find(src_tag) != std::string_view::npos))
+    prepared = CopyWithSidecars(*this);
 
   // Compressed metafiles are unpacked; the tag deliberately stays ";wmz;" / ";emz;", and the
   // rows choose by it.
-  if (src_tag == ";wmz;" || src_tag == ";emz;") {
-    const std::string folder = Scratch("");
-    std::error_code ec;
-    fs::create_directories(folder, ec);
-    const std::string cmd =
-        Quoted(Tool("7za.bin")) + " x -y " + Quoted(src_file) + " -o" + Quoted(folder);
-    tools::RunAndWaitTimeout(cmd, tools::kHidden, std::string(), 0);
-    const std::string expected = (fs::path(folder) / fs::path(src_file).stem()).string() +
-                                 (src_tag == ";wmz;" ? ".wmf" : ".emf");
-    if (!Produced(expected)) {
-      std::vector<fs::path> files;
-      for (auto it = fs::directory_iterator(folder, ec); !ec && it != fs::directory_iterator();
-           it.increment(ec))
-        if (it->is_regular_file()) files.push_back(it->path());
-      // 7-Zip names a gzip member after its stored name, which compressed metafiles often
-      // lack; the expected file is then taken from what it left, or unpacked here.
-      if (files.size() == 1)
-        fs::rename(files[0], expected, ec);
-      else
-        Gunzip(src_file, expected);
-    }
-    if (Produced(expected)) {
-      src_file = expected;
-      prepared = true;
-    } else {
-      Remove(folder);
-    }
-    // The switch to ";wmf;" / ";emf;" compares with ".wmz" / ".emz" and so never happens.
-    if (src_tag == ".wmz") src_tag = ";wmf;";
-    if (src_tag == ".emz") src_tag = ";emf;";
-  }
+  if ((src_tag == ";wmz;" || src_tag == ";emz;") && UnpackMetafile(*this)) prepared = true;
 
   // HPGL: header fix, then the rewrite; the result counts only when the header fix wrote.
   if (src_tag == ";plt;") {
     const std::string fixed = Scratch(".plt");
     plt_fix_header(*this, src_file, fixed);
     const std::string rewritten = Scratch(".plt");
-    plt_rewrite(*this, Produced(fixed) ? fixed : src_file, rewritten);
-    if (Produced(fixed)) {
-      src_file = Produced(rewritten) ? rewritten : fixed;
+    plt_rewrite(*this, tools::Produced(fixed) ? fixed : src_file, rewritten);
+    if (tools::Produced(fixed)) {
+      src_file = tools::Produced(rewritten) ? rewritten : fixed;
       prepared = true;
     }
   }
@@ -258,7 +245,7 @@ void TZubDirect::Prepare() {
   // A .dat that holds PostScript.
   if (src_tag == ";dat;" && tools::IsPostScript(src_file)) {
     const std::string tmp = Scratch(".ps");
-    if (CopyFile(src_file, tmp) && Produced(tmp)) {
+    if (CopyFile(src_file, tmp) && tools::Produced(tmp)) {
       src_file = tmp;
       src_tag = ";ps;";
       prepared = true;
@@ -280,7 +267,7 @@ int32_t RunRow(TZubDirect& self, const DirectRow& row) {
       return row.routine(self, src, dest);
     case RowKind::kCopySvg:
       CopyFile(src, dest);
-      return TZubDirect::Produced(dest) ? 0 : kDirectNoRoute;
+      return tools::Produced(dest) ? 0 : kDirectNoRoute;
     case RowKind::kDwgDxf: {
       const int version =
           row.number == 7 ? self.settings->dwg_write.version : self.settings->dxf_write.version;
@@ -292,7 +279,7 @@ int32_t RunRow(TZubDirect& self, const DirectRow& row) {
       const std::string pdf = self.Scratch(".pdf");
       int32_t status = vec2adobe(self, src, pdf, 1);
       if (status == 0) status = adobe2vec(self, pdf, dest);
-      Remove(pdf);
+      tools::RemovePath(pdf);
       if (status != 0) status = inkscape2svg(self, src, dest);
       return status;
     }
@@ -303,7 +290,7 @@ int32_t RunRow(TZubDirect& self, const DirectRow& row) {
         const std::string pdf = self.Scratch(".pdf");
         int32_t status = adobe(self, src, pdf);
         if (status == 0) status = adobe(self, pdf, dest);
-        Remove(pdf);
+        tools::RemovePath(pdf);
         return status;
       }
       return row.routine(self, src, dest);
@@ -359,7 +346,7 @@ int32_t TZubDirect::Direct() {
   if (!work_dest.empty()) {
     wpdf(*this, work_dest);
     // The result counts only when it holds what the source holds; otherwise it is no result.
-    if (status == 0 && verify_results && !row_runner && Produced(work_dest)) {
+    if (status == 0 && verify_results && !row_runner && tools::Produced(work_dest)) {
       std::vector<std::string> outputs{work_dest};
       for (const auto& f : more_files)
         if (std::find(outputs.begin(), outputs.end(), f.file_name) == outputs.end())
@@ -368,7 +355,7 @@ int32_t TZubDirect::Direct() {
           CheckDirectResult(*this, given_src, work_dest, static_cast<int>(outputs.size()));
       if (!checked.ok()) {
         tools::NoteTrouble(tools::Trouble::kResultRejected, checked.message());
-        for (const std::string& f : outputs) Remove(f);
+        for (const std::string& f : outputs) tools::RemovePath(f);
         more_files.clear();
         status = kDirectFailed;
       }
@@ -377,7 +364,7 @@ int32_t TZubDirect::Direct() {
     // Outputs of the first layer or page may have been handed on under the scratch name.
     for (auto& f : more_files)
       if (f.file_name == work_dest) f.file_name = final_dest;
-    if (Produced(work_dest)) {
+    if (tools::Produced(work_dest)) {
       std::error_code ec;
       fs::rename(work_dest, final_dest, ec);
       if (ec && status == 0) status = kDirectFailed;
@@ -393,7 +380,7 @@ int32_t TZubDirect::Direct() {
                    f.parent_path() / (f.stem().string() + it->path().extension().string()), rn);
       }
     }
-    Remove(work_dest);
+    tools::RemovePath(work_dest);
   }
   dest_file = final_dest;
   src_file = given_src;

@@ -79,8 +79,6 @@ class TZubDirect {
   // A fresh scratch name in the temporary folder with `ext` (".pdf"; may be empty). Every name
   // made here is forgotten (file, folder and reservation marker) when Direct() ends.
   std::string Scratch(const std::string& ext);
-  // Whether a row routine's output exists and is not empty.
-  static bool Produced(const std::string& path);
 
  private:
   std::vector<std::string> scratch_names_;

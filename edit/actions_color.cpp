@@ -4,6 +4,7 @@
 #include "edit/declare_edit.h"
 #include "edit/pixel_util.h"
 #include "imaging/ie_proc.h"
+#include "imaging/luma.h"
 
 namespace pictavo::editing {
 
@@ -194,8 +195,8 @@ int action_photo_filter(TIEBitmap& bmp, int r, int g, int b, int density, bool k
       double out[3];
       for (int c = 0; c < 3; ++c) out[c] = p[c] * (1 - d) + p[c] * f[c] * d;
       if (keep_luminosity) {
-        const double before = Luma(p[0], p[1], p[2]);
-        const double after = Luma(out[0], out[1], out[2]);
+        const double before = imaging::Luma601(p[0], p[1], p[2]);
+        const double after = imaging::Luma601(out[0], out[1], out[2]);
         if (after > 0)
           for (double& v : out) v *= before / after;
       }

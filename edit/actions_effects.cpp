@@ -6,6 +6,7 @@
 #include "edit/declare_edit.h"
 #include "edit/pixel_util.h"
 #include "imaging/ie_proc.h"
+#include "imaging/luma.h"
 
 namespace pictavo::editing {
 
@@ -199,7 +200,7 @@ int action_trace(TIEBitmap& bmp, int threshold) {
   const int w = bmp.Width(), h = bmp.Height();
   const auto luma = [&](int x, int y) {
     const uint8_t* p = src.Scanline(std::clamp(y, 0, h - 1)) + std::clamp(x, 0, w - 1) * 3;
-    return Luma(p[0], p[1], p[2]);
+    return imaging::Luma601(p[0], p[1], p[2]);
   };
   for (int y = 0; y < h; ++y)
     for (int x = 0; x < w; ++x) {

@@ -5,6 +5,7 @@
 #include "edit/declare_edit.h"
 #include "edit/pixel_util.h"
 #include "imaging/ie_proc.h"
+#include "imaging/luma.h"
 #include "platform/text_encoding.h"
 
 namespace pictavo::editing {
@@ -105,7 +106,7 @@ bool LooksTurned(const TIEBitmap& bmp) {
   for (int y = 0; y < h; ++y)
     for (int x = 0; x < w; ++x) {
       const imaging::TRGB c = bmp.GetPixels(x, y);
-      if (Luma(c.r, c.g, c.b) < 128) {
+      if (imaging::Luma601(c.r, c.g, c.b) < 128) {
         rows[y] += 1;
         cols[x] += 1;
       }

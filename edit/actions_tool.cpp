@@ -3,6 +3,7 @@
 
 #include "edit/declare_edit.h"
 #include "edit/pixel_util.h"
+#include "engine/tools/route_kit.h"
 #include "engine/tools/runner.h"
 #include "engine/tools/temp_names.h"
 #include "engine/tools/tool_paths.h"
@@ -12,11 +13,6 @@
 
 namespace pictavo::editing {
 namespace {
-
-void Remove(const std::string& path) {
-  std::error_code ec;
-  std::filesystem::remove(path, ec);
-}
 
 // The engine's own automatic contrast: one levels stretch for all channels (so colours keep
 // their balance) from the 0.5% darkest to the 0.5% brightest luma, then a gentle Contrast.
@@ -70,8 +66,8 @@ int action_auto_contrast(ActionContext& ctx) {
       }
     }
   }
-  Remove(in);
-  Remove(out);
+  tools::RemovePath(in);
+  tools::RemovePath(out);
   // The tool did not deliver: the engine's contrast stretch does the job instead.
   return result == 0 ? 0 : EngineAutoContrast(bmp);
 }
@@ -102,8 +98,8 @@ int action_upscale(ActionContext& ctx, int scale, int model) {
         done = true;
       }
     }
-    Remove(in);
-    Remove(out);
+    tools::RemovePath(in);
+    tools::RemovePath(out);
     if (done) return 0;
   }
   imaging::TImageEnProc proc(&bmp);

@@ -35,11 +35,6 @@ inline int ApplyLut(imaging::TIEBitmap& bmp, const std::array<uint8_t, 256>& lut
   return proc.ApplyLUT(lut, lut, lut).ok() ? 0 : 1;
 }
 
-// Rec. 601 luma of 8-bit RGB.
-inline double Luma(double r, double g, double b) {
-  return 0.299 * r + 0.587 * g + 0.114 * b;
-}
-
 // Bilinear sample of a 24-bit bitmap at (x, y), clamped to the edges.
 inline imaging::TRGB SampleBilinear(const imaging::TIEBitmap& src, double x, double y) {
   const int w = src.Width(), h = src.Height();

@@ -5,17 +5,12 @@
 #include <climits>
 #include <cstdlib>
 
+#include "platform/bytes.h"
+
 namespace pictavo::editing {
 namespace {
 
 constexpr std::string_view kBlanks = " \t\r\n\f\v";
-
-std::string_view Trim(std::string_view s) {
-  const size_t first = s.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return {};
-  const size_t last = s.find_last_not_of(kBlanks);
-  return s.substr(first, last - first + 1);
-}
 
 // Whether the parentheses of a trimmed line that holds at least one of them are well formed:
 // "(" not first, the last ")" last, "(" before it, something between them.
@@ -42,7 +37,7 @@ bool IsCommentLine(std::string_view trimmed) {
 
 Script_com ParseScriptLine(std::string_view line) {
   Script_com com;
-  const std::string_view t = Trim(line);
+  const std::string_view t = platform::Trim(line, kBlanks);
   if (IsCommentLine(t)) {
     com.name = "null";
     return com;
@@ -71,7 +66,7 @@ Script_com ParseScriptLine(std::string_view line) {
 }
 
 std::string ScriptKey(std::string_view line) {
-  const std::string_view t = Trim(line);
+  const std::string_view t = platform::Trim(line, kBlanks);
   if (IsCommentLine(t)) return "null";
   if (!HasParen(t)) return std::string(t);
   if (!WellFormed(t)) return "null";

@@ -7,6 +7,7 @@
 #include <mutex>
 
 #include "pipeline/routing.h"
+#include "platform/bytes.h"
 #include "platform/fs.h"
 #include "platform/text_encoding.h"
 
@@ -18,10 +19,6 @@ using platform::AsciiLower;
 using settings::Msg;
 
 constexpr char kVersionLine[] = "\r\nver. 7.702";
-
-std::string LowerExt(const std::string& path) {
-  return AsciiLower(fs::path(path).extension().string());
-}
 
 std::string OneDecimal(double v) {
   char buf[32];
@@ -151,7 +148,7 @@ void Dir_files(const std::string& folder, const std::string& mask_list, bool sub
   std::sort(own.begin(), own.end());
   std::sort(subs.begin(), subs.end());
   for (const fs::path& p : own) {
-    std::string ext = LowerExt(p.string());
+    std::string ext = platform::LowerExtension(p.string());
     if (!ext.empty()) ext.erase(0, 1);
     if (all || mask.find("," + ext + ",") != std::string::npos)
       files.push_back(p.string());

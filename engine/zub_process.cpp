@@ -17,6 +17,7 @@
 #include "pipeline/job_plan.h"
 #include "pipeline/p_thread.h"
 #include "pipeline/routing.h"
+#include "platform/bytes.h"
 #include "platform/console.h"
 #include "platform/fs.h"
 #include "platform/text_encoding.h"
@@ -33,10 +34,6 @@ constexpr char kNoTempFolder[] = "Error! Unable to create the temp folder: ";
 constexpr char kWarning[] = "Warning: ";
 constexpr char kIccName[] = "AdobeRGB1998.icc";
 constexpr std::string_view kArchiveList = ";zip;7z;gz;arj;rar;tar;";
-
-std::string LowerExt(const std::string& path) {
-  return AsciiLower(fs::path(path).extension().string());
-}
 
 // The list file: one entry per line, any of the engine's text encodings. `why`: the reason
 // when it cannot be read or is refused (a folder, a FIFO, over platform::kMaxListFileBytes).
@@ -95,7 +92,7 @@ void TZubProcess::Pump() {
 
 std::string TZubProcess::ExpandContainer(const std::string& file) {
   const std::string name = AsciiLower(fs::path(file).filename().string());
-  std::string ext = LowerExt(file);
+  std::string ext = platform::LowerExtension(file);
   const std::string tag = ";" + (ext.empty() ? std::string() : ext.substr(1)) + ";";
   const bool winmail = name == "winmail.dat";
   if (!winmail && !pipeline::InList(tag, kArchiveList)) return {};
@@ -172,7 +169,7 @@ bool TZubProcess::ReadJobSettings(settings::TMainSettings& s, JobCode& code) {
   }
 
   // The settings come first, because the temporary folder is one of them.
-  const bool cfg_ok = LowerExt(cfg_file) == ".cfg";
+  const bool cfg_ok = platform::LowerExtension(cfg_file) == ".cfg";
   s.SetDefault();
   std::error_code ec;
   if (cfg_ok) {
@@ -195,7 +192,7 @@ bool TZubProcess::ReadJobSettings(settings::TMainSettings& s, JobCode& code) {
   // The limits hold before the first tool runs (the archive expansion of the input list is one).
   job_.limits = tools::LimitsFromSettings(s.limits);
   tools::SetJobLimits(job_.limits);
-  if (LowerExt(act_file) != ".act" || !fs::exists(act_file, ec)) act_file.clear();
+  if (platform::LowerExtension(act_file) != ".act" || !fs::exists(act_file, ec)) act_file.clear();
   if (std::string why; !act_file.empty() && !platform::ReadTextFile(act_file, &why)) {
     Log(std::string(kWarning) + "cannot read " + act_file + ": " + why +
         "; no editing actions are applied");

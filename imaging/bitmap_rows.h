@@ -7,15 +7,16 @@
 #include <vector>
 
 #include "imaging/ie_bitmap.h"
+#include "imaging/luma.h"
 
 namespace pictavo::imaging::rows {
 
-// Rec. 601 luma in integer arithmetic; the weights sum to 256 so white stays 255.
+// Rec. 601 luma in 8.8 fixed point (imaging/luma.h).
 inline uint8_t Luma8(int r, int g, int b) {
-  return static_cast<uint8_t>((r * 77 + g * 150 + b * 29 + 128) >> 8);
+  return Luma601Fixed8(r, g, b);
 }
 inline uint16_t Luma16(uint32_t r, uint32_t g, uint32_t b) {
-  return static_cast<uint16_t>((r * 77 + g * 150 + b * 29 + 128) >> 8);
+  return Luma601Fixed16(r, g, b);
 }
 
 // A 16-bit sample at 8 bits, rounded: (v + 128) / 257, so that 8 -> 16 -> 8 bits is lossless.

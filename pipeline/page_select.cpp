@@ -7,9 +7,10 @@
 #include <optional>
 #include <vector>
 
-#include "engine/tools/temp_names.h"
+#include "engine/tools/route_kit.h"
 #include "imaging/format_sniff.h"
 #include "imaging/ie_io.h"
+#include "imaging/luma.h"
 #include "platform/fs.h"
 #include "platform/text_encoding.h"
 
@@ -124,7 +125,7 @@ bool IsBlankPage(const imaging::TIEBitmap& page, int accuracy) {
   for (int y = 0; y < page.Height(); ++y) {
     for (int x = 0; x < page.Width(); ++x) {
       imaging::TRGB c = page.GetPixels(x, y);
-      if (c.r * 299 + c.g * 587 + c.b * 114 < 240 * 1000) ++ink;
+      if (imaging::Luma601Thousandths(c.r, c.g, c.b) < 240 * 1000) ++ink;
     }
   }
   const double share = double(ink) / (double(page.Width()) * page.Height());
@@ -157,7 +158,7 @@ PageSelection SelectPages(const std::string& picture, const settings::TMainSetti
   if (!by_list && !skip_blank) return sel;
   if (sel.pages <= 1 && !skip_blank) return sel;
 
-  const std::string out = tools::NewTempName(temp_folder) + ".tif";
+  const std::string out = tools::ScratchName(temp_folder, ".tif");
   int kept = 0;
   for (int i = 0; i < sel.pages; ++i) {
     if (by_list && !settings::TMainSettings::in_list(i + 1, s.multipage_settings.loading_pages))

@@ -8,8 +8,8 @@
 #include <system_error>
 
 #include "engine/tools/probes.h"
+#include "engine/tools/route_kit.h"
 #include "engine/tools/runner.h"
-#include "engine/tools/temp_names.h"
 #include "engine/tools/tool_paths.h"
 #include "imaging/ie_bitmap.h"
 #include "imaging/ie_io.h"
@@ -296,7 +296,7 @@ bool FinishPdf(const std::string& pdf, const settings::TMainSettings& s,
   }
   if (switches.empty()) return true;
 
-  const std::string out = tools::NewTempName(temp_folder) + ".pdf";
+  const std::string out = tools::ScratchName(temp_folder, ".pdf");
   std::string cmd = tools::Quoted(tools::ToolPath("pdfpsai.bin")) +
                     " -dNOSAFER -dBATCH -dNOPAUSE -sDEVICE=pdfwrite" + switches +
                     " -sOutputFile=" + tools::Quoted(out);

@@ -6,18 +6,13 @@
 #include <limits>
 #include <vector>
 
+#include "platform/bytes.h"
+
 namespace pictavo::reader::parsed {
 namespace {
 
 using imaging::TIEBitmap;
 using imaging::TIEPixelFormat;
-
-uint32_t Be32(std::string_view b, size_t at) {
-  return static_cast<uint32_t>(static_cast<uint8_t>(b[at])) << 24 |
-         static_cast<uint32_t>(static_cast<uint8_t>(b[at + 1])) << 16 |
-         static_cast<uint32_t>(static_cast<uint8_t>(b[at + 2])) << 8 |
-         static_cast<uint32_t>(static_cast<uint8_t>(b[at + 3]));
-}
 
 // ---- Tajima DST ----
 
@@ -121,9 +116,10 @@ bool DecodeGimpPattern(std::string_view b, TIEBitmap& out) {
   // alpha, 3 RGB, 4 RGBA), "GPAT", a name filling the rest of the header, then the pixels row
   // by row.
   if (b.size() < 24 || b.substr(20, 4) != "GPAT") return false;
-  const uint32_t header = Be32(b, 0), width = Be32(b, 8), height = Be32(b, 12), depth = Be32(b, 16);
-  if (Be32(b, 4) != 1 || header < 24 || depth < 1 || depth > 4 || width == 0 || height == 0 ||
-      width > 65535 || height > 65535)
+  const uint32_t header = platform::LoadBe32(b, 0), width = platform::LoadBe32(b, 8),
+                 height = platform::LoadBe32(b, 12), depth = platform::LoadBe32(b, 16);
+  if (platform::LoadBe32(b, 4) != 1 || header < 24 || depth < 1 || depth > 4 || width == 0 ||
+      height == 0 || width > 65535 || height > 65535)
     return false;
   if (header + static_cast<uint64_t>(width) * height * depth > b.size()) return false;
   if (!out.Allocate(static_cast<int>(width), static_cast<int>(height), TIEPixelFormat::ie24RGB)

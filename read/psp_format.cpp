@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/bytes.h"
+
 namespace pictavo::reader::psp {
 namespace {
 
@@ -60,9 +62,9 @@ class Cursor {
   bool ok_ = true;
 };
 
+// A short area reads as 0, as a Cursor would read it.
 uint32_t Le32(std::string_view b) {
-  Cursor c(b);
-  return c.U32();
+  return b.size() < 4 ? 0 : platform::LoadLe32(b);
 }
 
 // Walks the blocks laid end to end in an area. A header whose lengths run past the area makes

@@ -5,10 +5,6 @@
 #include <fstream>
 #include <system_error>
 
-#include "engine/tools/runner.h"
-#include "engine/tools/temp_names.h"
-#include "engine/tools/tool_manifest.h"
-#include "engine/tools/tool_paths.h"
 #include "imaging/ie_bitmap.h"
 #include "imaging/ie_io.h"
 #include "imaging/tiff_join.h"
@@ -17,42 +13,6 @@
 
 namespace pictavo::reader {
 namespace fs = std::filesystem;
-
-std::string Tool(const TZubRead& r, std::string_view name) {
-  std::string path = r.exe_folder + "utl" + platform::kPathDelim;
-  for (char c : name) path += (c == '\\' || c == '/') ? platform::kPathDelim : c;
-  return path;
-}
-
-bool HasTool(const TZubRead& r, std::string_view name) {
-  return tools::ToolPresent(Tool(r, name), name);
-}
-
-std::string ToolArg(const TZubRead& r, std::string_view name) {
-  return tools::Quoted(Tool(r, name));
-}
-
-int RunTool(const std::string& command_line) {
-  return tools::RunAndWait(command_line, tools::kHidden);
-}
-
-bool FileOk(const std::string& path) {
-  std::error_code ec;
-  return !path.empty() && fs::is_regular_file(path, ec) && fs::file_size(path, ec) > 0 && !ec;
-}
-
-std::string LowerExt(const std::string& path) {
-  return platform::AsciiLower(fs::path(path).extension().string());
-}
-
-Scratch::Scratch(const TZubRead& r, std::string_view ext)
-    : base_(tools::NewTempName(r.TempFolder())), path_(base_ + std::string(ext)) {}
-
-Scratch::~Scratch() {
-  std::error_code ec;
-  fs::remove_all(path_, ec);
-  fs::remove(base_ + "~", ec);  // the name's reservation marker
-}
 
 namespace {
 
@@ -72,7 +32,7 @@ bool AppendPages(const std::string& picture, const std::string& tiff, bool all_f
 }
 
 bool IsTiffName(const std::string& path) {
-  const std::string ext = LowerExt(path);
+  const std::string ext = platform::LowerExtension(path);
   return ext == ".tif" || ext == ".tiff";
 }
 
@@ -89,7 +49,7 @@ int SavePictures(TZubRead& r, const std::vector<std::string>& pictures) {
     for (const std::string& picture : pictures) any |= AppendPages(picture, partial, true);
     if (any) fs::rename(partial, r.out_file, ec);
     fs::remove(partial, ec);
-    return FileOk(r.out_file) ? 0 : 1;
+    return tools::Produced(r.out_file) ? 0 : 1;
   }
   for (const std::string& picture : pictures) {
     imaging::TIEBitmap bitmap;
@@ -98,25 +58,26 @@ int SavePictures(TZubRead& r, const std::vector<std::string>& pictures) {
     if (!io.LoadFromFile(picture).ok() || bitmap.IsEmpty()) continue;
     if (io.SaveToFile(r.out_file).ok()) break;
   }
-  return FileOk(r.out_file) ? 0 : 1;
+  return tools::Produced(r.out_file) ? 0 : 1;
 }
 
 int SaveLoaded(TZubRead& r, imaging::TImageEnIO& io) {
   // SaveToFile writes under a scratch name itself; a TIFF page is appended to a file of its own
   // first, as SavePictures does, so that no half file stands under out_file.
-  if (!IsTiffName(r.out_file)) return io.SaveToFile(r.out_file).ok() && FileOk(r.out_file) ? 0 : 1;
+  if (!IsTiffName(r.out_file))
+    return io.SaveToFile(r.out_file).ok() && tools::Produced(r.out_file) ? 0 : 1;
   std::error_code ec;
   const std::string partial = r.out_file + ".part.tif";
   fs::remove(partial, ec);
   if (io.InsertToFileTIFF(partial).ok()) fs::rename(partial, r.out_file, ec);
   fs::remove(partial, ec);
-  return FileOk(r.out_file) ? 0 : 1;
+  return tools::Produced(r.out_file) ? 0 : 1;
 }
 
 int HandOnTiffs(TZubRead& r, const std::vector<std::string>& tiffs) {
   std::vector<std::string> made;
   for (const std::string& tiff : tiffs)
-    if (FileOk(tiff)) made.push_back(tiff);
+    if (tools::Produced(tiff)) made.push_back(tiff);
   if (made.empty()) return 1;
   if (IsTiffName(r.out_file)) {
     if (made.size() > 1) {
@@ -136,14 +97,14 @@ int HandOnTiffs(TZubRead& r, const std::vector<std::string>& tiffs) {
 }
 
 int SavePicture(TZubRead& r, const std::string& picture) {
-  if (!FileOk(picture)) return 1;
+  if (!tools::Produced(picture)) return 1;
   return SavePictures(r, {picture});
 }
 
 int RunThenSave(TZubRead& r, std::string_view tool, const std::string& command_line,
                 const std::string& result) {
   if (!HasTool(r, tool)) return 1;
-  RunTool(command_line);
+  tools::RunTool(command_line);
   return SavePicture(r, result);
 }
 

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "engine/tools/route_kit.h"
+#include "platform/bytes.h"
 #include "read/zub_read.h"
 
 namespace pictavo::imaging {
@@ -15,36 +17,22 @@ class TImageEnIO;
 
 namespace pictavo::reader {
 
-// The full path of a tool of the reader's tool folder ("djvu_read.bin", "vips\vips.exe").
-std::string Tool(const TZubRead& r, std::string_view name);
-// The tool folder holds the tool (a link that leads nowhere counts as absent).
-bool HasTool(const TZubRead& r, std::string_view name);
+// The reader's tool folder and scratch names, bound to its engine and temporary folders (see
+// engine/tools/route_kit.h for what each does).
+inline std::string Tool(const TZubRead& r, std::string_view name) {
+  return tools::ToolIn(r.exe_folder, name);
+}
+inline bool HasTool(const TZubRead& r, std::string_view name) {
+  return tools::ToolAvailable(r.exe_folder, name);
+}
 // Quoted tool path: the way every command line starts.
-std::string ToolArg(const TZubRead& r, std::string_view name);
-
-// Runs a complete command line, hidden, and waits. Success is judged by the caller's files.
-int RunTool(const std::string& command_line);
-
-// A file that exists and is not empty (tools that refuse may leave an empty one).
-bool FileOk(const std::string& path);
-// Lower-cased extension of `path` with its dot ("" when none).
-std::string LowerExt(const std::string& path);
-
-// A scratch path in the reader's temporary folder: a fresh name with `ext` appended. The file
-// (or folder) and the name's reservation marker are removed when the object goes.
-class Scratch {
+inline std::string ToolArg(const TZubRead& r, std::string_view name) {
+  return platform::Quoted(Tool(r, name));
+}
+// A scratch path in the reader's temporary folder that removes itself.
+class Scratch : public tools::ScratchFile {
  public:
-  Scratch(const TZubRead& r, std::string_view ext);
-  ~Scratch();
-  Scratch(const Scratch&) = delete;
-  Scratch& operator=(const Scratch&) = delete;
-  const std::string& path() const { return path_; }
-  // The name without the extension (tools that append their own).
-  const std::string& base() const { return base_; }
-
- private:
-  std::string base_;
-  std::string path_;
+  Scratch(const TZubRead& r, std::string_view ext) : tools::ScratchFile(r.TempFolder(), ext) {}
 };
 
 // Loads `picture` with the engine and saves it to r.out_file: every frame, as pages of a TIFF,

@@ -15,6 +15,7 @@
 #include "engine/tools/probes.h"
 #include "imaging/ie_bitmap.h"
 #include "imaging/ie_io.h"
+#include "platform/bytes.h"
 #include "platform/fs.h"
 #include "read/read_routes.h"
 #include "read/route_support.h"
@@ -28,9 +29,6 @@ using imaging::TIEBitmap;
 using imaging::TIEPixelFormat;
 using imaging::TImageEnIO;
 
-uint32_t Be32(const uint8_t* p) {
-  return (uint32_t{p[0]} << 24) | (uint32_t{p[1]} << 16) | (uint32_t{p[2]} << 8) | p[3];
-}
 void PutBe32(std::vector<uint8_t>& out, uint32_t v) {
   for (int s = 24; s >= 0; s -= 8) out.push_back(static_cast<uint8_t>(v >> s));
 }
@@ -62,21 +60,21 @@ bool ParseApng(const std::string& bytes, Apng& apng) {
   if (n < 8 || std::memcmp(p, kSig, 8) != 0) return false;
   ApngFrame* current = nullptr;
   for (size_t pos = 8; pos + 12 <= n;) {
-    const uint32_t len = Be32(p + pos);
+    const uint32_t len = platform::LoadBe32(p + pos);
     if (len > n - pos - 12) return false;
     const std::string type(reinterpret_cast<const char*>(p + pos + 4), 4);
     const uint8_t* d = p + pos + 8;
     if (type == "IHDR" && len >= 13) {
       apng.ihdr.assign(d, d + len);
-      apng.width = Be32(d);
-      apng.height = Be32(d + 4);
+      apng.width = platform::LoadBe32(d);
+      apng.height = platform::LoadBe32(d + 4);
     } else if (type == "fcTL" && len >= 26) {
       apng.frames.emplace_back();
       current = &apng.frames.back();
-      current->width = Be32(d + 4);
-      current->height = Be32(d + 8);
-      current->x = Be32(d + 12);
-      current->y = Be32(d + 16);
+      current->width = platform::LoadBe32(d + 4);
+      current->height = platform::LoadBe32(d + 8);
+      current->x = platform::LoadBe32(d + 12);
+      current->y = platform::LoadBe32(d + 16);
       current->dispose = d[24];
       current->blend = d[25];
     } else if (type == "IDAT") {

@@ -16,18 +16,14 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string Q(const std::string& path) {
-  return "\"" + path + "\"";
-}
-
 // Unpacks `archive` into `folder`: flat ("e") or with its folders ("x").
 bool Unpack(const TZubRead& r, const std::string& archive, const std::string& folder,
             bool keep_folders) {
   if (!HasTool(r, "7za.bin")) return false;
   std::error_code ec;
   fs::create_directories(folder, ec);
-  RunTool(ToolArg(r, "7za.bin") + (keep_folders ? " x -y " : " e -y ") + Q(archive) + " -o" +
-          Q(folder));
+  tools::RunTool(ToolArg(r, "7za.bin") + (keep_folders ? " x -y " : " e -y ") +
+                 platform::Quoted(archive) + " -o" + platform::Quoted(folder));
   return !ListFiles(folder, true).empty();
 }
 
@@ -41,7 +37,7 @@ constexpr std::string_view kPictureExts =
     "cr2;nef;dng;iiq;gau;";
 
 bool IsPicture(const std::string& path) {
-  const std::string ext = LowerExt(path);
+  const std::string ext = platform::LowerExtension(path);
   return !ext.empty() && kPictureExts.find(";" + ext.substr(1) + ";") != std::string_view::npos;
 }
 
@@ -80,7 +76,7 @@ constexpr std::string_view kSidecarExts = ";dbf;shx;prj;cpg;sbn;sbx;qix;qpj;mtl;
 
 // Anything else that a row of the table reads: a drawing, a document, a model, a map.
 bool IsOtherReadable(const std::string& path) {
-  const std::string ext = LowerExt(path);
+  const std::string ext = platform::LowerExtension(path);
   if (ext.empty() || IsPicture(path)) return false;
   const std::string key = ";" + ext.substr(1) + ";";
   if (kSidecarExts.find(key) != std::string_view::npos) return false;
@@ -104,7 +100,7 @@ int zip_read(TZubRead& r) {
   if (!Unpack(r, r.src_file, folder.path(), false)) return 1;
   std::vector<std::string> files = ListFiles(folder.path(), true);
   // A compressed tarball (.tar.gz, .tgz) unpacks to one tar: unpack that as well, inside.
-  if (files.size() == 1 && LowerExt(files[0]) == ".tar") {
+  if (files.size() == 1 && platform::LowerExtension(files[0]) == ".tar") {
     const std::string inner = folder.path() + platform::kPathDelim + "tar";
     if (Unpack(r, files[0], inner, false)) files = ListFiles(inner, true);
   }
@@ -117,20 +113,21 @@ int new_dat_read(TZubRead& r) {
   const std::optional<std::string> head = platform::ReadFilePrefix(r.src_file, 4);
   if (!head || *head != std::string("\x78\x9f\x3e\x22", 4) || !HasTool(r, "wmopener.exe")) return 1;
   Scratch folder(r, "");
-  RunTool(ToolArg(r, "wmopener.exe") + " " + Q(r.src_file) + " " + Q(folder.path()));
+  tools::RunTool(ToolArg(r, "wmopener.exe") + " " + platform::Quoted(r.src_file) + " " +
+                 platform::Quoted(folder.path()));
   return ReadBestInside(r, ListFiles(folder.path(), true));
 }
 
 int orb_read(TZubRead& r) {
   return UnpackAndRead(
-      r, [](const std::string& f) { return LowerExt(f) == ".gau"; }, false, true);
+      r, [](const std::string& f) { return platform::LowerExtension(f) == ".gau"; }, false, true);
 }
 
 int new_php_read(TZubRead& r) {
   return UnpackAndRead(
       r,
       [](const std::string& f) {
-        return LowerExt(f) == ".tif" &&
+        return platform::LowerExtension(f) == ".tif" &&
                platform::AsciiLower(f).find(std::string("contents") + platform::kPathDelim) !=
                    std::string::npos;
       },
@@ -168,7 +165,7 @@ int new_eip_read(TZubRead& r) {
   return UnpackAndRead(
       r,
       [](const std::string& f) {
-        const std::string ext = LowerExt(f);
+        const std::string ext = platform::LowerExtension(f);
         return ext == ".cr2" || ext == ".iiq";
       },
       false, true);
@@ -176,7 +173,7 @@ int new_eip_read(TZubRead& r) {
 
 int imd_read(TZubRead& r) {
   return UnpackAndRead(
-      r, [](const std::string& f) { return LowerExt(f) == ".tif"; }, false, false);
+      r, [](const std::string& f) { return platform::LowerExtension(f) == ".tif"; }, false, false);
 }
 
 }  // namespace pictavo::reader

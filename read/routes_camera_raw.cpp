@@ -10,10 +10,6 @@
 namespace pictavo::reader {
 namespace {
 
-std::string Q(const std::string& path) {
-  return "\"" + path + "\"";
-}
-
 // Decoder switches from the "Raw_read" settings.
 std::string RawSwitches(const TZubRead& r) {
   std::string s = "-T ";
@@ -36,11 +32,12 @@ std::string RawSwitches(const TZubRead& r) {
 int DecodeWith(TZubRead& r, std::string_view decoder) {
   if (!HasTool(r, decoder)) return 1;
   Scratch out(r, ".tif");
-  RunTool(ToolArg(r, decoder) + " " + RawSwitches(r) + "-Z " + Q(out.path()) + " " + Q(r.src_file));
-  if (!FileOk(out.path())) return 1;
+  tools::RunTool(ToolArg(r, decoder) + " " + RawSwitches(r) + "-Z " + platform::Quoted(out.path()) +
+                 " " + platform::Quoted(r.src_file));
+  if (!tools::Produced(out.path())) return 1;
   if (HasTool(r, "exiftool.exe"))
-    RunTool(ToolArg(r, "exiftool.exe") + " -overwrite_original -TagsFromFile " + Q(r.src_file) +
-            " \"-all:all\" " + Q(out.path()));
+    tools::RunTool(ToolArg(r, "exiftool.exe") + " -overwrite_original -TagsFromFile " +
+                   platform::Quoted(r.src_file) + " \"-all:all\" " + platform::Quoted(out.path()));
   return SavePicture(r, out.path());
 }
 
@@ -62,9 +59,9 @@ int cr3_read(TZubRead& r) {
   // The full-size JPEG that every CR3 carries, extracted by ExifTool.
   if (!HasTool(r, "exiftool.exe")) return 1;
   Scratch preview(r, ".jpg");
-  tools::RunBatch(
-      ToolArg(r, "exiftool.exe") + " -b -JpgFromRaw " + Q(r.src_file) + " > " + Q(preview.path()),
-      r.TempFolder());
+  tools::RunBatch(ToolArg(r, "exiftool.exe") + " -b -JpgFromRaw " + platform::Quoted(r.src_file) +
+                      " > " + platform::Quoted(preview.path()),
+                  r.TempFolder());
   return SavePicture(r, preview.path());
 }
 

@@ -21,10 +21,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string Q(const std::string& path) {
-  return "\"" + path + "\"";
-}
-
 int Zoom(const TZubRead& r) {
   return r.settings && r.settings->vector.zoom > 0 ? r.settings->vector.zoom : 100;
 }
@@ -160,7 +156,7 @@ int DrawShapes(TZubRead& r, const std::vector<Shape>& shapes) {
                pen);
   }
   imaging::TImageEnIO io(&bmp);
-  return io.SaveToFile(r.out_file).ok() && FileOk(r.out_file) ? 0 : 1;
+  return io.SaveToFile(r.out_file).ok() && tools::Produced(r.out_file) ? 0 : 1;
 }
 
 // "file:///a%20b/c": the form LibreOffice wants for its profile folder.
@@ -184,8 +180,9 @@ int ReadGisOrCad(TZubRead& r) {
   Scratch csv(r, "");
   // Curves become polylines; Z and M are dropped; a feature GDAL cannot convert is skipped
   // rather than ending the layer.
-  RunTool(ToolArg(r, "ogr/ogr2ogr.exe") + " -f CSV -lco GEOMETRY=AS_WKT -dim XY" +
-          " -nlt CONVERT_TO_LINEAR -skipfailures " + Q(csv.path()) + " " + Q(r.src_file));
+  tools::RunTool(ToolArg(r, "ogr/ogr2ogr.exe") + " -f CSV -lco GEOMETRY=AS_WKT -dim XY" +
+                 " -nlt CONVERT_TO_LINEAR -skipfailures " + platform::Quoted(csv.path()) + " " +
+                 platform::Quoted(r.src_file));
   std::vector<Shape> shapes;
   std::error_code ec;
   if (fs::is_directory(csv.path(), ec)) {
@@ -200,9 +197,9 @@ int ReadHpgl(TZubRead& r) {
   if (!HasTool(r, "hp2xx.bin")) return 1;
   Scratch eps(r, ".eps");
   Scratch swap(r, ".swp");  // hp2xx's own swap file, otherwise made in the current folder
-  RunTool(ToolArg(r, "hp2xx.bin") + " -q -m eps -s " + Q(swap.path()) + " -f " + Q(eps.path()) +
-          " " + Q(r.src_file));
-  return FileOk(eps.path()) ? RenderPostScript(r, eps.path(), 100, true) : 1;
+  tools::RunTool(ToolArg(r, "hp2xx.bin") + " -q -m eps -s " + platform::Quoted(swap.path()) +
+                 " -f " + platform::Quoted(eps.path()) + " " + platform::Quoted(r.src_file));
+  return tools::Produced(eps.path()) ? RenderPostScript(r, eps.path(), 100, true) : 1;
 }
 
 int ReadGerber(TZubRead& r) {
@@ -210,40 +207,43 @@ int ReadGerber(TZubRead& r) {
   Scratch png(r, ".png");
   int dpi = r.settings && r.settings->pdf_eps_ps.res > 0 ? r.settings->pdf_eps_ps.res : 300;
   dpi = std::clamp(dpi * Zoom(r) / 100, 10, 2400);
-  const std::string cmd = ToolArg(r, "gerbv.bin") + " --export=png --dpi=" + std::to_string(dpi) +
-                          " --background=#FFFFFF --foreground=#000000FF --output=" + Q(png.path()) +
-                          " " + Q(r.src_file);
+  const std::string cmd =
+      ToolArg(r, "gerbv.bin") + " --export=png --dpi=" + std::to_string(dpi) +
+      " --background=#FFFFFF --foreground=#000000FF --output=" + platform::Quoted(png.path()) +
+      " " + platform::Quoted(r.src_file);
   return RunThenSave(r, "gerbv.bin", cmd, png.path());
 }
 
 int ReadEmf(TZubRead& r) {
   if (!HasTool(r, "emf2svg.bin") || !HasTool(r, "rsvg-convert.bin")) return 1;
   Scratch svg(r, ".svg");
-  RunTool(ToolArg(r, "emf2svg.bin") + " -i " + Q(r.src_file) + " -o " + Q(svg.path()));
-  if (!FileOk(svg.path())) return 1;
+  tools::RunTool(ToolArg(r, "emf2svg.bin") + " -i " + platform::Quoted(r.src_file) + " -o " +
+                 platform::Quoted(svg.path()));
+  if (!tools::Produced(svg.path())) return 1;
   Scratch png(r, ".png");
   const std::string zoom = std::to_string(Zoom(r) / 100.0);
   return RunThenSave(r, "rsvg-convert.bin",
                      ToolArg(r, "rsvg-convert.bin") + " -z " + zoom + " -b white -f png -o " +
-                         Q(png.path()) + " " + Q(svg.path()),
+                         platform::Quoted(png.path()) + " " + platform::Quoted(svg.path()),
                      png.path());
 }
 
 int ReadWmfThroughEps(TZubRead& r) {
   if (!HasTool(r, "wmf2eps.bin")) return 1;
   Scratch eps(r, ".eps");
-  RunTool(ToolArg(r, "wmf2eps.bin") + " --eps -o " + Q(eps.path()) + " " + Q(r.src_file));
-  return FileOk(eps.path()) ? RenderPostScript(r, eps.path(), 100, true) : 1;
+  tools::RunTool(ToolArg(r, "wmf2eps.bin") + " --eps -o " + platform::Quoted(eps.path()) + " " +
+                 platform::Quoted(r.src_file));
+  return tools::Produced(eps.path()) ? RenderPostScript(r, eps.path(), 100, true) : 1;
 }
 
 int ReadWithInkscape(TZubRead& r) {
   if (!HasTool(r, "inkscape.bin")) return 1;
   Scratch png(r, ".png");
-  const std::string cmd = ToolArg(r, "inkscape.bin") + " " + Q(r.src_file) +
+  const std::string cmd = ToolArg(r, "inkscape.bin") + " " + platform::Quoted(r.src_file) +
                           " --export-type=png --export-background=white"
                           " --export-background-opacity=1 --export-dpi=" +
                           std::to_string(std::clamp(96 * Zoom(r) / 100, 10, 2400)) +
-                          " --export-filename=" + Q(png.path());
+                          " --export-filename=" + platform::Quoted(png.path());
   return RunThenSave(r, "inkscape.bin", cmd, png.path());
 }
 
@@ -257,12 +257,13 @@ int ReadOffice(TZubRead& r) {
   fs::create_directories(profile, ec);
   fs::create_directories(outdir, ec);
   const std::string cmd = ToolArg(r, "soffice.bin") +
-                          " -env:UserInstallation=" + Q(FileUrl(profile)) +
+                          " -env:UserInstallation=" + platform::Quoted(FileUrl(profile)) +
                           " --headless --norestore --nolockcheck --convert-to pdf --outdir " +
-                          Q(outdir) + " " + Q(r.src_file);
+                          platform::Quoted(outdir) + " " + platform::Quoted(r.src_file);
   tools::RunAndWaitTimeout(cmd, tools::kHidden, work.path(), 0);
   for (const std::string& file : ListFiles(outdir, false))
-    if (LowerExt(file) == ".pdf" && FileOk(file)) return RenderPostScript(r, file, 100, false);
+    if (platform::LowerExtension(file) == ".pdf" && tools::Produced(file))
+      return RenderPostScript(r, file, 100, false);
   return 1;
 }
 

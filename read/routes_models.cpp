@@ -19,10 +19,6 @@
 namespace pictavo::reader {
 namespace {
 
-std::string Q(const std::string& path) {
-  return "\"" + path + "\"";
-}
-
 struct Vec3 {
   float x, y, z;
 };
@@ -108,18 +104,19 @@ int stl_read(TZubRead& r) {
   // assimp does not import STEP: the solid is meshed to X3D first.
   std::string model = r.src_file;
   Scratch x3d(r, ".x3d");
-  const std::string ext = LowerExt(r.src_file);
+  const std::string ext = platform::LowerExtension(r.src_file);
   if (ext == ".stp" || ext == ".step") {
     if (!HasTool(r, "stp/stp2x3d.exe")) return 1;
-    RunTool(ToolArg(r, "stp/stp2x3d.exe") + " " + Q(r.src_file) + " " + Q(x3d.path()));
-    if (!FileOk(x3d.path())) return 1;
+    tools::RunTool(ToolArg(r, "stp/stp2x3d.exe") + " " + platform::Quoted(r.src_file) + " " +
+                   platform::Quoted(x3d.path()));
+    if (!tools::Produced(x3d.path())) return 1;
     model = x3d.path();
   }
   Scratch stl(r, ".stl");
-  RunTool(ToolArg(r, "assimp64/assimp.exe") + " export " + Q(model) + " " + Q(stl.path()) +
-          " -fstlb");
+  tools::RunTool(ToolArg(r, "assimp64/assimp.exe") + " export " + platform::Quoted(model) + " " +
+                 platform::Quoted(stl.path()) + " -fstlb");
   std::vector<Vec3> corners;
-  if (!FileOk(stl.path()) || !ReadBinaryStl(stl.path(), corners)) return 1;
+  if (!tools::Produced(stl.path()) || !ReadBinaryStl(stl.path(), corners)) return 1;
 
   const int zoom = r.settings && r.settings->vector.zoom > 0 ? r.settings->vector.zoom : 100;
   const int width = std::clamp(800 * zoom / 100, 16, 8000);
@@ -140,10 +137,10 @@ int stl_read(TZubRead& r) {
     Scratch scene(r, ".pov");
     if (!WriteScene(scene.path(), corners, ax, ay, az)) return 1;
     auto png = std::make_unique<Scratch>(r, ".png");
-    RunTool(ToolArg(r, "povray.bin") + " " + Q("+I" + scene.path()) + " " + Q("+O" + png->path()) +
-            " +W" + std::to_string(width) + " +H" + std::to_string(height) +
-            " +FN -D +A0.3 -V -GA");
-    if (FileOk(png->path())) pictures.push_back(png->path());
+    tools::RunTool(ToolArg(r, "povray.bin") + " " + platform::Quoted("+I" + scene.path()) + " " +
+                   platform::Quoted("+O" + png->path()) + " +W" + std::to_string(width) + " +H" +
+                   std::to_string(height) + " +FN -D +A0.3 -V -GA");
+    if (tools::Produced(png->path())) pictures.push_back(png->path());
     renders.push_back(std::move(png));
   }
   return SavePictures(r, pictures);

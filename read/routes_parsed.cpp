@@ -17,6 +17,7 @@
 #include "engine/tools/runner.h"
 #include "imaging/ie_bitmap.h"
 #include "imaging/ie_io.h"
+#include "platform/bytes.h"
 #include "platform/fs.h"
 #include "read/parsed_formats.h"
 #include "read/psp_format.h"
@@ -30,13 +31,6 @@ using imaging::TIEBitmap;
 using imaging::TIEPixelFormat;
 using imaging::TImageEnIO;
 
-uint32_t Le32(const std::string& b, size_t at) {
-  return static_cast<uint32_t>(static_cast<uint8_t>(b[at])) |
-         static_cast<uint32_t>(static_cast<uint8_t>(b[at + 1])) << 8 |
-         static_cast<uint32_t>(static_cast<uint8_t>(b[at + 2])) << 16 |
-         static_cast<uint32_t>(static_cast<uint8_t>(b[at + 3])) << 24;
-}
-
 int RawPixels(TZubRead& r, bool with_header) {
   if (!r.settings) return 1;
   const auto& s = r.settings->raw_bmp;
@@ -49,7 +43,7 @@ int RawPixels(TZubRead& r, bool with_header) {
   bitmap.SetLimits(r.picture_limits);
   TImageEnIO io(&bitmap);
   if (!io.LoadFromFileBMPRAW(r.src_file, layout).ok() || bitmap.IsEmpty()) return 1;
-  return io.SaveToFile(r.out_file).ok() && FileOk(r.out_file) ? 0 : 1;
+  return io.SaveToFile(r.out_file).ok() && tools::Produced(r.out_file) ? 0 : 1;
 }
 
 }  // namespace
@@ -83,7 +77,7 @@ int dst_read(TZubRead& r) {
   if (!bytes || !parsed::DrawDst(*bytes, bmp)) return 1;
   TImageEnIO io(&bmp);
   io.Params().DpiX = io.Params().DpiY = 254;
-  return io.SaveToFile(r.out_file).ok() && FileOk(r.out_file) ? 0 : 1;
+  return io.SaveToFile(r.out_file).ok() && tools::Produced(r.out_file) ? 0 : 1;
 }
 
 int bif_read(TZubRead& r) {
@@ -96,13 +90,14 @@ int bif_read(TZubRead& r) {
       bytes->compare(0, 8, reinterpret_cast<const char*>(kMagic), 8))
     return 1;
   const std::string& b = *bytes;
-  const uint32_t count = Le32(b, 12);
+  const uint32_t count = platform::LoadLe32(b, 12);
   if (count == 0 || 64 + (static_cast<uint64_t>(count) + 1) * 8 > b.size()) return 1;
   constexpr uint32_t kMaxFrames = 1000;  // a long film's index; the pages stay manageable
   std::vector<std::unique_ptr<Scratch>> frames;
   std::vector<std::string> paths;
   for (uint32_t i = 0; i < count && i < kMaxFrames; ++i) {
-    const uint32_t start = Le32(b, 64 + i * 8 + 4), end = Le32(b, 64 + (i + 1) * 8 + 4);
+    const uint32_t start = platform::LoadLe32(b, 64 + i * 8 + 4),
+                   end = platform::LoadLe32(b, 64 + (i + 1) * 8 + 4);
     if (start >= end || end > b.size()) continue;
     auto frame = std::make_unique<Scratch>(r, ".jpg");
     if (platform::WriteFileAtomic(frame->path(), b.substr(start, end - start)).ok())
@@ -128,7 +123,7 @@ int psp_read(TZubRead& r) {
     TIEBitmap bmp;
     if (!doc.Flatten(bmp)) return 1;
     TImageEnIO io(&bmp);
-    return io.SaveToFile(r.out_file).ok() && FileOk(r.out_file) ? 0 : 1;
+    return io.SaveToFile(r.out_file).ok() && tools::Produced(r.out_file) ? 0 : 1;
   } catch (...) {
     return 1;  // out of memory for a picture within the limits
   }
@@ -151,7 +146,7 @@ int new_ppp_read(TZubRead& r) {
   TIEBitmap bmp;
   if (!bytes || !parsed::DecodeGimpPattern(*bytes, bmp)) return 1;
   TImageEnIO io(&bmp);
-  return io.SaveToFile(r.out_file).ok() && FileOk(r.out_file) ? 0 : 1;
+  return io.SaveToFile(r.out_file).ok() && tools::Produced(r.out_file) ? 0 : 1;
 }
 int new_upi_read(TZubRead&) {
   return 1;

@@ -14,10 +14,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string Q(const std::string& path) {
-  return "\"" + path + "\"";
-}
-
 // "<tool>" <before> "<src>" <after>: the most common command line.
 int ToolToScratch(TZubRead& r, std::string_view tool, std::string_view ext,
                   const std::string& before, const std::string& after_src) {
@@ -26,11 +22,11 @@ int ToolToScratch(TZubRead& r, std::string_view tool, std::string_view ext,
   // "%o" in the caller's parts marks the place of the scratch output.
   auto place = [&](std::string part) {
     const size_t at = part.find("%o");
-    if (at != std::string::npos) part.replace(at, 2, Q(out.path()));
+    if (at != std::string::npos) part.replace(at, 2, platform::Quoted(out.path()));
     return part;
   };
-  const std::string cmd =
-      ToolArg(r, tool) + " " + place(before) + Q(r.src_file) + " " + place(after_src);
+  const std::string cmd = ToolArg(r, tool) + " " + place(before) + platform::Quoted(r.src_file) +
+                          " " + place(after_src);
   return RunThenSave(r, tool, cmd, out.path());
 }
 
@@ -44,8 +40,9 @@ int cpc_read(TZubRead& r) {
   // The tool asks questions on its input; the answers come from a file beside it.
   if (!HasTool(r, "cpc_read.exe")) return 1;
   Scratch out(r, ".bmp");
-  const std::string cmd = ToolArg(r, "cpc_read.exe") + " " + Q(r.src_file) + " " + Q(out.path()) +
-                          " < " + Q(Tool(r, "yes.txt"));
+  const std::string cmd = ToolArg(r, "cpc_read.exe") + " " + platform::Quoted(r.src_file) + " " +
+                          platform::Quoted(out.path()) + " < " +
+                          platform::Quoted(Tool(r, "yes.txt"));
   tools::RunBatch(cmd, r.TempFolder());
   return SavePicture(r, out.path());
 }
@@ -92,8 +89,8 @@ int dds_read(TZubRead& r) {
   std::error_code ec;
   fs::create_directories(folder.path(), ec);
   const std::string cmd = ToolArg(r, "texconv.exe") + " -f B8G8R8X8_UNORM -y -ft tif -o " +
-                          Q(folder.path()) + " " + Q(r.src_file);
-  RunTool(cmd);
+                          platform::Quoted(folder.path()) + " " + platform::Quoted(r.src_file);
+  tools::RunTool(cmd);
   const std::vector<std::string> files = ListFiles(folder.path(), false);
   return files.empty() ? 1 : SavePicture(r, files.front());
 }
@@ -141,11 +138,12 @@ int sid_read(TZubRead& r) {
   // The MrSID decoder writes a TIFF that the raster tool then normalises.
   if (!HasTool(r, "sid_read.bin")) return 1;
   Scratch decoded(r, ".tif");
-  RunTool(ToolArg(r, "sid_read.bin") + " " + Q(r.src_file) + " " + Q(decoded.path()));
-  if (!FileOk(decoded.path())) return 1;
+  tools::RunTool(ToolArg(r, "sid_read.bin") + " " + platform::Quoted(r.src_file) + " " +
+                 platform::Quoted(decoded.path()));
+  if (!tools::Produced(decoded.path())) return 1;
   Scratch out(r, ".tif");
-  RunTool(ToolArg(r, "f300_uni.exe") + " -quiet -out tiff -o " + Q(out.path()) + " " +
-          Q(decoded.path()));
+  tools::RunTool(ToolArg(r, "f300_uni.exe") + " -quiet -out tiff -o " +
+                 platform::Quoted(out.path()) + " " + platform::Quoted(decoded.path()));
   return SavePicture(r, out.path());
 }
 
@@ -159,8 +157,8 @@ int scn_bio_read(TZubRead& r) {
   Scratch out(r, ".tif");
   const int level = r.settings ? r.settings->scn.level : 1;
   const std::string cmd = ToolArg(r, "vips\\vips.exe") + " tiffsave " +
-                          Q(r.src_file + "[level=" + std::to_string(level) + "]") + " " +
-                          Q(out.path());
+                          platform::Quoted(r.src_file + "[level=" + std::to_string(level) + "]") +
+                          " " + platform::Quoted(out.path());
   return RunThenSave(r, "vips\\vips.exe", cmd, out.path());
 }
 
@@ -183,8 +181,8 @@ int tif_read(TZubRead& r) {
 int pdn_read(TZubRead& r) {
   if (!HasTool(r, "pdn2bmp.bin")) return 1;
   Scratch out(r, ".bmp");
-  const std::string cmd =
-      ToolArg(r, "pdn2bmp.bin") + " " + Q(r.src_file) + " /outfile=" + Q(out.path());
+  const std::string cmd = ToolArg(r, "pdn2bmp.bin") + " " + platform::Quoted(r.src_file) +
+                          " /outfile=" + platform::Quoted(out.path());
   return RunThenSave(r, "pdn2bmp.bin", cmd, out.path());
 }
 
@@ -195,8 +193,8 @@ int cmp_read(TZubRead& r) {
 int dcm_read(TZubRead& r) {
   if (!HasTool(r, "dcm_read_new.bin")) return 1;
   Scratch out(r, ".tif");
-  const std::string cmd = ToolArg(r, "dcm_read_new.bin") + " " + Q(r.src_file) +
-                          " /tifc=1 /convert=" + Q(out.path()) + " /silent";
+  const std::string cmd = ToolArg(r, "dcm_read_new.bin") + " " + platform::Quoted(r.src_file) +
+                          " /tifc=1 /convert=" + platform::Quoted(out.path()) + " /silent";
   return RunThenSave(r, "dcm_read_new.bin", cmd, out.path());
 }
 

@@ -27,10 +27,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string Q(const std::string& path) {
-  return "\"" + path + "\"";
-}
-
 int Resolution(const TZubRead& r, bool drawing) {
   int res = r.settings ? r.settings->pdf_eps_ps.res : 300;
   if (res <= 0) res = 300;
@@ -57,8 +53,9 @@ int RangeCount(const std::string& file) {
 // Renders pages [first, last] of a PDF (1-based, inclusive) into `tiff`.
 void RenderRange(const std::string& command, const std::string& file, int first, int last,
                  const std::string& tiff) {
-  RunTool(command + " -dFirstPage=" + std::to_string(first) +
-          " -dLastPage=" + std::to_string(last) + " -sOutputFile=" + Q(tiff) + " " + Q(file));
+  tools::RunTool(command + " -dFirstPage=" + std::to_string(first) +
+                 " -dLastPage=" + std::to_string(last) + " -sOutputFile=" + platform::Quoted(tiff) +
+                 " " + platform::Quoted(file));
 }
 
 // Every page of a long PDF, its page ranges rendered side by side and joined in page order
@@ -97,13 +94,15 @@ int RenderPostScript(TZubRead& r, const std::string& file, int quality, bool dra
     Scratch out(r, "");
     std::error_code ec;
     fs::create_directories(out.path(), ec);
-    RunTool(cmd + " -sOutputFile=" + Q(out.path() + platform::kPathDelim + "page%04d.png") + " " +
-            Q(file));
+    tools::RunTool(cmd + " -sOutputFile=" +
+                   platform::Quoted(out.path() + platform::kPathDelim + "page%04d.png") + " " +
+                   platform::Quoted(file));
     return SavePictures(r, ListFiles(out.path(), false));
   }
   if (const int ranges = RangeCount(file); ranges > 1) return RenderInRanges(r, cmd, file, ranges);
   Scratch out(r, ".tif");
-  RunTool(cmd + " -sOutputFile=" + Q(out.path()) + " " + Q(file));
+  tools::RunTool(cmd + " -sOutputFile=" + platform::Quoted(out.path()) + " " +
+                 platform::Quoted(file));
   return HandOnTiffs(r, {out.path()});
 }
 
@@ -112,9 +111,9 @@ namespace {
 int ReadXps(TZubRead& r) {
   if (!HasTool(r, "gxpswin32.exe")) return 1;
   Scratch ps(r, ".ps");
-  RunTool(ToolArg(r, "gxpswin32.exe") +
-          " -dNOPAUSE -sDEVICE=ps2write -sOutputFile=" + Q(ps.path()) + " " + Q(r.src_file));
-  return FileOk(ps.path()) ? RenderPostScript(r, ps.path(), 100, false) : 1;
+  tools::RunTool(ToolArg(r, "gxpswin32.exe") + " -dNOPAUSE -sDEVICE=ps2write -sOutputFile=" +
+                 platform::Quoted(ps.path()) + " " + platform::Quoted(r.src_file));
+  return tools::Produced(ps.path()) ? RenderPostScript(r, ps.path(), 100, false) : 1;
 }
 
 int ReadText(TZubRead& r, bool printer_text) {
@@ -128,8 +127,9 @@ int ReadText(TZubRead& r, bool printer_text) {
   cmd += " -s" + std::to_string(size) + " -v" + std::to_string(size + size / 5);
   if (r.settings && r.settings->txt.landscape) cmd += " -L";
   Scratch pdf(r, ".pdf");
-  tools::RunBatch(cmd + " " + Q(source) + " > " + Q(pdf.path()), r.TempFolder());
-  return FileOk(pdf.path()) ? RenderPostScript(r, pdf.path(), 100, false) : 1;
+  tools::RunBatch(cmd + " " + platform::Quoted(source) + " > " + platform::Quoted(pdf.path()),
+                  r.TempFolder());
+  return tools::Produced(pdf.path()) ? RenderPostScript(r, pdf.path(), 100, false) : 1;
 }
 
 // True when `file` holds a Windows metafile that wmf2gd may draw: EMF has no renderer on this
@@ -153,9 +153,9 @@ bool RasteriseMetafile(TZubRead& r, imaging::TImageEnIO& io, int width, int heig
   if (width > 0) cmd += " --maxwidth=" + std::to_string(width);
   if (height > 0) cmd += " --maxheight=" + std::to_string(height);
   if (width > 0 || height > 0) cmd += height > 0 && width > 0 ? " --maxsize" : " --maxpect";
-  cmd += " -o " + Q(out.path()) + " " + Q(r.src_file);
+  cmd += " -o " + platform::Quoted(out.path()) + " " + platform::Quoted(r.src_file);
   tools::RunAndWaitTimeout(cmd, tools::kHidden, std::string(), 120);
-  return platform::FileExists(out.path()) && io.LoadFromFile(out.path()).ok();
+  return tools::Produced(out.path()) && io.LoadFromFile(out.path()).ok();
 }
 
 int ReadMetafile(TZubRead& r) {
@@ -170,9 +170,9 @@ int ReadMetafile(TZubRead& r) {
     scaled.SetLimits(r.picture_limits);
     imaging::TImageEnIO again(&scaled);
     if (RasteriseMetafile(r, again, bitmap.Width() * zoom / 100, 0) && !scaled.IsEmpty())
-      return again.SaveToFile(r.out_file).ok() && FileOk(r.out_file) ? 0 : 1;
+      return again.SaveToFile(r.out_file).ok() && tools::Produced(r.out_file) ? 0 : 1;
   }
-  return io.SaveToFile(r.out_file).ok() && FileOk(r.out_file) ? 0 : 1;
+  return io.SaveToFile(r.out_file).ok() && tools::Produced(r.out_file) ? 0 : 1;
 }
 
 // Drawings that the raster converter reads (SVG through librsvg, HP-GL through hp2xx, CALS...).
@@ -183,7 +183,8 @@ int ReadWithConverter(TZubRead& r) {
       96 * (r.settings && r.settings->vector.zoom > 0 ? r.settings->vector.zoom : 100) / 100;
   if (r.settings && r.settings->svg_read.size > 1) density *= r.settings->svg_read.size;
   const std::string cmd = ToolArg(r, "convert.bin") + " -density " + std::to_string(density) +
-                          " -background white " + Q(r.src_file) + " -flatten " + Q(out.path());
+                          " -background white " + platform::Quoted(r.src_file) + " -flatten " +
+                          platform::Quoted(out.path());
   return RunThenSave(r, "convert.bin", cmd, out.path());
 }
 
@@ -207,7 +208,7 @@ int adobe_read(TZubRead& r) {
 }
 
 int vec_read(TZubRead& r) {
-  const std::string ext = LowerExt(r.src_file);
+  const std::string ext = platform::LowerExtension(r.src_file);
   if (TZubRead::is_pdf(r.src_file) || tools::IsPostScript(r.src_file) ||
       In(";ps;eps;epi;ai;pdf;", ext))
     return RenderPostScript(r, r.src_file, 100, true);
@@ -231,8 +232,9 @@ int vec_read(TZubRead& r) {
 int uniconvertor_read(TZubRead& r) {
   if (!HasTool(r, "uni\\uniconvertor.cmd")) return 1;
   Scratch ps(r, ".ps");
-  RunTool(ToolArg(r, "uni\\uniconvertor.cmd") + " " + Q(r.src_file) + " " + Q(ps.path()));
-  return FileOk(ps.path()) ? RenderPostScript(r, ps.path(), 100, true) : 1;
+  tools::RunTool(ToolArg(r, "uni\\uniconvertor.cmd") + " " + platform::Quoted(r.src_file) + " " +
+                 platform::Quoted(ps.path()));
+  return tools::Produced(ps.path()) ? RenderPostScript(r, ps.path(), 100, true) : 1;
 }
 
 int swf_chain(TZubRead& r) {

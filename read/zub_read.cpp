@@ -7,11 +7,12 @@
 #include <system_error>
 #include <vector>
 
-#include "engine/tools/temp_names.h"
+#include "engine/tools/route_kit.h"
 #include "engine/tools/trouble.h"
 #include "imaging/format_sniff.h"
 #include "imaging/ie_bitmap.h"
 #include "imaging/ie_io.h"
+#include "platform/bytes.h"
 #include "platform/fs.h"
 #include "platform/text_encoding.h"
 #include "read/read_routes.h"
@@ -113,7 +114,7 @@ int EngineFallBack(TZubRead& r, imaging::TIEBitmap& bitmap, imaging::TImageEnIO&
   // An extension that neither a route nor the engine's own decoders know: said before the
   // decoder is asked, so that this is the reason its refusal gives.
   if (no_route && imaging::FileTypeFromExtension(r.src_file) == imaging::TIOFileType::ioUnknown) {
-    const std::string ext = LowerExt(r.src_file);
+    const std::string ext = platform::LowerExtension(r.src_file);
     tools::NoteTrouble(
         tools::Trouble::kDecoder,
         "no reader is set up for " +
@@ -125,8 +126,66 @@ int EngineFallBack(TZubRead& r, imaging::TIEBitmap& bitmap, imaging::TImageEnIO&
   if (io.Params().ImageCount > 1) return SavePicture(r, r.src_file) == 0 ? 0 : kNoRoute;
   // The scratch TIFF is read once more right away: written fast rather than small.
   io.Params().TIFF_Compression = imaging::TIOTIFFCompression::ioTIFF_UNCOMPRESSED;
-  if (io.SaveToFile(r.out_file).ok() && FileOk(r.out_file)) return 0;
+  if (io.SaveToFile(r.out_file).ok() && tools::Produced(r.out_file)) return 0;
   return kNoRoute;
+}
+
+// Steps 7 to 11: the rows of `routes` that hold the source's extension in turn, the deep-TIFF
+// override and the engine's fall-back. Returns the status the chain ended with.
+int WalkRoutes(TZubRead& r, std::span<const ReadRoute> routes, const std::string& ext) {
+  int status = kNoRoute;
+  // 7.
+  const std::string key = ";" + (ext.empty() ? std::string() : ext.substr(1)) + ";";
+  std::error_code ec;
+  fs::create_directories(r.TempFolder(), ec);
+
+  // Tests walk the chain with recording routines that write no pictures.
+  const bool routes_are_real = routes.data() == ReadRoutes().data();
+  bool refused = false;
+  bool any_route = false;
+  // 8.
+  imaging::TIEBitmap bitmap;
+  bitmap.SetLimits(r.picture_limits);
+  imaging::TImageEnIO io(&bitmap);
+  try {
+    // 9. A failed row leaves the status non-zero, so later rows holding the key try in turn.
+    for (size_t i = 0; i < routes.size(); ++i) {
+      if (status == 0) break;
+      if (!RouteMatches(routes[i], key)) continue;
+      any_route = true;
+      r.route_row = static_cast<int>(i) + 1;
+      const int result = routes[i].read(r);
+      if (result != kRouteSkipped) status = result;
+      if (status == 0 && routes_are_real) {
+        // A picture that is not what the source holds counts as none: the next row tries.
+        if (pictavo::Status checked = CheckReadResult(r, key); !checked.ok()) {
+          tools::NoteTrouble(tools::Trouble::kResultRejected, checked.message());
+          fs::remove(r.out_file, ec);
+          status = 1;
+          refused = true;
+        }
+      }
+    }
+    r.route_row = 0;
+
+    // 10. A TIFF of 48 bits per pixel or more goes to the raster tool, even after a success.
+    if (std::string_view(";tif;tiff;").find(key) != std::string_view::npos &&
+        io.ParamsFromFile(r.src_file).ok() &&
+        io.Params().BitsPerSample * io.Params().SamplesPerPixel >= 48) {
+      fs::remove(r.out_file, ec);
+      status = deep_tiff_read(r);
+    }
+
+    // 11. DICOM never falls back: a picture the engine makes of it would be wrong. Nor does a
+    // file whose reader's picture was refused: the engine would only make the same of it.
+    if (status != 0 && key != ";dcm;" && !refused)
+      status = EngineFallBack(r, bitmap, io, !any_route);
+  } catch (const std::exception&) {
+    // The attempt ends; the caller's clean-up still runs.
+  } catch (...) {
+  }
+  r.route_row = 0;
+  return status;
 }
 
 }  // namespace
@@ -161,7 +220,7 @@ int TZubRead::ReadWith(std::span<const ReadRoute> routes) {
   if (settings && !platform::FileExists(settings_file)) {
     std::error_code ec;
     fs::create_directories(TempFolder(), ec);
-    const std::string tmp = tools::NewTempName(TempFolder()) + ".tmp";
+    const std::string tmp = tools::ScratchName(TempFolder(), ".tmp");
     if (settings->write_ini_settings(tmp, 2).ok()) {
       settings_file = tmp;
       made_settings_file = true;
@@ -171,7 +230,7 @@ int TZubRead::ReadWith(std::span<const ReadRoute> routes) {
   }
 
   // 3.
-  std::string ext = LowerExt(src_file);
+  std::string ext = platform::LowerExtension(src_file);
 
   // 4. Tools get names without blanks or other characters that trouble them. DGN files are read
   // under their own name; TAB and PLT need their sibling files beside them.
@@ -180,7 +239,7 @@ int TZubRead::ReadWith(std::span<const ReadRoute> routes) {
   if (ext != ".dgn" && IsUnsafeName(src_file) && ext != ".tab" && ext != ".plt") {
     std::error_code ec;
     fs::create_directories(TempFolder(), ec);
-    const std::string name = tools::NewTempName(TempFolder()) + ext;
+    const std::string name = tools::ScratchName(TempFolder(), ext);
     fs::copy_file(src_file, name, fs::copy_options::overwrite_existing, ec);
     if (!ec) {
       if (ext == ".shp" || ext == ".mif") companions = CopyCompanions(src_file, name);
@@ -194,7 +253,7 @@ int TZubRead::ReadWith(std::span<const ReadRoute> routes) {
   // 5. PostScript saved with the extension ".dat".
   if (ext == ".dat" &&
       platform::AsciiLower(FirstLine(src_file)).find("ps-adobe") != std::string::npos) {
-    const std::string name = tools::NewTempName(TempFolder()) + ".ps";
+    const std::string name = tools::ScratchName(TempFolder(), ".ps");
     std::error_code ec;
     fs::copy_file(src_file, name, fs::copy_options::overwrite_existing, ec);
     if (platform::FileExists(name)) {
@@ -210,60 +269,10 @@ int TZubRead::ReadWith(std::span<const ReadRoute> routes) {
   // 6.
   exe_folder = platform::IncludeTrailingDelim(engine_folder.empty() ? platform::ExecutableFolder()
                                                                     : engine_folder);
-  if (!platform::DirectoryExists(exe_folder + "utl")) {
+  if (!platform::DirectoryExists(tools::ToolFolderIn(exe_folder))) {
     status = kNoToolFolder;
   } else {
-    // 7.
-    const std::string key = ";" + (ext.empty() ? std::string() : ext.substr(1)) + ";";
-    std::error_code ec;
-    fs::create_directories(TempFolder(), ec);
-
-    // Tests walk the chain with recording routines that write no pictures.
-    const bool routes_are_real = routes.data() == ReadRoutes().data();
-    bool refused = false;
-    bool any_route = false;
-    // 8.
-    imaging::TIEBitmap bitmap;
-    bitmap.SetLimits(picture_limits);
-    imaging::TImageEnIO io(&bitmap);
-    try {
-      // 9. A failed row leaves the status non-zero, so later rows holding the key try in turn.
-      for (size_t i = 0; i < routes.size(); ++i) {
-        if (status == 0) break;
-        if (!RouteMatches(routes[i], key)) continue;
-        any_route = true;
-        route_row = static_cast<int>(i) + 1;
-        const int result = routes[i].read(*this);
-        if (result != kRouteSkipped) status = result;
-        if (status == 0 && routes_are_real) {
-          // A picture that is not what the source holds counts as none: the next row tries.
-          if (pictavo::Status checked = CheckReadResult(*this, key); !checked.ok()) {
-            tools::NoteTrouble(tools::Trouble::kResultRejected, checked.message());
-            fs::remove(out_file, ec);
-            status = 1;
-            refused = true;
-          }
-        }
-      }
-      route_row = 0;
-
-      // 10. A TIFF of 48 bits per pixel or more goes to the raster tool, even after a success.
-      if (std::string_view(";tif;tiff;").find(key) != std::string_view::npos &&
-          io.ParamsFromFile(src_file).ok() &&
-          io.Params().BitsPerSample * io.Params().SamplesPerPixel >= 48) {
-        fs::remove(out_file, ec);
-        status = deep_tiff_read(*this);
-      }
-
-      // 11. DICOM never falls back: a picture the engine makes of it would be wrong. Nor does a
-      // file whose reader's picture was refused: the engine would only make the same of it.
-      if (status != 0 && key != ";dcm;" && !refused)
-        status = EngineFallBack(*this, bitmap, io, !any_route);
-    } catch (const std::exception&) {
-      // The attempt ends; the clean-up below still runs.
-    } catch (...) {
-    }
-    route_row = 0;
+    status = WalkRoutes(*this, routes, ext);
   }
 
   // 12.
@@ -276,7 +285,7 @@ int TZubRead::ReadWith(std::span<const ReadRoute> routes) {
     settings_file.clear();
   }
   --depth_;
-  if (FileOk(out_file)) status = 0;
+  if (tools::Produced(out_file)) status = 0;
   return status;
 }
 
@@ -295,8 +304,8 @@ int TZubRead::get_colors(bool first_page_only) {
                     "-dGraphicsAlphaBits=1 -dTextAlphaBits=1 -r16 ";
   if (first_page_only) cmd += "-dFirstPage=1 -dLastPage=1 ";
   cmd += "-sOutputFile=\"" + preview.path() + "\" \"" + src_file + "\"";
-  RunTool(cmd);
-  if (!FileOk(preview.path())) return -1;
+  tools::RunTool(cmd);
+  if (!tools::Produced(preview.path())) return -1;
   imaging::TIEBitmap bitmap;
   bitmap.SetLimits(picture_limits);
   imaging::TImageEnIO io(&bitmap);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <limits>
 
+#include "platform/bytes.h"
 #include "platform/text_encoding.h"
 
 namespace pictavo::settings {
@@ -11,14 +12,11 @@ namespace {
 
 using platform::EqualsNoCase;
 
-std::string_view Trim(std::string_view s) {
-  while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
-  while (!s.empty() && (s.back() == ' ' || s.back() == '\t')) s.remove_suffix(1);
-  return s;
-}
+// The blanks of an ini line: spaces and tabs only (a line break is not trimmed away).
+constexpr std::string_view kBlanks = " \t";
 
 bool IsBlank(std::string_view s) {
-  return Trim(s).empty();
+  return platform::Trim(s, kBlanks).empty();
 }
 
 bool IsBlankChar(char c) {
@@ -49,7 +47,7 @@ bool HasLineBreak(std::string_view text) {
 }
 
 std::optional<int> ParseInteger(std::string_view text) {
-  std::string_view s = Trim(text);
+  std::string_view s = platform::Trim(text, kBlanks);
   bool negative = false;
   if (!s.empty() && (s.front() == '-' || s.front() == '+')) {
     negative = s.front() == '-';
@@ -87,16 +85,17 @@ MemIniFile MemIniFile::FromText(std::string_view text) {
     pos = end + 1;
     if (end + 1 < text.size() && text[end] == '\r' && text[end + 1] == '\n') ++pos;
 
-    std::string_view line = Trim(raw);
+    std::string_view line = platform::Trim(raw, kBlanks);
     if (line.size() >= 2 && line.front() == '[' && line.back() == ']') {
-      ini.sections_.push_back(Section{std::string(Trim(line.substr(1, line.size() - 2))), {}});
+      ini.sections_.push_back(
+          Section{std::string(platform::Trim(line.substr(1, line.size() - 2), kBlanks)), {}});
       target = &ini.sections_.back().lines;
       continue;
     }
     size_t eq = line.find('=');
     if (eq != std::string_view::npos && eq > 0 && line.front() != ';') {
-      target->push_back(
-          Line{std::string(Trim(line.substr(0, eq))), std::string(Trim(line.substr(eq + 1)))});
+      target->push_back(Line{std::string(platform::Trim(line.substr(0, eq), kBlanks)),
+                             std::string(platform::Trim(line.substr(eq + 1), kBlanks))});
     } else {
       target->push_back(Line{{}, std::string(raw)});
     }
@@ -197,8 +196,9 @@ bool MemIniFile::ReadBool(std::string_view section, std::string_view key, bool f
 bool MemIniFile::WriteString(std::string_view section, std::string_view key,
                              std::string_view value) {
   // Anything else would be read back as other entries, or other sections.
-  if (HasLineBreak(section) || HasLineBreak(key) || HasLineBreak(value) || Trim(key).empty() ||
-      key.find('=') != std::string_view::npos || Trim(key).front() == ';')
+  if (HasLineBreak(section) || HasLineBreak(key) || HasLineBreak(value) ||
+      platform::Trim(key, kBlanks).empty() || key.find('=') != std::string_view::npos ||
+      platform::Trim(key, kBlanks).front() == ';')
     return false;
   for (Section& s : sections_) {
     if (!EqualsNoCase(s.name, section)) continue;

@@ -16,6 +16,7 @@
 #include "imaging/ie_icc.h"
 #include "imaging/ie_io.h"
 #include "imaging/ie_proc.h"
+#include "platform/bytes.h"
 #include "platform/text_encoding.h"
 #include "write/writers.h"
 #include "write/writers_own.h"
@@ -55,10 +56,6 @@ bool IsBlackAndWhiteCompression(int v) {
   return v == 1 || v == 3 || v == 4 || v == 5;
 }
 
-std::string LowerExtension(const std::string& path) {
-  return platform::AsciiLower(fs::path(path).extension().string());
-}
-
 // The soft key: alpha grows with the weighted distance from the key colour,
 // min(255, round(10 x (30|dR| + 59|dG| + 11|dB|) / 100)).
 void ApplySoftKey(TIEBitmap& bmp, imaging::TRGB key) {
@@ -74,13 +71,10 @@ void ApplySoftKey(TIEBitmap& bmp, imaging::TRGB key) {
   }
 }
 
-// Steps applied to one loaded frame before it is saved. Returns false on an engine error.
-bool PrepareFrame(TZubConvert& self, TImageEnIO& io, const std::string& key, bool& cmyk) {
-  const TMainSettings& s = *self.settings;
-  TIEBitmap& bmp = io.Bitmap();
-  TIOParamsVals& p = io.Params();
-  imaging::TImageEnProc proc(&bmp);
-
+// The frame's profile, resolution, alpha and metadata as the "Save" and "Dpi" keys ask, and
+// the EXIF thumbnail of a JPEG.
+void ApplyMetadata(const TMainSettings& s, const std::string& key, TIEBitmap& bmp,
+                   TIOParamsVals& p) {
   if (s.save.icc_option == 1) {
     p.ICC = imaging::TIEICC();
     p.ClearMarkers();
@@ -120,6 +114,38 @@ bool PrepareFrame(TZubConvert& self, TImageEnIO& io, const std::string& key, boo
   // The thumbnail is written only inside an EXIF block: without one it is not worth a resample.
   if ((key == ";jpg;" || key == ";jpeg;") && p.EXIF_HasEXIFData)
     (void)p.UpdateEXIFThumbnail(bmp, 160);
+}
+
+// The TIFF compression and its layout: fax codings make the frame 1-bit (and drop CMYK).
+bool PrepareTiff(const TMainSettings& s, TIEBitmap& bmp, TIOParamsVals& p,
+                 imaging::TImageEnProc& proc, bool& cmyk) {
+  const int v = std::clamp(s.tif.compression, 0, 7);
+  p.TIFF_Compression = kTiffCompression[v];
+  if (IsBlackAndWhiteCompression(v)) {
+    if (!proc.ConvertToBWThreshold(-1).ok()) return false;
+    p.BitsPerSample = 1, p.SamplesPerPixel = 1;
+    cmyk = false;  // fax codings are 1-bit: no CMYK for this save
+  }
+  p.TIFF_JPEGQuality = std::clamp(s.tif.jpg_quality, 1, 100);
+  p.TIFF_PhotometInterpret = cmyk ? imaging::ioTIFF_CMYK : imaging::ioTIFF_RGB;
+  p.TIFF_JPEGColorSpace = cmyk && v == 6 ? static_cast<imaging::TIOJPEGColorSpace>(3)
+                                         : JpegColorSpace(s.jpg.color_space);
+  const bool four = cmyk || (bmp.HasAlphaChannel() && s.save.copy_alpha);
+  if (four && (v == 0 || v == 2 || v == 6 || v == 7)) {
+    p.BitsPerSample = 8, p.SamplesPerPixel = 4;
+    if (v == 6) p.SamplesPerPixel = 3;
+  }
+  return true;
+}
+
+// Steps applied to one loaded frame before it is saved. Returns false on an engine error.
+bool PrepareFrame(TZubConvert& self, TImageEnIO& io, const std::string& key, bool& cmyk) {
+  const TMainSettings& s = *self.settings;
+  TIEBitmap& bmp = io.Bitmap();
+  TIOParamsVals& p = io.Params();
+  imaging::TImageEnProc proc(&bmp);
+
+  ApplyMetadata(s, key, bmp, p);
 
   p.JPEG_Quality = std::clamp(s.jpg.quality, 1, 100);
   p.JPEG_ColorSpace = JpegColorSpace(s.jpg.color_space);
@@ -156,24 +182,7 @@ bool PrepareFrame(TZubConvert& self, TImageEnIO& io, const std::string& key, boo
     p.PNG_Compression = s.png.optimized ? 9 : std::clamp(s.png.compression, 0, 9);
   }
 
-  if (key == ";tif;" || key == ";tiff;") {
-    const int v = std::clamp(s.tif.compression, 0, 7);
-    p.TIFF_Compression = kTiffCompression[v];
-    if (IsBlackAndWhiteCompression(v)) {
-      if (!proc.ConvertToBWThreshold(-1).ok()) return false;
-      p.BitsPerSample = 1, p.SamplesPerPixel = 1;
-      cmyk = false;  // fax codings are 1-bit: no CMYK for this save
-    }
-    p.TIFF_JPEGQuality = std::clamp(s.tif.jpg_quality, 1, 100);
-    p.TIFF_PhotometInterpret = cmyk ? imaging::ioTIFF_CMYK : imaging::ioTIFF_RGB;
-    p.TIFF_JPEGColorSpace = cmyk && v == 6 ? static_cast<imaging::TIOJPEGColorSpace>(3)
-                                           : JpegColorSpace(s.jpg.color_space);
-    const bool four = cmyk || (bmp.HasAlphaChannel() && s.save.copy_alpha);
-    if (four && (v == 0 || v == 2 || v == 6 || v == 7)) {
-      p.BitsPerSample = 8, p.SamplesPerPixel = 4;
-      if (v == 6) p.SamplesPerPixel = 3;
-    }
-  }
+  if ((key == ";tif;" || key == ";tiff;") && !PrepareTiff(s, bmp, p, proc, cmyk)) return false;
 
   if (key == ";gif;") {
     if (!proc.ConvertTo(256).ok()) return false;
@@ -269,7 +278,7 @@ int simple_write(TZubConvert& self) {
   TIEBitmap bmp;
   TImageEnIO io(&bmp);
   int frames = 1;
-  const std::string src_ext = LowerExtension(self.src_file);
+  const std::string src_ext = platform::LowerExtension(self.src_file);
   if (src_ext == ".tif" || src_ext == ".tiff" || src_ext == ".gif") {
     io.Params().ImageIndex = 0;
     if (io.ParamsFromFile(self.src_file).ok()) frames = std::max(1, io.Params().ImageCount);
@@ -324,23 +333,23 @@ int simple_write(TZubConvert& self) {
 
   if (tiff && cmyk) {
     const int v = std::clamp(s.tif.compression, 0, 7);
-    RunTool(Quoted(self.Tool("f300_uni.exe")) + kCmykSwitch[v] + " -multi -overwrite -cmyk_space " +
-            Quoted(out.path()));
+    tools::RunTool(Quoted(self.Tool("f300_uni.exe")) + kCmykSwitch[v] +
+                   " -multi -overwrite -cmyk_space " + Quoted(out.path()));
   }
   // Only a GIF target is made an endless animation: the converter writes GIF whatever the
   // destination's name, so other targets are left as the engine wrote them.
   if (key == ";gif;" && src_ext == ".gif" && s.gif.loop && saved >= 2 && !one_file_per_frame) {
     const std::string tmp = self.Scratch(".gif");
-    RunTool(Quoted(self.Tool("convert.bin")) + " -loop 0 -delay " +
-            std::to_string(s.gif.delay_time) + " " + Quoted(out.path()) + " " + Quoted(tmp));
-    if (Produced(tmp)) {
+    tools::RunTool(Quoted(self.Tool("convert.bin")) + " -loop 0 -delay " +
+                   std::to_string(s.gif.delay_time) + " " + Quoted(out.path()) + " " + Quoted(tmp));
+    if (tools::Produced(tmp)) {
       std::error_code ec;
       fs::copy_file(tmp, out.path(), fs::copy_options::overwrite_existing, ec);
     }
-    RemoveFile(tmp);
+    tools::RemovePath(tmp);
   }
   if (key == ";png;" && s.png.optimized)
-    RunTool(Quoted(self.Tool("pngoptim.bin")) + " " + Quoted(out.path()));
+    tools::RunTool(Quoted(self.Tool("pngoptim.bin")) + " " + Quoted(out.path()));
 
   return out.Commit() ? 0 : 1;
 }

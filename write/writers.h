@@ -8,6 +8,7 @@
 
 #include <string>
 
+#include "engine/tools/route_kit.h"
 #include "write/zub_convert.h"
 
 namespace pictavo::writer {
@@ -55,13 +56,6 @@ int AvifQuantizer(int quality);
 int BpgQuantizer(int quality);
 
 // ---- Shared helpers (zub_convert.cpp) ----
-// True when `path` exists and is not empty (a refusing tool may leave a 0-byte file).
-bool Produced(const std::string& path);
-// Runs a tool's command line hidden and waits.
-void RunTool(const std::string& command_line);
-// Deletes a file when it exists; errors are ignored.
-void RemoveFile(const std::string& path);
-
 // A result file made under a scratch name beside its destination (same extension), then renamed
 // into place. The scratch file and its reservation marker are removed whatever happens.
 class ScratchResult {

@@ -72,7 +72,7 @@ bool PictureToPdf(TZubConvert& self, const std::string& pdf, int jpeg_quality) {
     io.Params().JPEG_Quality = std::clamp(jpeg_quality, 1, 100);
     if (!io.SaveToPDF().ok()) return false;
   }
-  return io.ClosePDFFile().ok() && Produced(pdf);
+  return io.ClosePDFFile().ok() && tools::Produced(pdf);
 }
 
 std::string Base64(const std::string& bytes) {
@@ -158,10 +158,10 @@ int adobe_write(TZubConvert& self) {
     if (!ai && ext == "pdf" && s.pdf_write.create_pdf_a)
       cmd += " " + Quoted(self.Tool("pdfa_def.ps"));
     cmd += " " + Quoted(pdf);
-    RunTool(cmd);
+    tools::RunTool(cmd);
     if (out.Commit()) status = 0;
   }
-  RemoveFile(pdf);
+  tools::RemovePath(pdf);
   return status;
 }
 
@@ -177,12 +177,12 @@ int pcl_write(TZubConvert& self) {
   if (PictureToPdf(self, pdf, 100)) {
     self.HasTool("pdfpsai.bin");
     ScratchResult out(self.dest_file);
-    RunTool(Quoted(self.Tool("pdfpsai.bin")) + " -dNOSAFER -dBATCH -dNOPAUSE " + device +
-            PaperSwitches(w.paper, false) + " -sOutputFile=" + Quoted(out.path()) + " " +
-            Quoted(pdf));
+    tools::RunTool(Quoted(self.Tool("pdfpsai.bin")) + " -dNOSAFER -dBATCH -dNOPAUSE " + device +
+                   PaperSwitches(w.paper, false) + " -sOutputFile=" + Quoted(out.path()) + " " +
+                   Quoted(pdf));
     if (out.Commit()) status = 0;
   }
-  RemoveFile(pdf);
+  tools::RemovePath(pdf);
   return status;
 }
 
@@ -225,8 +225,8 @@ int to_pdf_with_ocr(TZubConvert& self) {
     ScratchResult out(self.dest_file);
     // The engine names its output base; it adds ".pdf" itself.
     const std::string base = out.path().substr(0, out.path().size() - 4);
-    RunTool(Quoted(self.Tool("tesseract\\tesseract.exe")) + " " + Quoted(input) + " " +
-            Quoted(base) + " -l " + lang + " pdf");
+    tools::RunTool(Quoted(self.Tool("tesseract\\tesseract.exe")) + " " + Quoted(input) + " " +
+                   Quoted(base) + " -l " + lang + " pdf");
     if (out.Commit()) status = 0;
   }
   fs::remove_all(folder, ec);
@@ -245,9 +245,9 @@ int svg_raster_write(TZubConvert& self) {
   if (svg.raster_lossless) {
     const std::string png = self.Scratch(".png");
     if (!io.SaveToFile(png).ok()) return 1;
-    RunTool(Quoted(self.Tool("pngoptim.bin")) + " " + Quoted(png));
+    tools::RunTool(Quoted(self.Tool("pngoptim.bin")) + " " + Quoted(png));
     const std::string data = ReadAll(png);
-    RemoveFile(png);
+    tools::RemovePath(png);
     if (data.empty()) return 1;
     images = "<image width=\"" + std::to_string(w) + "\" height=\"" + std::to_string(h) +
              "\" xlink:href=\"data:img/png;base64," + Base64(data) + "\"/>";
@@ -280,7 +280,8 @@ int svg_raster_write(TZubConvert& self) {
       "version=\"1.1\" width=\"" +
       std::to_string(w) + "\" height=\"" + std::to_string(h) + "\" viewBox=\"0 0 " +
       std::to_string(w) + " " + std::to_string(h) + "\">\n" + defs + images + "\n</svg>\n";
-  return platform::WriteFileAtomic(self.dest_file, doc).ok() && Produced(self.dest_file) ? 0 : 1;
+  return platform::WriteFileAtomic(self.dest_file, doc).ok() && tools::Produced(self.dest_file) ? 0
+                                                                                                : 1;
 }
 
 }  // namespace pictavo::writer

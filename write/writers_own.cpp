@@ -6,16 +6,44 @@
 #include <cstdint>
 #include <string_view>
 
+#include "imaging/codecs/pnm_codec.h"
+#include "imaging/luma.h"
 #include "platform/fs.h"
 
 namespace pictavo::writer {
 namespace {
 
 using imaging::TIEBitmap;
+using imaging::TIEPixelFormat;
 
-std::string PnmHeader(const char* magic, const TIEBitmap& bmp) {
-  return std::string(magic) + "\n" + std::to_string(bmp.Width()) + " " +
-         std::to_string(bmp.Height()) + "\n255\n";
+// Binary PPM or PGM through the engine's PNM codec, from the picture's pixels as 8-bit RGB
+// whatever its layout (grey as rounded Rec. 601 thousandths).
+Status WritePnm(const TIEBitmap& bmp, const std::string& path, bool grey) {
+  if (bmp.IsEmpty()) return Status::Error("nothing to save: the bitmap is empty");
+  TIEBitmap samples;
+  Status made = samples.Allocate(bmp.Width(), bmp.Height(),
+                                 grey ? TIEPixelFormat::ie8g : TIEPixelFormat::ie24RGB);
+  if (!made.ok()) return made;
+  for (int y = 0; y < bmp.Height(); ++y) {
+    uint8_t* row = samples.Scanline(y);
+    for (int x = 0; x < bmp.Width(); ++x) {
+      const imaging::TRGB c = bmp.GetPixels(x, y);
+      if (grey) {
+        row[x] = imaging::Luma601Rounded8(c.r, c.g, c.b);
+      } else {
+        row[3 * x] = c.r;
+        row[3 * x + 1] = c.g;
+        row[3 * x + 2] = c.b;
+      }
+    }
+  }
+  std::vector<uint8_t> out;
+  const imaging::TIOParamsVals params;
+  Status encoded = grey ? imaging::codecs::EncodePGM(samples, params, out)
+                        : imaging::codecs::EncodePPM(samples, params, out);
+  if (!encoded.ok()) return encoded;
+  return platform::WriteFileAtomic(
+      path, std::string_view(reinterpret_cast<const char*>(out.data()), out.size()));
 }
 
 // Bits written most significant first, as SWF records want them.
@@ -168,29 +196,11 @@ void ShapeTag(uint16_t shape_id, uint16_t bitmap_id, int width, int height, std:
 }  // namespace
 
 Status WritePPM(const TIEBitmap& bmp, const std::string& path) {
-  if (bmp.IsEmpty()) return Status::Error("nothing to save: the bitmap is empty");
-  std::string out = PnmHeader("P6", bmp);
-  out.reserve(out.size() + static_cast<size_t>(bmp.Width()) * bmp.Height() * 3);
-  for (int y = 0; y < bmp.Height(); ++y)
-    for (int x = 0; x < bmp.Width(); ++x) {
-      const imaging::TRGB c = bmp.GetPixels(x, y);
-      out += static_cast<char>(c.r);
-      out += static_cast<char>(c.g);
-      out += static_cast<char>(c.b);
-    }
-  return platform::WriteFileAtomic(path, out);
+  return WritePnm(bmp, path, false);
 }
 
 Status WritePGM(const TIEBitmap& bmp, const std::string& path) {
-  if (bmp.IsEmpty()) return Status::Error("nothing to save: the bitmap is empty");
-  std::string out = PnmHeader("P5", bmp);
-  out.reserve(out.size() + static_cast<size_t>(bmp.Width()) * bmp.Height());
-  for (int y = 0; y < bmp.Height(); ++y)
-    for (int x = 0; x < bmp.Width(); ++x) {
-      const imaging::TRGB c = bmp.GetPixels(x, y);
-      out += static_cast<char>((299 * c.r + 587 * c.g + 114 * c.b + 500) / 1000);
-    }
-  return platform::WriteFileAtomic(path, out);
+  return WritePnm(bmp, path, true);
 }
 
 Status WriteSWF(const std::vector<const TIEBitmap*>& frames, int frame_rate,

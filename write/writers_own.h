@@ -1,5 +1,6 @@
-// The program's own writers for the formats it writes without the imaging engine's codecs:
-// binary PPM and PGM (8 bits per sample) and SWF (each frame a lossless bitmap on the stage).
+// The program's own writers for formats the imaging engine does not save in this form: binary
+// PPM and PGM of 8 bits per sample from any layout (through the engine's PNM codec) and SWF
+// (each frame a lossless bitmap on the stage).
 // Each writes the whole file under a scratch name and renames it into place.
 #pragma once
 

@@ -62,13 +62,13 @@ int EncodeThrough(TZubConvert& self, const std::string& ext, std::string_view to
   }
   const std::string tmp = self.Scratch(ext);
   int status = 1;
-  if (SaveLoaded(io, tmp) > 0 && Produced(tmp)) {
+  if (SaveLoaded(io, tmp) > 0 && tools::Produced(tmp)) {
     self.HasTool(tool);
     ScratchResult out(self.dest_file);
-    RunTool(build(tmp, out.path()));
+    tools::RunTool(build(tmp, out.path()));
     if (out.Commit()) status = 0;
   }
-  RemoveFile(tmp);
+  tools::RemovePath(tmp);
   return status;
 }
 
@@ -97,7 +97,7 @@ int RunOnSource(TZubConvert& self, std::string_view tool,
                 const std::function<std::string(const std::string& dest)>& build) {
   self.HasTool(tool);
   ScratchResult out(self.dest_file);
-  RunTool(build(out.path()));
+  tools::RunTool(build(out.path()));
   return out.Commit() ? 0 : 1;
 }
 
@@ -168,14 +168,14 @@ int cal_write(TZubConvert& self) {
   const std::string tmp = self.Scratch(".tif");
   int status = 1;
   const int dpi = SaveIntermediate(self, tmp);
-  if (dpi > 0 && Produced(tmp)) {
+  if (dpi > 0 && tools::Produced(tmp)) {
     self.HasTool("sc\\sc.exe");
     ScratchResult out(self.dest_file);
-    RunTool(Quoted(self.Tool("sc\\sc.exe")) + " " + Quoted(tmp) + " " + Quoted(out.path()) +
-            " CAL r" + std::to_string(dpi));
+    tools::RunTool(Quoted(self.Tool("sc\\sc.exe")) + " " + Quoted(tmp) + " " + Quoted(out.path()) +
+                   " CAL r" + std::to_string(dpi));
     if (out.Commit()) status = 0;
   }
-  RemoveFile(tmp);
+  tools::RemovePath(tmp);
   return status;
 }
 
@@ -189,13 +189,13 @@ int jxr_write(TZubConvert& self) {
 
 int gimp_gbr_write(TZubConvert& self) {
   const std::string png = self.Scratch(".png");
-  const bool made = SaveIntermediate(self, png) > 0 && Produced(png);
+  const bool made = SaveIntermediate(self, png) > 0 && tools::Produced(png);
   const std::string input = made ? png : self.src_file;
   const int status = RunOnSource(self, "f300_uni.exe", [&](const std::string& dest) {
     return Quoted(self.Tool("f300_uni.exe")) + "  -quiet -out gbr -o " + Quoted(dest) + " " +
            Quoted(input);
   });
-  RemoveFile(png);
+  tools::RemovePath(png);
   return status;
 }
 
@@ -237,13 +237,13 @@ int i_magick(TZubConvert& self) {
   // The general raster tool flattens the picture into a plain TIFF that the converter reads
   // whatever the source was; without it the converter reads the source itself.
   const std::string tif = self.Scratch(".tif");
-  RunTool(Quoted(self.Tool("f300_uni.exe")) + " -quiet -out tiff -o " + Quoted(tif) + " " +
-          Quoted(self.src_file));
-  const std::string input = Produced(tif) ? tif : self.src_file;
+  tools::RunTool(Quoted(self.Tool("f300_uni.exe")) + " -quiet -out tiff -o " + Quoted(tif) + " " +
+                 Quoted(self.src_file));
+  const std::string input = tools::Produced(tif) ? tif : self.src_file;
   const int status = RunOnSource(self, "convert.bin", [&](const std::string& dest) {
     return Quoted(self.Tool("convert.bin")) + " " + Quoted(input) + " " + Quoted(dest);
   });
-  RemoveFile(tif);
+  tools::RemovePath(tif);
   return status;
 }
 

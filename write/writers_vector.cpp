@@ -31,7 +31,7 @@ bool SaveBitmapForTracing(TZubConvert& self, const std::string& pbm) {
     return false;
   io.Params().BitsPerSample = 1;
   io.Params().SamplesPerPixel = 1;
-  return io.SaveToFile(pbm).ok() && Produced(pbm);
+  return io.SaveToFile(pbm).ok() && tools::Produced(pbm);
 }
 
 // One tracer run. `corners` 0 gives straight segments only; about 1 gives smooth curves.
@@ -42,9 +42,10 @@ bool Trace(TZubConvert& self, const std::string& pbm, const char* backend, const
   const int precision = std::clamp(self.settings->vec.ras2vec_precision, 0, 100);
   const int turd = (100 - precision) / 5;
   self.HasTool("tovec1.bin");
-  RunTool(Quoted(self.Tool("tovec1.bin")) + " -a " + corners + " -t " + std::to_string(turd) +
-          " --tight -b " + backend + " -o " + Quoted(out) + " " + Quoted(pbm));
-  return Produced(out);
+  tools::RunTool(Quoted(self.Tool("tovec1.bin")) + " -a " + corners + " -t " +
+                 std::to_string(turd) + " --tight -b " + backend + " -o " + Quoted(out) + " " +
+                 Quoted(pbm));
+  return tools::Produced(out);
 }
 
 int TraceTo(TZubConvert& self, const char* corners) {
@@ -71,11 +72,11 @@ int TraceTo(TZubConvert& self, const char* corners) {
             gis ? direct::vec2vec(d, mid, out.path()) : direct::adobe2vec(d, mid, out.path());
         if (r != 0 && !d.error_text.empty()) self.error_text = d.error_text;
       }
-      RemoveFile(mid);
+      tools::RemovePath(mid);
     }
     if (out.Commit()) status = 0;
   }
-  RemoveFile(pbm);
+  tools::RemovePath(pbm);
   return status;
 }
 

@@ -5,13 +5,14 @@
 
 #include "direct/routines.h"
 #include "direct/zub_direct.h"
+#include "engine/tools/route_kit.h"
 #include "engine/tools/runner.h"
 #include "engine/tools/temp_names.h"
-#include "engine/tools/tool_manifest.h"
 #include "engine/tools/tool_paths.h"
 #include "engine/tools/trouble.h"
 #include "imaging/ie_io.h"
 #include "imaging/ie_proc.h"
+#include "platform/bytes.h"
 #include "platform/fs.h"
 #include "platform/text_encoding.h"
 #include "write/writer_rows.h"
@@ -24,10 +25,6 @@ using tools::Quoted;
 
 bool Occurs(std::string_view list, const std::string& key) {
   return list.empty() || list.find(key) != std::string_view::npos;
-}
-
-std::string LowerExtension(const std::string& path) {
-  return platform::AsciiLower(fs::path(path).extension().string());
 }
 
 // The direct-conversion object for the vector routes, given this writer's job and settings.
@@ -58,25 +55,11 @@ int TraceThrough(TZubConvert& self, const std::string& ext, Writer trace,
     status = convert(d, tmp, out.path());
     if (status == 0 && !out.Commit()) status = 1;
   }
-  RemoveFile(tmp);
+  tools::RemovePath(tmp);
   return status;
 }
 
 }  // namespace
-
-bool Produced(const std::string& path) {
-  std::error_code ec;
-  return fs::is_regular_file(path, ec) && fs::file_size(path, ec) > 0 && !ec;
-}
-
-void RunTool(const std::string& command_line) {
-  (void)tools::RunAndWait(command_line, tools::kHidden);
-}
-
-void RemoveFile(const std::string& path) {
-  std::error_code ec;
-  if (!path.empty()) fs::remove(path, ec);
-}
 
 ScratchResult::ScratchResult(const std::string& dest) : dest_(dest) {
   const fs::path p(dest);
@@ -87,12 +70,12 @@ ScratchResult::ScratchResult(const std::string& dest) : dest_(dest) {
 }
 
 ScratchResult::~ScratchResult() {
-  RemoveFile(path_);
-  RemoveFile(base_ + "~");  // the reservation marker: this folder is not the pipeline's
+  tools::RemovePath(path_);
+  tools::RemovePath(base_ + "~");  // the reservation marker: this folder is not the pipeline's
 }
 
 bool ScratchResult::Commit() {
-  if (!Produced(path_)) return false;
+  if (!tools::Produced(path_)) return false;
   std::error_code ec;
   fs::rename(path_, dest_, ec);
   return !ec;
@@ -110,19 +93,15 @@ std::string TZubConvert::Key() const {
 }
 
 std::string TZubConvert::Tool(std::string_view name) const {
-  std::string path = platform::IncludeTrailingDelim(exe_folder) + "utl" + platform::kPathDelim;
-  for (char c : name) path += (c == '\\' || c == '/') ? platform::kPathDelim : c;
-  return path;
+  return tools::ToolIn(exe_folder, name);
 }
 
 bool TZubConvert::HasTool(std::string_view name) {
-  if (tools::ToolPresent(Tool(name), name)) return true;
-  if (error_text.empty()) error_text = tools::MissingToolMessage(name);
-  return false;
+  return tools::ToolAvailable(exe_folder, name, &error_text);
 }
 
 std::string TZubConvert::Scratch(const std::string& ext) const {
-  return tools::NewTempName(temp_folder) + ext;
+  return tools::ScratchName(temp_folder, ext);
 }
 
 void TZubConvert::snow(imaging::TImageEnIO& io) {
@@ -200,8 +179,8 @@ int raster_group(TZubConvert& self) {
     if (key != ";jp2;") return simple_write(self);
     ScratchResult out(self.dest_file);
     self.HasTool("colorist.exe");
-    RunTool(Quoted(self.Tool("colorist.exe")) + " convert " + Quoted(self.src_file) + " " +
-            Quoted(out.path()) + " -f j2k -q " + std::to_string(self.settings->jp2.quality));
+    tools::RunTool(Quoted(self.Tool("colorist.exe")) + " convert " + Quoted(self.src_file) + " " +
+                   Quoted(out.path()) + " -f j2k -q " + std::to_string(self.settings->jp2.quality));
     if (out.Commit()) return 0;
     return simple_write(self);
   }
@@ -210,8 +189,8 @@ int raster_group(TZubConvert& self) {
   if (self.settings->multipage.option != 2) {
     {
       ScratchResult out(self.dest_file);
-      RunTool(Quoted(self.Tool("convert.bin")) + "  " + Quoted(self.src_file) + " " +
-              Quoted(out.path()) + rle);
+      tools::RunTool(Quoted(self.Tool("convert.bin")) + "  " + Quoted(self.src_file) + " " +
+                     Quoted(out.path()) + rle);
       if (out.Commit()) return 0;
     }
     return simple_write(self);
@@ -219,15 +198,15 @@ int raster_group(TZubConvert& self) {
   // Into one common file: the converter makes a TIFF that the engine then adds to it.
   int status = kNothingWritten;
   const std::string tmp = self.Scratch(".tif");
-  RunTool(Quoted(self.Tool("convert.bin")) + "  " + Quoted(self.src_file) + " " + Quoted(tmp) +
-          rle);
-  if (Produced(tmp)) {
+  tools::RunTool(Quoted(self.Tool("convert.bin")) + "  " + Quoted(self.src_file) + " " +
+                 Quoted(tmp) + rle);
+  if (tools::Produced(tmp)) {
     const std::string src = self.src_file;
     self.src_file = tmp;
     status = simple_write(self);
     self.src_file = src;
   }
-  RemoveFile(tmp);
+  tools::RemovePath(tmp);
   return status;
 }
 
@@ -237,7 +216,7 @@ int brush_or_vector(TZubConvert& self) {
 }
 
 int write_vector(TZubConvert& self) {
-  const std::string ext = LowerExtension(self.dest_file);
+  const std::string ext = platform::LowerExtension(self.dest_file);
   const int option = self.settings->vec.ras2vec_option;
   if (ext == ".gbr" && self.settings->gbr.type == 1) return 1;
   if ((ext == ".dxf" || ext == ".plt") && option != 1) return vec_write_old(self);

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <optional>
 
+#include "engine/tools/route_kit.h"
 #include "engine/tools/runner.h"
 #include "engine/tools/temp_names.h"
 #include "engine/tools/tool_manifest.h"
@@ -20,11 +21,6 @@ namespace pictavo::tools {
 namespace fs = std::filesystem;
 
 namespace {
-
-bool NonEmptyFile(const std::string& path) {
-  std::error_code ec;
-  return fs::is_regular_file(path, ec) && fs::file_size(path, ec) > 0 && !ec;
-}
 
 Status NeedTool(const char* name) {
   if (platform::FileExists(ToolPath(name))) return Status::OK();
@@ -80,15 +76,15 @@ Status MergePdfFiles(const std::vector<std::string>& inputs, const std::string& 
     const std::string out = last ? output : scratch + (k % 2 == 0 ? "merged.pdf" : "merged2.pdf");
     fs::remove(out);
     RunAndWait(MergeCommand(list, out), kHidden);
-    if (!NonEmptyFile(out)) break;
+    if (!Produced(out)) break;
     previous = out;
   }
   if (!scratch.empty()) {
     std::error_code ec;
     fs::remove_all(scratch, ec);
   }
-  return NonEmptyFile(output) ? Status::OK()
-                              : Status::Error("could not merge the PDF files into " + output);
+  return Produced(output) ? Status::OK()
+                          : Status::Error("could not merge the PDF files into " + output);
 }
 
 Status MergePdfFolder(const std::string& folder, const std::string& output) {
@@ -97,8 +93,8 @@ Status MergePdfFolder(const std::string& folder, const std::string& output) {
   RunAndWait(
       Quoted(ToolPath("pdfmerge.bin")) + " " + Quoted(pattern) + " cat output " + Quoted(output),
       kHidden);
-  return NonEmptyFile(output) ? Status::OK()
-                              : Status::Error("could not merge the PDF files into " + output);
+  return Produced(output) ? Status::OK()
+                          : Status::Error("could not merge the PDF files into " + output);
 }
 
 double PgmInkShare(const std::string& pgm_path) {
@@ -172,7 +168,7 @@ Status RemoveBlankPages(const std::string& pdf, int accuracy, const std::string&
   RunAndWait(Quoted(ToolPath("pdfmerge.bin")) + " " + Quoted(pdf) + " cat" + keep + " output " +
                  Quoted(result),
              kHidden);
-  if (!NonEmptyFile(result)) return Status::Error("could not write the kept pages of " + pdf);
+  if (!Produced(result)) return Status::Error("could not write the kept pages of " + pdf);
   std::error_code ec;
   fs::rename(result, pdf, ec);
   if (ec) {  // another file system: copy, then replace atomically

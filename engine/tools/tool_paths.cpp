@@ -2,18 +2,17 @@
 
 #include <filesystem>
 
+#include "engine/tools/route_kit.h"
 #include "platform/fs.h"
 
 namespace pictavo::tools {
 
 std::string ToolFolder() {
-  return platform::ExecutableFolder() + "utl" + platform::kPathDelim;
+  return ToolFolderIn(platform::ExecutableFolder());
 }
 
 std::string ToolPath(std::string_view name) {
-  std::string path = ToolFolder();
-  for (char c : name) path += (c == '\\' || c == '/') ? platform::kPathDelim : c;
-  return path;
+  return ToolIn(platform::ExecutableFolder(), name);
 }
 
 bool IsOwnAdapter(const std::string& path) {
