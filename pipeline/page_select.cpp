@@ -10,6 +10,7 @@
 #include "engine/tools/temp_names.h"
 #include "imaging/format_sniff.h"
 #include "imaging/ie_io.h"
+#include "pipeline/naming_probe.h"
 #include "platform/fs.h"
 #include "platform/text_encoding.h"
 
@@ -195,6 +196,7 @@ std::string PageDestination(const settings::TMainSettings& s, const std::string&
   req.source_path = source;
   req.index = index;
   req.page = page;
+  req.probe = &NamingProbe();
   if (mask.find("<page") != std::string::npos && s.multipage.option_flags.Is(3))
     return s.create_dest_filename(req).result;
   if (mask.find('#') != std::string::npos) {
