@@ -284,7 +284,18 @@ bool JP2(const CodecRow&, const uint8_t* d, size_t n, HeaderFacts& out) {
   if (!jp2h) return false;
   const std::optional<Box> ihdr = FindBox(d, jp2h->body, jp2h->end, FourCC("ihdr"));
   if (!ihdr || ihdr->end - ihdr->body < 8) return false;
-  return SetSize(LoadBe32(d + ihdr->body + 4), LoadBe32(d + ihdr->body), out);
+  if (!SetSize(LoadBe32(d + ihdr->body + 4), LoadBe32(d + ihdr->body), out)) return false;
+  // EXIF travels in a 'uuid' box with this id ("JpgTiffExif->JP2").
+  static constexpr uint8_t kExifUuid[16] = {'J', 'p', 'g', 'T', 'i', 'f', 'f', 'E',
+                                            'x', 'i', 'f', '-', '>', 'J', 'P', '2'};
+  Box b;
+  for (uint64_t at = 0; NextBox(d, at, n, b);)
+    if (b.type == FourCC("uuid") && b.end - b.body > 16 &&
+        std::memcmp(d + b.body, kExifUuid, 16) == 0) {
+      TakeExif(d + b.body + 16, b.end - b.body - 16, out);
+      break;
+    }
+  return true;
 }
 
 bool J2K(const CodecRow&, const uint8_t* d, size_t n, HeaderFacts& out) {

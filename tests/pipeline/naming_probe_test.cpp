@@ -301,6 +301,11 @@ TEST_F(NamingOfFormats, PortraitAndExifDateOfEveryContainer) {
   EXPECT_EQ(Name("a.tif", Encoded(imaging::TIOFileType::ioTIFF, exif)), dated);
   EXPECT_EQ(Name("a.psd", PsdWithExif(exif)), dated);
   EXPECT_EQ(Name("a.tga", TgaWithStamp(2022, 7, 8, 9, 10, 11)), dated);
+  // JP2 keeps EXIF in a 'uuid' box of its own id, here after the code stream.
+  const std::string uuid = "uuid" + std::string("JpgTiffExif->JP2") + exif;
+  EXPECT_EQ(Name("a.jp2", Encoded(imaging::TIOFileType::ioJP2) +
+                              Be32(static_cast<uint32_t>(4 + uuid.size())) + uuid),
+            dated);
   // Formats without EXIF still tell their shape.
   for (imaging::TIOFileType type :
        {imaging::TIOFileType::ioJP2, imaging::TIOFileType::ioJ2K, imaging::TIOFileType::ioGIF,
