@@ -183,7 +183,7 @@ constexpr CodecRow kRows[] = {
     {T::ioJPEG, "JPEG", kJpegExt, IsJPEG, p::JPEG, codecs::DecodeJPEG, codecs::EncodeJPEG,
      LayoutBit(F::ie8g) | LayoutBit(F::ie24RGB) | LayoutBit(F::ieCMYK), false, true, false},
     {T::ioPNG, "PNG", kPngExt, IsPNG, p::PNG, codecs::DecodePNG, codecs::EncodePNG,
-     kAllLayouts & ~LayoutBit(F::ieCMYK), true, true, false},
+     kAllLayouts & ~LayoutBit(F::ieCMYK), true, true, false, /*exif_by_exiv2=*/true},
     {T::ioTIFF, "TIFF", kTiffExt, IsTIFF, p::TIFF, codecs::DecodeTIFF, codecs::EncodeTIFF,
      kAllLayouts, true, true, false},
     {T::ioGIF, "GIF", kGifExt, IsGIF, p::GIF, codecs::DecodeGIF, codecs::EncodeGIF, k8BitLayouts,
@@ -260,12 +260,11 @@ const CodecRow* RowForExtension(std::string_view path) {
   return nullptr;
 }
 
-std::optional<HeaderFacts> ProbeHeader(const uint8_t* data, size_t size) {
+std::optional<HeaderFacts> ProbeHeader(const uint8_t* data, size_t size, bool with_date) {
   const CodecRow* row = RowForBytes(data, size);
   HeaderFacts facts;
   if (!row || !row->probe || !row->probe(*row, data, size, facts)) return std::nullopt;
-  // Where exiv2 knows the format, it finds EXIF that the cheap look does not (PNG text chunks).
-  if (facts.date_time.empty() && row->metadata) {
+  if (with_date && facts.date_time.empty() && row->exif_by_exiv2) {
     TIOParamsVals params;
     metadata::ReadMetadata(data, size, params);
     if (!params.EXIF_Raw.empty()) {
@@ -277,10 +276,10 @@ std::optional<HeaderFacts> ProbeHeader(const uint8_t* data, size_t size) {
   return facts;
 }
 
-std::optional<HeaderFacts> ProbeHeaderFile(const std::string& path) {
+std::optional<HeaderFacts> ProbeHeaderFile(const std::string& path, bool with_date) {
   platform::MappedFile file;
   if (!file.Open(path, false)) return std::nullopt;
-  std::optional<HeaderFacts> facts = ProbeHeader(file.data(), file.size());
+  std::optional<HeaderFacts> facts = ProbeHeader(file.data(), file.size(), with_date);
   return file.CutShort() ? std::nullopt : facts;
 }
 

@@ -51,6 +51,9 @@ struct CodecRow {
   bool alpha;               // the encoder stores the alpha plane
   bool metadata;            // exiv2 reads and writes EXIF/IPTC/XMP in it
   bool alpha_rgb_only;      // the alpha plane only beside 24-bit RGB
+  // EXIF may sit where only exiv2 finds it (PNG: the text chunk exiv2 itself writes), so the
+  // header probe asks exiv2 when its own look finds no date.
+  bool exif_by_exiv2 = false;
 };
 
 // Every row, in the order the sniffer tries them.
@@ -68,8 +71,9 @@ const CodecRow* RowForExtension(std::string_view path);
 // pages the probe touches are read). nullopt when no row knows the bytes or the header is
 // damaged. The EXIF date comes from a cheap look at the container where the format keeps EXIF
 // in a known place, else, for formats exiv2 reads, from exiv2.
-std::optional<HeaderFacts> ProbeHeader(const uint8_t* data, size_t size);
-std::optional<HeaderFacts> ProbeHeaderFile(const std::string& path);
+// `with_date`: false when only the size is wanted, which spares the exiv2 pass.
+std::optional<HeaderFacts> ProbeHeader(const uint8_t* data, size_t size, bool with_date = true);
+std::optional<HeaderFacts> ProbeHeaderFile(const std::string& path, bool with_date = true);
 
 // The value of a TIFF tag of a TIFF file's first directory or its EXIF directory (see
 // TiffTagText); nullopt for anything that is not a TIFF file.

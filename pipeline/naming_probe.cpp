@@ -6,7 +6,8 @@ namespace pictavo::pipeline {
 namespace {
 
 std::optional<settings::ImageSize> Size(const std::string& path) {
-  const std::optional<imaging::HeaderFacts> facts = imaging::ProbeHeaderFile(path);
+  const std::optional<imaging::HeaderFacts> facts =
+      imaging::ProbeHeaderFile(path, /*with_date=*/false);
   if (!facts) return std::nullopt;
   return settings::ImageSize{facts->width, facts->height};
 }

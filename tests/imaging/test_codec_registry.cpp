@@ -106,16 +106,20 @@ TEST(CodecRegistry, ProbesOfFormatsWithoutAnEncoderReadCorpusFiles) {
     const char* file;
     int width, height;
     const char* date;
+    int orientation;
   } cases[] = {
-      {"raster/psd/2layers.psd", 101, 55, ""},
-      {"raster/jpeg2000/world.jp2", 800, 400, ""},
-      {"raster/jpeg2000/16bit.cropped.j2k", 64, 64, ""},
-      {"raster/webp/flower.webp", 480, 360, "2003:12:14 12:01:44"},
-      {"raster/tga/200x32_rgba_tl_rle.tga", 200, 32, ""},
-      // 'irot' turns these by a quarter: the decoded pictures are portraits.
-      {"raster/heic/fixture-heic.heic", 3024, 4032, "2017:06:06 17:00:02"},
-      {"raster/avif/abc_color_irot_alpha_irot.avif", 256, 512, ""},
-      {"raster/heic/RGB_10__29x100.heif", 29, 100, ""},
+      {"raster/psd/2layers.psd", 101, 55, "", 0},
+      {"raster/psd/hopper.psd", 128, 128, "2017:02:27 16:31:57", 1},  // DateTime only
+      {"raster/jpeg2000/world.jp2", 800, 400, "", 0},
+      {"raster/jpeg2000/16bit.cropped.j2k", 64, 64, "", 0},
+      {"raster/webp/flower.webp", 480, 360, "2003:12:14 12:01:44", 1},
+      {"raster/tga/200x32_rgba_tl_rle.tga", 200, 32, "", 0},
+      {"raster/jpeg/Canon_40D.jpg", 100, 68, "2008:05:30 15:56:01", 1},
+      // 'irot' turns these by a quarter: the decoded pictures are portraits. The EXIF
+      // orientation is what the camera wrote.
+      {"raster/heic/fixture-heic.heic", 3024, 4032, "2017:06:06 17:00:02", 6},
+      {"raster/avif/abc_color_irot_alpha_irot.avif", 256, 512, "", 0},
+      {"raster/heic/RGB_10__29x100.heif", 29, 100, "", 0},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.file);
@@ -126,6 +130,7 @@ TEST(CodecRegistry, ProbesOfFormatsWithoutAnEncoderReadCorpusFiles) {
     EXPECT_EQ(facts->width, c.width);
     EXPECT_EQ(facts->height, c.height);
     EXPECT_EQ(facts->date_time, c.date);
+    EXPECT_EQ(facts->orientation, c.orientation);
   }
 }
 
