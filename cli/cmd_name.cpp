@@ -6,6 +6,7 @@
 
 #include "cli/commands.h"
 #include "pipeline/job_plan.h"
+#include "pipeline/naming_probe.h"
 #include "settings/mem_ini_file.h"
 #include "settings/settings_overrides.h"
 
@@ -50,6 +51,7 @@ int CmdName(const Invocation& in) {
     request.source_path = absolute_sources[k];
     request.index = index + static_cast<int>(k);
     request.page = page - 1;
+    request.probe = &pipeline::NamingProbe();
     settings::DestNames names = s.create_dest_filename(request);
     const pipeline::PlannedFile& planned = plan.files()[k];
     if (page == 1) names.result = planned.pages.empty() ? planned.names.result : planned.pages[0];

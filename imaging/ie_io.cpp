@@ -6,20 +6,12 @@
 #include <optional>
 #include <string_view>
 
+#include "imaging/codec_registry.h"
 #include "imaging/codecs/bmp_codec.h"
 #include "imaging/codecs/gif_codec.h"
-#include "imaging/codecs/ico_codec.h"
-#include "imaging/codecs/jp2_codec.h"
-#include "imaging/codecs/jpeg_codec.h"
-#include "imaging/codecs/pcx_codec.h"
 #include "imaging/codecs/pdf_writer.h"
 #include "imaging/codecs/png_codec.h"
-#include "imaging/codecs/pnm_codec.h"
-#include "imaging/codecs/psd_codec.h"
-#include "imaging/codecs/qoi_codec.h"
-#include "imaging/codecs/tga_codec.h"
 #include "imaging/codecs/tiff_codec.h"
-#include "imaging/codecs/webp_codec.h"
 #include "imaging/format_sniff.h"
 #include "imaging/ie_icc.h"
 #include "imaging/ie_metadata.h"
@@ -33,65 +25,8 @@ using F = TIEPixelFormat;
 
 namespace {
 
-constexpr uint32_t kAllLayouts = LayoutBit(F::ie1g) | LayoutBit(F::ie8g) | LayoutBit(F::ie8p) |
-                                 LayoutBit(F::ie16g) | LayoutBit(F::ie24RGB) |
-                                 LayoutBit(F::ie48RGB) | LayoutBit(F::ieCMYK);
-constexpr uint32_t k8BitLayouts =
-    LayoutBit(F::ie1g) | LayoutBit(F::ie8g) | LayoutBit(F::ie8p) | LayoutBit(F::ie24RGB);
-
-// One row per format: how it is read, how it is written, which layouts the writer takes as
-// they are (everything else is converted first, see PrepareForSave), whether it stores the
-// alpha plane, and whether exiv2 can put EXIF/IPTC/XMP into it.
-struct CodecRow {
-  TIOFileType type;
-  codecs::DecodeFn decode;
-  codecs::EncodeFn encode;
-  uint32_t layouts;
-  bool alpha;
-  bool metadata;
-  bool alpha_rgb_only = false;
-};
-
-constexpr CodecRow kCodecs[] = {
-    {TIOFileType::ioJPEG, codecs::DecodeJPEG, codecs::EncodeJPEG,
-     LayoutBit(F::ie8g) | LayoutBit(F::ie24RGB) | LayoutBit(F::ieCMYK), false, true},
-    {TIOFileType::ioPNG, codecs::DecodePNG, codecs::EncodePNG, kAllLayouts & ~LayoutBit(F::ieCMYK),
-     true, true},
-    {TIOFileType::ioTIFF, codecs::DecodeTIFF, codecs::EncodeTIFF, kAllLayouts, true, true},
-    {TIOFileType::ioGIF, codecs::DecodeGIF, codecs::EncodeGIF,
-     LayoutBit(F::ie1g) | LayoutBit(F::ie8g) | LayoutBit(F::ie8p) | LayoutBit(F::ie24RGB), true,
-     false},
-    {TIOFileType::ioBMP, codecs::DecodeBMP, codecs::EncodeBMP, k8BitLayouts, true, false, true},
-    {TIOFileType::ioPCX, codecs::DecodePCX, codecs::EncodePCX, k8BitLayouts, false, false},
-    {TIOFileType::ioTGA, codecs::DecodeTGA, codecs::EncodeTGA,
-     LayoutBit(F::ie8g) | LayoutBit(F::ie8p) | LayoutBit(F::ie24RGB), true, false, true},
-    {TIOFileType::ioICO, codecs::DecodeICO, codecs::EncodeICO, LayoutBit(F::ie24RGB), true, false},
-    {TIOFileType::ioCUR, codecs::DecodeICO, codecs::EncodeICO, LayoutBit(F::ie24RGB), true, false},
-    {TIOFileType::ioPBM, codecs::DecodePNM, codecs::EncodePBM, LayoutBit(F::ie1g), false, false},
-    {TIOFileType::ioPGM, codecs::DecodePNM, codecs::EncodePGM,
-     LayoutBit(F::ie8g) | LayoutBit(F::ie16g), false, false},
-    {TIOFileType::ioPPM, codecs::DecodePNM, codecs::EncodePPM,
-     LayoutBit(F::ie24RGB) | LayoutBit(F::ie48RGB), false, false},
-    {TIOFileType::ioPAM, codecs::DecodePNM, codecs::EncodePAM,
-     LayoutBit(F::ie1g) | LayoutBit(F::ie8g) | LayoutBit(F::ie16g) | LayoutBit(F::ie24RGB) |
-         LayoutBit(F::ie48RGB),
-     true, false},
-    {TIOFileType::ioWEBP, codecs::DecodeWEBP, codecs::EncodeWEBP, LayoutBit(F::ie24RGB), true,
-     true},
-    {TIOFileType::ioJP2, codecs::DecodeJP2, codecs::EncodeJP2,
-     LayoutBit(F::ie8g) | LayoutBit(F::ie16g) | LayoutBit(F::ie24RGB) | LayoutBit(F::ie48RGB), true,
-     false},
-    {TIOFileType::ioJ2K, codecs::DecodeJP2, codecs::EncodeJ2K,
-     LayoutBit(F::ie8g) | LayoutBit(F::ie16g) | LayoutBit(F::ie24RGB) | LayoutBit(F::ie48RGB), true,
-     false},
-    {TIOFileType::ioQOI, codecs::DecodeQOI, codecs::EncodeQOI, LayoutBit(F::ie24RGB), true, false},
-    {TIOFileType::ioPSD, codecs::DecodePSD, nullptr, 0, false, false},
-};
-
 const CodecRow* FindRow(TIOFileType type) {
-  for (const CodecRow& row : kCodecs)
-    if (row.type == type) return &row;
-  return nullptr;
+  return RowForType(type);
 }
 
 // Nearest layouts to try, in order, when a writer does not take a layout as it is.

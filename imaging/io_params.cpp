@@ -1,5 +1,6 @@
 #include "imaging/io_params.h"
 
+#include "imaging/codec_registry.h"
 #include "imaging/codecs/jpeg_codec.h"
 #include "imaging/resample.h"
 
@@ -54,52 +55,8 @@ pictavo::Status TIOParamsVals::UpdateEXIFThumbnail(const TIEBitmap& source, int 
 }
 
 const char* FileTypeName(TIOFileType type) {
-  switch (type) {
-    case TIOFileType::ioJPEG:
-      return "JPEG";
-    case TIOFileType::ioPNG:
-      return "PNG";
-    case TIOFileType::ioTIFF:
-      return "TIFF";
-    case TIOFileType::ioGIF:
-      return "GIF";
-    case TIOFileType::ioBMP:
-      return "BMP";
-    case TIOFileType::ioPCX:
-      return "PCX";
-    case TIOFileType::ioTGA:
-      return "TGA";
-    case TIOFileType::ioICO:
-      return "ICO";
-    case TIOFileType::ioCUR:
-      return "CUR";
-    case TIOFileType::ioPBM:
-      return "PBM";
-    case TIOFileType::ioPGM:
-      return "PGM";
-    case TIOFileType::ioPPM:
-      return "PPM";
-    case TIOFileType::ioPAM:
-      return "PAM";
-    case TIOFileType::ioWEBP:
-      return "WebP";
-    case TIOFileType::ioJP2:
-      return "JPEG 2000 (JP2)";
-    case TIOFileType::ioJ2K:
-      return "JPEG 2000 code stream";
-    case TIOFileType::ioQOI:
-      return "QOI";
-    case TIOFileType::ioPSD:
-      return "PSD";
-    case TIOFileType::ioPDF:
-      return "PDF";
-    case TIOFileType::ioWMF:
-      return "WMF";
-    case TIOFileType::ioEMF:
-      return "EMF";
-    default:
-      return "unknown";
-  }
+  const CodecRow* row = RowForType(type);
+  return row ? row->name : "unknown";
 }
 
 }  // namespace pictavo::imaging

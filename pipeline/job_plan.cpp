@@ -5,6 +5,7 @@
 
 #include "direct/result_check.h"
 #include "engine/tools/tool_paths.h"
+#include "pipeline/naming_probe.h"
 #include "pipeline/page_select.h"
 #include "pipeline/routing.h"
 #include "platform/fs.h"
@@ -65,6 +66,7 @@ JobPlan::JobPlan(const settings::TMainSettings& s, std::vector<std::string> sour
     settings::DestRequest req;
     req.source_path = f.source;
     req.index = first_index_ + index;
+    req.probe = &NamingProbe();
     f.names = s.create_dest_filename(req);
     const int pages = PagesAreFiles(s, f.source, target) ? HeaderPages(f.source, s) : -1;
     if (pages > 1) {

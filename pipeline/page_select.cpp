@@ -11,6 +11,7 @@
 #include "imaging/format_sniff.h"
 #include "imaging/ie_io.h"
 #include "imaging/luma.h"
+#include "pipeline/naming_probe.h"
 #include "platform/fs.h"
 #include "platform/text_encoding.h"
 
@@ -196,6 +197,7 @@ std::string PageDestination(const settings::TMainSettings& s, const std::string&
   req.source_path = source;
   req.index = index;
   req.page = page;
+  req.probe = &NamingProbe();
   if (mask.find("<page") != std::string::npos && s.multipage.option_flags.Is(3))
     return s.create_dest_filename(req).result;
   if (mask.find('#') != std::string::npos) {

@@ -13,6 +13,7 @@
 #include "engine/tools/tool_paths.h"
 #include "imaging/ie_bitmap.h"
 #include "imaging/ie_io.h"
+#include "pipeline/naming_probe.h"
 #include "platform/fs.h"
 #include "platform/text_encoding.h"
 
@@ -166,7 +167,7 @@ SaveResult SaveWritten(const std::string& written, const std::string& dest,
     fs::path p(target);
     const std::string base = fs::path(source).stem().string();
     for (int n = 0; n < s.save.number_of_copies; ++n) {
-      settings::MaskSource ms{source, 0, 0, 0, std::nullopt};
+      settings::MaskSource ms{source, 0, 0, 0, std::nullopt, &NamingProbe()};
       std::string name = s.ParseFileMask(base, platform::AsciiLower(s.save.copy_mask),
                                          s.save.copy_counter + index + n, ms);
       std::string copy = (p.parent_path() / (name + p.extension().string())).string();

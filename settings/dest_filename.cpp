@@ -4,7 +4,6 @@
 #include "platform/fs.h"
 #include "platform/text_encoding.h"
 #include "settings/date_format.h"
-#include "settings/image_header_probe.h"
 #include "settings/main_settings.h"
 
 namespace pictavo::settings {
@@ -84,7 +83,8 @@ std::string TMainSettings::ParseFileMask(std::string_view base_name, std::string
                                          int counter, const MaskSource& source) const {
   if (base_name.empty()) return "null";
   if (mask.empty()) mask = "<filename>";
-  const ImageHeaderProbe& probe = CurrentImageHeaderProbe();
+  static const ImageHeaderProbe kNoProbe;
+  const ImageHeaderProbe& probe = source.probe ? *source.probe : kNoProbe;
 
   std::string out;
   size_t i = 0;
@@ -176,16 +176,14 @@ DestNames TMainSettings::create_dest_filename(const DestRequest& request) const 
   const std::string mask = AsciiLower(file_name.mask_prefix) + AsciiLower(file_name.mask) +
                            AsciiLower(file_name.mask_suffix);
 
-  MaskSource mask_source{source, 0, 0, request.page, std::nullopt};
+  MaskSource mask_source{source, 0, 0, request.page, std::nullopt, request.probe};
   bool wants_size = mask.find("<orientation>") != std::string::npos;
   for (const ThumbnailSet& set : thumbnail_sets)
     wants_size = wants_size || AsciiLower(set.mask).find("<orientation>") != std::string::npos;
-  if (wants_size && platform::FileExists(source)) {
-    if (const ImageHeaderProbe& probe = CurrentImageHeaderProbe(); probe.size) {
-      if (std::optional<ImageSize> size = probe.size(source)) {
-        mask_source.width = size->width;
-        mask_source.height = size->height;
-      }
+  if (wants_size && request.probe && request.probe->size && platform::FileExists(source)) {
+    if (std::optional<ImageSize> size = request.probe->size(source)) {
+      mask_source.width = size->width;
+      mask_source.height = size->height;
     }
   }
 

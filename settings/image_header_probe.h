@@ -1,9 +1,9 @@
 // What naming templates need to know about a source image: its size ("<orientation>"), a TIFF
 // tag ("<tif_tag:n>") and its EXIF date and time ("<exif_date_time>").
 //
-// The imaging engine may install its own probe at start-up; until it does, a small built-in
-// reader answers from the headers of PNG, JPEG, TIFF, GIF and BMP files. Only headers are read,
-// with every offset checked against the file; a damaged file gives "unknown", never a crash.
+// Settings cannot read pictures: the layer that can (the imaging engine, through the pipeline)
+// hands a probe to each naming call in DestRequest or MaskSource. Without one, the tokens that
+// need it expand as for a file that holds no such information.
 #pragma once
 
 #include <functional>
@@ -18,27 +18,12 @@ struct ImageSize {
 };
 
 struct ImageHeaderProbe {
-  // Each answers nullopt when the file is unreadable or holds no such information.
+  // Each answers nullopt when the file is unreadable or holds no such information; an empty
+  // member counts as one that always does. Called from several workers at once.
   std::function<std::optional<ImageSize>(const std::string& path)> size;
   std::function<std::optional<std::string>(const std::string& path, int tag)> tiff_tag;
   // As "yyyy-mm-dd hh-nn-ss" (the EXIF text with ":" made file-name safe).
   std::function<std::optional<std::string>(const std::string& path)> exif_date_time;
 };
-
-// The built-in header reader.
-ImageHeaderProbe BuiltInImageHeaderProbe();
-
-// Installs the probe that naming uses. Process-wide: call it once at start-up, before any
-// worker runs; reading it afterwards is thread-safe. Empty members fall back to the built-in.
-void SetImageHeaderProbe(ImageHeaderProbe probe);
-const ImageHeaderProbe& CurrentImageHeaderProbe();
-
-// The built-in readers, also usable on their own.
-std::optional<ImageSize> ReadImageSize(const std::string& path);
-// The value of a tag of the first image directory (or of its EXIF directory): text as
-// stored, numbers in decimal separated by blanks, fractions as "n/d".
-std::optional<std::string> ReadTiffTag(const std::string& path, int tag);
-// DateTimeOriginal of the EXIF directory, else DateTime of the first directory.
-std::optional<std::string> ReadExifDateTime(const std::string& path);
 
 }  // namespace pictavo::settings

@@ -17,6 +17,7 @@
 
 #include "platform/registry_store.h"
 #include "platform/status.h"
+#include "settings/image_header_probe.h"
 #include "settings/mem_ini_file.h"
 
 namespace pictavo::settings {
@@ -100,6 +101,9 @@ struct DestRequest {
   std::string source_root;  // folder the file was collected from (for the saving step's records)
   int page = 0;             // page index, 0 for the first page
   std::string subfolder;    // the job's optional subfolder under the source folder
+  // Reads the source's header for "<orientation>", "<tif_tag:n>" and "<exif_date_time>"; must
+  // outlive the call. None: those tokens know nothing of the file.
+  const ImageHeaderProbe* probe = nullptr;
 };
 
 struct DestNames {
@@ -115,6 +119,7 @@ struct MaskSource {
   int page = 0;  // page index, 0 for the first page
   // The moment that "<time:>" and "<date:>" show, in seconds since the epoch; now when unset.
   std::optional<int64_t> now;
+  const ImageHeaderProbe* probe = nullptr;  // as in DestRequest
 };
 
 class TMainSettings {

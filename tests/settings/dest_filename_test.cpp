@@ -195,15 +195,32 @@ TEST(CreateDestFilename, ThumbnailsShareTheThumbnailFolder) {
   EXPECT_EQ(names.thumbnails[4], "/in/a_thumb.JPG");
 }
 
-TEST(CreateDestFilename, OrientationReadsTheSourceHeader) {
+TEST(CreateDestFilename, OrientationAsksTheGivenProbe) {
   pictavo::testing::TempDir dir;
   TMainSettings s = Defaults();
   s.file_name.mask = "<filename>_<Orientation>";
   const std::string square = dir.file("sq.png"), tall = dir.file("tall.png");
   ASSERT_TRUE(platform::WriteFileAtomic(square, PngHeader(100, 100)).ok());
   ASSERT_TRUE(platform::WriteFileAtomic(tall, PngHeader(10, 30)).ok());
-  EXPECT_EQ(Result(s, square), "/out/sq_landscape.jpg");
-  EXPECT_EQ(Result(s, tall), "/out/tall_portrait.jpg");
+  int asked = 0;
+  const ImageHeaderProbe probe{
+      [&](const std::string& path) {
+        ++asked;
+        return std::optional<ImageSize>(path == tall ? ImageSize{10, 30} : ImageSize{5, 5});
+      },
+      nullptr, nullptr};
+  DestRequest r;
+  r.probe = &probe;
+  r.source_path = square;
+  EXPECT_EQ(s.create_dest_filename(r).result, "/out/sq_landscape.jpg");
+  r.source_path = tall;
+  EXPECT_EQ(s.create_dest_filename(r).result, "/out/tall_portrait.jpg");
+  EXPECT_EQ(asked, 2);
+  // A missing source is not probed; without a probe nothing is known: landscape.
+  r.source_path = dir.file("gone.png");
+  EXPECT_EQ(s.create_dest_filename(r).result, "/out/gone_landscape.jpg");
+  EXPECT_EQ(asked, 2);
+  EXPECT_EQ(Result(s, tall), "/out/tall_landscape.jpg");
 }
 
 }  // namespace
