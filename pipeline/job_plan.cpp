@@ -101,7 +101,7 @@ std::string JobPlan::Take(const std::string& wanted, int owner, std::string* tak
 }
 
 std::string JobPlan::PageName(int index, int page, std::string* taken_by) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  platform::MutexLock lock(mutex_);
   const PlannedFile& f = files_.at(static_cast<size_t>(index));
   if (page >= 0 && static_cast<size_t>(page) < f.pages.size()) {
     const std::string& name = f.pages[static_cast<size_t>(page)];
@@ -127,7 +127,7 @@ std::string JobPlan::FirstResult(int index) const {
 }
 
 int JobPlan::Renamed() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  platform::MutexLock lock(mutex_);
   return renamed_;
 }
 

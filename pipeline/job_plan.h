@@ -14,10 +14,10 @@
 #pragma once
 
 #include <map>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "platform/thread_annotations.h"
 #include "settings/main_settings.h"
 
 namespace pictavo::pipeline {
@@ -57,15 +57,17 @@ class JobPlan {
 
  private:
   // Takes `wanted` for `owner` (an index into files_), or its first free numbered form.
-  std::string Take(const std::string& wanted, int owner, std::string* taken_by);
+  // The constructor calls it before any worker runs, without the mutex.
+  std::string Take(const std::string& wanted, int owner, std::string* taken_by) REQUIRES(mutex_);
 
   const settings::TMainSettings* settings_ = nullptr;
   int first_index_ = 0;
   std::vector<PlannedFile> files_;
-  mutable std::mutex mutex_;
-  std::map<std::string, int> owners_;  // lower-cased name -> index of the source that has it
-  std::map<std::pair<int, int>, std::string> late_pages_;
-  int renamed_ = 0;
+  mutable platform::Mutex mutex_;
+  // lower-cased name -> index of the source that has it
+  std::map<std::string, int> owners_ GUARDED_BY(mutex_);
+  std::map<std::pair<int, int>, std::string> late_pages_ GUARDED_BY(mutex_);
+  int renamed_ GUARDED_BY(mutex_) = 0;
 };
 
 // True when every page of a multi-page source is written to a file of its own for `target`:

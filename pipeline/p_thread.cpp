@@ -109,7 +109,7 @@ void TPThread::Resume() {
 
 void TPThread::Terminate() {
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    platform::MutexLock lock(mutex_);
     terminate_ = true;
   }
   wake_.notify_all();
@@ -118,7 +118,7 @@ void TPThread::Terminate() {
 
 bool TPThread::set_paremeters(int index, int count, const std::string& source, bool check_only,
                               const settings::DestNames& dest) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  platform::MutexLock lock(mutex_);
   if (busy_ || terminate_) return false;
   index_ = index;
   count_ = count;
@@ -140,44 +140,44 @@ bool TPThread::set_paremeters(int index, int count, const std::string& source, b
 }
 
 bool TPThread::Busy() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  platform::MutexLock lock(mutex_);
   return busy_;
 }
 
 std::string TPThread::TakeLog() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  platform::MutexLock lock(mutex_);
   std::string text;
   text.swap(pending_log_);
   return text;
 }
 
 int TPThread::FilesDone() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  platform::MutexLock lock(mutex_);
   return files_done_;
 }
 
 int TPThread::FilesFinished() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  platform::MutexLock lock(mutex_);
   return files_finished_;
 }
 
 FileOutcome TPThread::LastOutcome() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  platform::MutexLock lock(mutex_);
   return last_outcome_;
 }
 
 std::string TPThread::LastSavedFolder() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  platform::MutexLock lock(mutex_);
   return last_saved_folder_;
 }
 
 Route TPThread::route() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  platform::MutexLock lock(mutex_);
   return route_;
 }
 
 void TPThread::print_log(const std::string& text) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  platform::MutexLock lock(mutex_);
   pending_log_ += text;
 }
 
@@ -188,12 +188,12 @@ std::string TPThread::ScratchName(const std::string& ext) {
 void TPThread::Run() {
   while (true) {
     {
-      std::unique_lock<std::mutex> lock(mutex_);
-      wake_.wait(lock, [this] { return busy_ || terminate_; });
+      platform::MutexLock lock(mutex_);
+      while (!busy_ && !terminate_) wake_.wait(lock);
       if (!busy_) return;  // terminated while idle
     }
     ProcessFile();
-    std::lock_guard<std::mutex> lock(mutex_);
+    platform::MutexLock lock(mutex_);
     busy_ = false;
     ++files_finished_;
   }
@@ -237,7 +237,7 @@ void TPThread::ProcessFile() {
       fs::remove_all(entry.path(), ignore);
     }
   }
-  std::lock_guard<std::mutex> lock(mutex_);
+  platform::MutexLock lock(mutex_);
   if (ok) ++files_done_;
   last_outcome_.index = index_;
   last_outcome_.source = source_;
@@ -567,7 +567,7 @@ bool TPThread::SaveAll() {
     print_log(log);
   }
   if (!saved_folder.empty()) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    platform::MutexLock lock(mutex_);
     last_saved_folder_ = saved_folder;
   }
   if (ok && all_skipped) {

@@ -10,7 +10,6 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <mutex>
 #include <string>
 #include <thread>
 
@@ -19,6 +18,7 @@
 #include "imaging/picture_limits.h"
 #include "pipeline/job_plan.h"
 #include "pipeline/routing.h"
+#include "platform/thread_annotations.h"
 #include "settings/main_settings.h"
 #include "settings/message_table.h"
 
@@ -119,7 +119,7 @@ class TPThread {
   bool CheckFile();
   // "Save"/"OverWrite" 2 and the result exists: the file is skipped before it is read.
   bool ResultKeptAsItIs();
-  void print_log(const std::string& line);
+  void print_log(const std::string& line) EXCLUDES(mutex_);
   std::string ScratchName(const std::string& ext);
   const std::string& M(settings::Msg id) const { return (*context_.messages)[id]; }
 
@@ -127,15 +127,15 @@ class TPThread {
   // The job's picture caps, as the imaging calls of this worker's stages take them.
   imaging::PictureLimits picture_limits_;
 
-  mutable std::mutex mutex_;
-  std::condition_variable wake_;
-  bool busy_ = false;              // guarded by mutex_
-  bool terminate_ = false;         // guarded by mutex_
-  std::string pending_log_;        // guarded by mutex_
-  std::string last_saved_folder_;  // guarded by mutex_
-  int files_done_ = 0;             // guarded by mutex_
-  int files_finished_ = 0;         // guarded by mutex_
-  FileOutcome last_outcome_;       // guarded by mutex_
+  mutable platform::Mutex mutex_;
+  std::condition_variable_any wake_;  // busy_ or terminate_ became true
+  bool busy_ GUARDED_BY(mutex_) = false;
+  bool terminate_ GUARDED_BY(mutex_) = false;
+  std::string pending_log_ GUARDED_BY(mutex_);
+  std::string last_saved_folder_ GUARDED_BY(mutex_);
+  int files_done_ GUARDED_BY(mutex_) = 0;
+  int files_finished_ GUARDED_BY(mutex_) = 0;
+  FileOutcome last_outcome_ GUARDED_BY(mutex_);
 
   // The current file; written by set_paremeters before busy_ is set, then owned by the worker.
   int index_ = 0;

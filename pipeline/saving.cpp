@@ -210,7 +210,7 @@ void create_thumb(const std::string& picture, const settings::DestNames& names, 
     std::string dest = names.thumbnails[i];
     if (page > 0) {
       fs::path p(dest);
-      char suffix[16];
+      char suffix[24];  // room for any int: gcc warns of truncation otherwise
       std::snprintf(suffix, sizeof suffix, "_page_%02d", page + 1);
       dest = (p.parent_path() / (p.stem().string() + suffix + p.extension().string())).string();
     }
