@@ -4,12 +4,12 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <mutex>
 
 #include "pipeline/routing.h"
 #include "platform/bytes.h"
 #include "platform/fs.h"
 #include "platform/text_encoding.h"
+#include "platform/thread_annotations.h"
 
 namespace pictavo::engine {
 namespace {
@@ -179,24 +179,27 @@ std::string ExtractedFolder(const std::string& container) {
 }
 
 namespace {
-std::mutex& LastSavedMutex() {
-  static std::mutex m;
-  return m;
-}
-std::string& LastSaved() {
-  static std::string folder;
-  return folder;
+// The folder of the last file the job saved (see zub_process.h).
+struct LastSavedState {
+  platform::Mutex mutex;
+  std::string folder GUARDED_BY(mutex);
+};
+LastSavedState& LastSaved() {
+  static LastSavedState state;
+  return state;
 }
 }  // namespace
 
 void SetLastSavedFolder(const std::string& folder) {
-  std::lock_guard<std::mutex> lock(LastSavedMutex());
-  LastSaved() = folder;
+  LastSavedState& last = LastSaved();
+  platform::MutexLock lock(last.mutex);
+  last.folder = folder;
 }
 
 std::string LastSavedFolder() {
-  std::lock_guard<std::mutex> lock(LastSavedMutex());
-  return LastSaved();
+  LastSavedState& last = LastSaved();
+  platform::MutexLock lock(last.mutex);
+  return last.folder;
 }
 
 }  // namespace pictavo::engine
