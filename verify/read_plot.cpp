@@ -40,102 +40,55 @@ bool IsBinaryByte(unsigned char c) {
          c == 0x7f;
 }
 
-}  // namespace
-
-// Commands are two letters (any case) and parameters up to the next letter or ';'. Labels run to
-// the label terminator (ETX unless DT names another), PE data and non-standard comments to ';'.
-// The file must begin with a plotter command (after escape sequences and separators), hold no
-// run of binary bytes and no unknown mnemonic before its first known one.
-void ReadHpgl(const Source& src, Content& out) {
-  out.known = true;
-  platform::MappedFile map;
+// The walk through an HP-GL file and what it has counted so far.
+struct HpglScan {
   std::string_view d;
-  if (!MapFile(src.file, map, d, out)) return;
-
-  char terminator = '\x03';
+  size_t i = 0;
+  char terminator = '\x03';  // ends label text
   bool pen_down = false;
   int64_t drawn = 0, known = 0, binary = 0;
-  size_t i = 0;
+
   // Moves past `stop` (or to the end); true when something came before it.
-  const auto skip_to = [&](char stop) {
+  bool SkipTo(char stop) {
     const size_t start = i;
     while (i < d.size() && d[i] != stop) ++i;
     const bool text = i > start;
     if (i < d.size()) ++i;
     return text;
-  };
-  while (i < d.size()) {
-    const char c = d[i];
-    if (c == '\x1b') {  // PCL or device-control escape: ends at an upper-case letter or ':'
-      const size_t limit = std::min(d.size(), i + 64);
-      ++i;
-      while (i < limit && !(d[i] >= 'A' && d[i] <= 'Z') && d[i] != ':') ++i;
-      ++i;
-      continue;
-    }
-    if (!IsLetter(c) || i + 1 >= d.size() || !IsLetter(d[i + 1])) {
-      if (IsBinaryByte(static_cast<unsigned char>(c))) ++binary;
-      if (known == 0 && !std::isspace(static_cast<unsigned char>(c)) && c != ';' && c != ',') {
-        out.opened = Status::Error("not an HP-GL file: it does not begin with a plotter command");
-        return;
-      }
-      ++i;
-      continue;
-    }
-    const char a = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    const char b = static_cast<char>(std::toupper(static_cast<unsigned char>(d[i + 1])));
-    i += 2;
-    if (!IsMnemonic(kMnemonics, a, b)) {
-      if (known == 0) {
-        out.opened = Status::Error("not an HP-GL file: it does not begin with a plotter command");
-        return;
-      }
-      continue;
-    }
-    ++known;
+  }
+
+  // The rest of known command `ab` (its text or parameters), and what it draws.
+  void Command(char a, char b) {
     if (a == 'L' && b == 'B') {  // label text, which may hold anything
-      if (skip_to(terminator)) ++drawn;
-      continue;
+      if (SkipTo(terminator)) ++drawn;
+      return;
     }
     if (a == 'D' && b == 'T') {  // DTc[,mode]: c ends labels from now on; "DT;" restores ETX
       if (i < d.size() && d[i] != ';')
         terminator = d[i++];
       else
         terminator = '\x03';
-      continue;
+      return;
     }
     if ((a == 'P' && b == 'E') || (a == 'B' && b == 'L')) {  // encoded data, then ';'
-      if (skip_to(a == 'B' ? terminator : ';') && a == 'P') ++drawn;
-      continue;
+      if (SkipTo(a == 'B' ? terminator : ';') && a == 'P') ++drawn;
+      return;
     }
     if (a == 'C' && b == 'O') {  // comment: "quoted", or (non-standard) up to ';'
       while (i < d.size() && d[i] == ' ') ++i;
       if (i < d.size() && d[i] == '"') {
         ++i;
-        skip_to('"');
+        SkipTo('"');
       } else {
-        skip_to(';');
+        SkipTo(';');
       }
-      continue;
+      return;
     }
     if (a == 'S' && b == 'M') {  // symbol mode: one character, any
       if (i < d.size() && d[i] != ';') ++i;
-      continue;
+      return;
     }
-    // Parameters: numbers, signs, separators and quoted strings, up to the next command.
-    bool coordinates = false;
-    while (i < d.size() && !IsLetter(d[i]) && d[i] != ';' && d[i] != '\x1b') {
-      if (d[i] == '"') {
-        ++i;
-        skip_to('"');
-        continue;
-      }
-      if (std::isdigit(static_cast<unsigned char>(d[i])))
-        coordinates = true;
-      else if (IsBinaryByte(static_cast<unsigned char>(d[i])))
-        ++binary;
-      ++i;
-    }
+    const bool coordinates = Parameters();
     if (a == 'P' && b == 'U') {
       pen_down = false;
     } else if (a == 'P' && b == 'D') {
@@ -149,18 +102,84 @@ void ReadHpgl(const Source& src, Content& out) {
       ++drawn;
     }
   }
+
+  // Numbers, signs, separators and quoted strings, up to the next command; true when there
+  // were digits.
+  bool Parameters() {
+    bool coordinates = false;
+    while (i < d.size() && !IsLetter(d[i]) && d[i] != ';' && d[i] != '\x1b') {
+      if (d[i] == '"') {
+        ++i;
+        SkipTo('"');
+        continue;
+      }
+      if (std::isdigit(static_cast<unsigned char>(d[i])))
+        coordinates = true;
+      else if (IsBinaryByte(static_cast<unsigned char>(d[i])))
+        ++binary;
+      ++i;
+    }
+    return coordinates;
+  }
+};
+
+}  // namespace
+
+// Commands are two letters (any case) and parameters up to the next letter or ';'. Labels run to
+// the label terminator (ETX unless DT names another), PE data and non-standard comments to ';'.
+// The file must begin with a plotter command (after escape sequences and separators), hold no
+// run of binary bytes and no unknown mnemonic before its first known one.
+void ReadHpgl(const Source& src, Content& out) {
+  out.known = true;
+  platform::MappedFile map;
+  std::string_view d;
+  if (!MapFile(src.file, map, d, out)) return;
+
+  HpglScan scan{d};
+  size_t& i = scan.i;
+  while (i < d.size()) {
+    const char c = d[i];
+    if (c == '\x1b') {  // PCL or device-control escape: ends at an upper-case letter or ':'
+      const size_t limit = std::min(d.size(), i + 64);
+      ++i;
+      while (i < limit && !(d[i] >= 'A' && d[i] <= 'Z') && d[i] != ':') ++i;
+      ++i;
+      continue;
+    }
+    if (!IsLetter(c) || i + 1 >= d.size() || !IsLetter(d[i + 1])) {
+      if (IsBinaryByte(static_cast<unsigned char>(c))) ++scan.binary;
+      if (scan.known == 0 && !std::isspace(static_cast<unsigned char>(c)) && c != ';' && c != ',') {
+        out.opened = Status::Error("not an HP-GL file: it does not begin with a plotter command");
+        return;
+      }
+      ++i;
+      continue;
+    }
+    const char a = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    const char b = static_cast<char>(std::toupper(static_cast<unsigned char>(d[i + 1])));
+    i += 2;
+    if (!IsMnemonic(kMnemonics, a, b)) {
+      if (scan.known == 0) {
+        out.opened = Status::Error("not an HP-GL file: it does not begin with a plotter command");
+        return;
+      }
+      continue;
+    }
+    ++scan.known;
+    scan.Command(a, b);
+  }
   CheckNotShrunk(map, out);
   if (!out.opened.ok()) return;
-  if (known == 0) {
+  if (scan.known == 0) {
     out.opened = Status::Error("not an HP-GL file: no plotter commands");
     return;
   }
   // A few stray bytes are tolerated; a file of binary data only looks like commands here and there.
-  if (binary * 100 > static_cast<int64_t>(d.size())) {
+  if (scan.binary * 100 > static_cast<int64_t>(d.size())) {
     out.opened = Status::Error("not an HP-GL file: it holds binary data");
     return;
   }
-  out.entities = drawn;
+  out.entities = scan.drawn;
 }
 
 // ---- Windows metafiles ----------------------------------------------------------------------
