@@ -5,6 +5,7 @@
 
 #include "engine/tools/probes.h"
 #include "engine/tools/tool_paths.h"
+#include "platform/bytes.h"
 #include "verify/readers.h"
 
 namespace pictavo::verify {
@@ -13,11 +14,6 @@ namespace {
 
 bool StartsWith(std::string_view s, std::string_view prefix) {
   return s.substr(0, prefix.size()) == prefix;
-}
-
-uint32_t Le32(const char* p) {
-  const auto* u = reinterpret_cast<const unsigned char*>(p);
-  return u[0] | (u[1] << 8) | (u[2] << 16) | (static_cast<uint32_t>(u[3]) << 24);
 }
 
 // Calls `line` for each line of `d`; PostScript lines end with LF, CR or CR LF.
@@ -89,7 +85,7 @@ void ReadPostScript(const Source& src, Content& out) {
   bool eps = false;
   if (d.size() >= 30 && std::memcmp(d.data(), "\xC5\xD0\xD3\xC6", 4) == 0) {
     // DOS EPS binary: the PostScript section's offset and length follow the signature.
-    const uint32_t offset = Le32(d.data() + 4), length = Le32(d.data() + 8);
+    const uint32_t offset = platform::LoadLe32(d, 4), length = platform::LoadLe32(d, 8);
     if (offset > d.size() || length > d.size() - offset) {
       out.opened = Status::Error("cut short: the EPS section runs past the end of the file");
       return;

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <optional>
 
+#include "platform/bytes.h"
 #include "verify/readers.h"
 
 namespace pictavo::verify {
@@ -186,14 +187,6 @@ void ReadHpgl(const Source& src, Content& out) {
 
 namespace {
 
-uint16_t Le16(std::string_view d, size_t at) {
-  return static_cast<uint16_t>(static_cast<unsigned char>(d[at]) |
-                               (static_cast<unsigned char>(d[at + 1]) << 8));
-}
-uint32_t Le32(std::string_view d, size_t at) {
-  return Le16(d, at) | (static_cast<uint32_t>(Le16(d, at + 2)) << 16);
-}
-
 // GDI records that put something on the page: lines, curves, shapes, regions, bitmaps, text
 // (EMR_POLYBEZIER ... EMR_GRADIENTFILL).
 constexpr uint32_t kEmfDrawing[] = {2,  3,  4,  5,  6,  7,  8,  15, 41,  42,  43,  44,
@@ -232,10 +225,10 @@ void ReadEmf(std::string_view d, Content& out) {
       out.opened = Status::Error("cut short: the EMF ends without its end-of-file record");
       return;
     }
-    const uint32_t type = Le32(d, at), size = Le32(d, at + 4);
+    const uint32_t type = platform::LoadLe32(d, at), size = platform::LoadLe32(d, at + 4);
     if (size < 8 || size % 4 != 0 || size > d.size() - at) {
       // The header's nBytes gives the whole size, telling a lost end from a wrong record.
-      out.opened = Status::Error(Le32(d, 48) > d.size()
+      out.opened = Status::Error(platform::LoadLe32(d, 48) > d.size()
                                      ? "cut short: the EMF is shorter than its header says"
                                      : "damaged: an EMF record has an impossible size");
       return;
@@ -247,11 +240,11 @@ void ReadEmf(std::string_view d, Content& out) {
     eof = type == 14;
     if (Among(kEmfDrawing, type)) ++gdi;
     // EMR_COMMENT holding EMF+ records: DataSize, "EMF+", then records of 12-byte headers.
-    if (type == 70 && size >= 16 && Le32(d, at + 12) == 0x2B464D45) {
-      const size_t end = at + 8 + std::min<size_t>(Le32(d, at + 8), size - 8);
+    if (type == 70 && size >= 16 && platform::LoadLe32(d, at + 12) == 0x2B464D45) {
+      const size_t end = at + 8 + std::min<size_t>(platform::LoadLe32(d, at + 8), size - 8);
       for (size_t p = at + 16; p + 12 <= end;) {
-        const uint16_t plus_type = Le16(d, p);
-        const uint32_t plus_size = Le32(d, p + 4);
+        const uint16_t plus_type = platform::LoadLe16(d, p);
+        const uint32_t plus_size = platform::LoadLe32(d, p + 4);
         if (plus_size < 12 || plus_size > end - p) break;
         if (IsEmfPlusDrawing(plus_type)) ++plus;
         p += plus_size;
@@ -264,12 +257,13 @@ void ReadEmf(std::string_view d, Content& out) {
 
 void ReadWmf(std::string_view d, Content& out) {
   size_t at = 0;
-  if (d.size() >= 22 && Le32(d, 0) == 0x9AC6CDD7) at = 22;  // the placeable header
-  if (d.size() - at < 18 || (Le16(d, at) != 1 && Le16(d, at) != 2) || Le16(d, at + 2) != 9) {
+  if (d.size() >= 22 && platform::LoadLe32(d, 0) == 0x9AC6CDD7) at = 22;  // the placeable header
+  if (d.size() - at < 18 || (platform::LoadLe16(d, at) != 1 && platform::LoadLe16(d, at) != 2) ||
+      platform::LoadLe16(d, at + 2) != 9) {
     out.opened = Status::Error("not a WMF file: no metafile header");
     return;
   }
-  const uint64_t declared = uint64_t{Le32(d, at + 6)} * 2 + (at == 22 ? 22 : 0);
+  const uint64_t declared = uint64_t{platform::LoadLe32(d, at + 6)} * 2 + (at == 22 ? 22 : 0);
   at += 18;
   int64_t drawn = 0;
   for (;;) {
@@ -277,8 +271,8 @@ void ReadWmf(std::string_view d, Content& out) {
       out.opened = Status::Error("cut short: the WMF ends without its end-of-file record");
       return;
     }
-    const uint64_t size = uint64_t{Le32(d, at)} * 2;  // in 16-bit words
-    const uint16_t function = Le16(d, at + 4);
+    const uint64_t size = uint64_t{platform::LoadLe32(d, at)} * 2;  // in 16-bit words
+    const uint16_t function = platform::LoadLe16(d, at + 4);
     if (function == 0) break;  // META_EOF
     if (size < 6 || size > d.size() - at) {
       // The header gives the whole size: a file shorter than that lost its end; otherwise the

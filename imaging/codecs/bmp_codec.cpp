@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <bit>
 
+#include "platform/bytes.h"
+
 namespace pictavo::imaging::codecs {
 
 namespace {
@@ -156,8 +158,8 @@ void CopyDibRows(const uint8_t* pixels, size_t stride, const DibHeader& hd, bool
         const int bpp = bits / 8;
         uint8_t* a = bmp->HasAlphaChannel() ? bmp->AlphaScanline(y) : nullptr;
         for (int x = 0; x < W; ++x) {
-          uint32_t v = s[bpp * x] | s[bpp * x + 1] << 8;
-          if (bpp == 4) v |= uint32_t(s[4 * x + 2]) << 16 | uint32_t(s[4 * x + 3]) << 24;
+          const uint32_t v =
+              bpp == 4 ? platform::LoadLe32(s + 4 * x) : platform::LoadLe16(s + 2 * x);
           d[3 * x] = Extract(v, masks[0]), d[3 * x + 1] = Extract(v, masks[1]),
                 d[3 * x + 2] = Extract(v, masks[2]);
           if (a) a[x] = Extract(v, masks[3]);

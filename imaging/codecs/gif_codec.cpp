@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <map>
 
+#include "platform/bytes.h"
+
 namespace pictavo::imaging::codecs {
 
 namespace {
@@ -331,7 +333,7 @@ bool ReadExtension(GifFileType* gif, TGIFFrameInfo& pending, TIOParamsVals& para
     } else if (code == APPLICATION_EXT_FUNC_CODE && first) {
       in_netscape = ext[0] == 11 && std::memcmp(ext + 1, "NETSCAPE2.0", 11) == 0;
     } else if (in_netscape && !first && ext[0] >= 3 && ext[1] == 1) {
-      params.GIF_Loop = ext[2] | ext[3] << 8;
+      params.GIF_Loop = platform::LoadLe16(ext + 2);
     }
     first = false;
     if (DGifGetExtensionNext(gif, &ext) != GIF_OK) return false;

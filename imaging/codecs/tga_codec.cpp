@@ -99,7 +99,7 @@ void CopyTgaPixels(const TgaHeader& hd, const std::vector<uint8_t>& px,
         d[x] = s[0];
         if (a) a[x] = s[1];
       } else if (pb == 2) {
-        const int v = s[0] | s[1] << 8;
+        const int v = platform::LoadLe16(s);
         d[3 * x] = ((v >> 10) & 31) * 255 / 31, d[3 * x + 1] = ((v >> 5) & 31) * 255 / 31,
               d[3 * x + 2] = (v & 31) * 255 / 31;
       } else {
