@@ -181,10 +181,7 @@ void ReadDxf(const Source& src, Content& out) {
   while (!eof && groups.Next(code, value)) {
     if (code == 999) continue;  // comment
     if (first) {
-      if (code != 0 || value != "SECTION") {
-        out.opened = Status::Error("not a DXF file: no SECTION");
-        return;
-      }
+      if (code != 0 || value != "SECTION") return Refuse(out, "not a DXF file: no SECTION");
       first = false;
     }
     if (code == 0) {
@@ -239,10 +236,7 @@ void ReadDxf(const Source& src, Content& out) {
     out.layers.clear();
     return;
   }
-  if (first) {
-    out.opened = Status::Error("not a DXF file: no SECTION");
-    return;
-  }
+  if (first) return Refuse(out, "not a DXF file: no SECTION");
   if (!eof) {
     out.opened = Status::Error("cut short: no EOF at the end of the DXF");
     out.layers.clear();

@@ -149,10 +149,8 @@ void ReadHpgl(const Source& src, Content& out) {
     }
     if (!IsLetter(c) || i + 1 >= d.size() || !IsLetter(d[i + 1])) {
       if (IsBinaryByte(static_cast<unsigned char>(c))) ++scan.binary;
-      if (scan.known == 0 && !std::isspace(static_cast<unsigned char>(c)) && c != ';' && c != ',') {
-        out.opened = Status::Error("not an HP-GL file: it does not begin with a plotter command");
-        return;
-      }
+      if (scan.known == 0 && !std::isspace(static_cast<unsigned char>(c)) && c != ';' && c != ',')
+        return Refuse(out, "not an HP-GL file: it does not begin with a plotter command");
       ++i;
       continue;
     }
@@ -160,10 +158,8 @@ void ReadHpgl(const Source& src, Content& out) {
     const char b = static_cast<char>(std::toupper(static_cast<unsigned char>(d[i + 1])));
     i += 2;
     if (!IsMnemonic(kMnemonics, a, b)) {
-      if (scan.known == 0) {
-        out.opened = Status::Error("not an HP-GL file: it does not begin with a plotter command");
-        return;
-      }
+      if (scan.known == 0)
+        return Refuse(out, "not an HP-GL file: it does not begin with a plotter command");
       continue;
     }
     ++scan.known;
@@ -171,15 +167,10 @@ void ReadHpgl(const Source& src, Content& out) {
   }
   CheckNotShrunk(map, out);
   if (!out.opened.ok()) return;
-  if (scan.known == 0) {
-    out.opened = Status::Error("not an HP-GL file: no plotter commands");
-    return;
-  }
+  if (scan.known == 0) return Refuse(out, "not an HP-GL file: no plotter commands");
   // A few stray bytes are tolerated; a file of binary data only looks like commands here and there.
-  if (scan.binary * 100 > static_cast<int64_t>(d.size())) {
-    out.opened = Status::Error("not an HP-GL file: it holds binary data");
-    return;
-  }
+  if (scan.binary * 100 > static_cast<int64_t>(d.size()))
+    return Refuse(out, "not an HP-GL file: it holds binary data");
   out.entities = scan.drawn;
 }
 
@@ -214,17 +205,12 @@ bool Among(const T (&list)[N], V value) {
 
 // `d` holds at least the 44 bytes up to the " EMF" signature.
 void ReadEmf(std::string_view d, Content& out) {
-  if (d.size() < 88) {
-    out.opened = Status::Error("cut short: the EMF header is incomplete");
-    return;
-  }
+  if (d.size() < 88) return Refuse(out, "cut short: the EMF header is incomplete");
   int64_t gdi = 0, plus = 0;
   bool eof = false;
   for (size_t at = 0; !eof;) {
-    if (d.size() - at < 8) {
-      out.opened = Status::Error("cut short: the EMF ends without its end-of-file record");
-      return;
-    }
+    if (d.size() - at < 8)
+      return Refuse(out, "cut short: the EMF ends without its end-of-file record");
     const uint32_t type = platform::LoadLe32(d, at), size = platform::LoadLe32(d, at + 4);
     if (size < 8 || size % 4 != 0 || size > d.size() - at) {
       // The header's nBytes gives the whole size, telling a lost end from a wrong record.
@@ -233,10 +219,7 @@ void ReadEmf(std::string_view d, Content& out) {
                                      : "damaged: an EMF record has an impossible size");
       return;
     }
-    if (at == 0 && type != 1) {
-      out.opened = Status::Error("not an EMF file: no header record");
-      return;
-    }
+    if (at == 0 && type != 1) return Refuse(out, "not an EMF file: no header record");
     eof = type == 14;
     if (Among(kEmfDrawing, type)) ++gdi;
     // EMR_COMMENT holding EMF+ records: DataSize, "EMF+", then records of 12-byte headers.
@@ -259,18 +242,14 @@ void ReadWmf(std::string_view d, Content& out) {
   size_t at = 0;
   if (d.size() >= 22 && platform::LoadLe32(d, 0) == 0x9AC6CDD7) at = 22;  // the placeable header
   if (d.size() - at < 18 || (platform::LoadLe16(d, at) != 1 && platform::LoadLe16(d, at) != 2) ||
-      platform::LoadLe16(d, at + 2) != 9) {
-    out.opened = Status::Error("not a WMF file: no metafile header");
-    return;
-  }
+      platform::LoadLe16(d, at + 2) != 9)
+    return Refuse(out, "not a WMF file: no metafile header");
   const uint64_t declared = uint64_t{platform::LoadLe32(d, at + 6)} * 2 + (at == 22 ? 22 : 0);
   at += 18;
   int64_t drawn = 0;
   for (;;) {
-    if (d.size() - at < 6) {
-      out.opened = Status::Error("cut short: the WMF ends without its end-of-file record");
-      return;
-    }
+    if (d.size() - at < 6)
+      return Refuse(out, "cut short: the WMF ends without its end-of-file record");
     const uint64_t size = uint64_t{platform::LoadLe32(d, at)} * 2;  // in 16-bit words
     const uint16_t function = platform::LoadLe16(d, at + 4);
     if (function == 0) break;  // META_EOF

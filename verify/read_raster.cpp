@@ -134,18 +134,14 @@ void ReadRaster(const Source& src, Content& out) {
   }
   const imaging::TIOParamsVals& p = io.Params();
   const TIOFileType named = imaging::FileTypeFromExtension("." + src.ext);
-  if (named != TIOFileType::ioUnknown && Family(named) != Family(p.FileType)) {
-    out.opened = Status::Error(std::string("holds a ") + imaging::FileTypeName(p.FileType) +
-                               " picture, not " + imaging::FileTypeName(named));
-    return;
-  }
+  if (named != TIOFileType::ioUnknown && Family(named) != Family(p.FileType))
+    return Refuse(out, std::string("holds a ") + imaging::FileTypeName(p.FileType) +
+                           " picture, not " + imaging::FileTypeName(named));
   platform::MappedFile map;
   std::string_view d;
   if (!MapFile(src.file, map, d, out)) return;
-  if (const std::string why = CutShortReason(p.FileType, d); !why.empty()) {
-    out.opened = Status::Error("cut short: " + why);
-    return;
-  }
+  if (const std::string why = CutShortReason(p.FileType, d); !why.empty())
+    return Refuse(out, "cut short: " + why);
   CheckNotShrunk(map, out);
   if (!out.opened.ok()) return;
   out.width = p.Width;
