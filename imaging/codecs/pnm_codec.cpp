@@ -132,7 +132,9 @@ pictavo::Status ReadPnmRows(ByteReader& r, const PnmHeader& hd, bool bit1, TIEBi
     } else {
       for (int x = 0; x < W; ++x) {
         for (int c = 0; c < color; ++c) {
-          const uint32_t v = sample(ok);
+          // Raw samples are read here rather than through `sample`, whose call the compiler
+          // keeps out of line.
+          const uint32_t v = plain ? sample(ok) : wide ? r.be16() : r.u8();
           if (wide)
             reinterpret_cast<uint16_t*>(d)[x * color + c] =
                 static_cast<uint16_t>(v * 65535 / maxval);
