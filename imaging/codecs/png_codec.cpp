@@ -310,6 +310,16 @@ png_color_16p ReadParams(png_structp png, png_infop info, const Header& h, TIOPa
   return bkgd;
 }
 
+// A row of pixels of kPx bytes split into kCol bytes of colour and the alpha byte at
+// `alpha_at`; the sizes are constants so that the copies are not library calls.
+template <size_t kCol, size_t kPx>
+void SplitAlpha(const uint8_t* s, uint8_t* d, uint8_t* a, int w, size_t alpha_at) {
+  for (int x = 0; x < w; ++x) {
+    std::memcpy(d + x * kCol, s + x * kPx, kCol);
+    a[x] = s[x * kPx + alpha_at];
+  }
+}
+
 // Moves the decoded rows into the bitmap: colour samples as they are, alpha into its plane,
 // palette transparency (tRNS) into alpha.
 pictavo::Status FillBitmap(png_structp png, png_infop info, const Header& h,
@@ -349,11 +359,16 @@ pictavo::Status FillBitmap(png_structp png, png_infop info, const Header& h,
     uint8_t* a = bmp->AlphaScanline(y);
     const size_t px_bytes = static_cast<size_t>(h.channels) * bytes_per_sample;
     const size_t col_bytes = static_cast<size_t>(color_ch) * bytes_per_sample;
-    for (int x = 0; x < w; ++x) {
-      std::memcpy(d + x * col_bytes, s + x * px_bytes, col_bytes);
-      // 16-bit alpha is native little-endian after png_set_swap: the high byte is second.
-      a[x] = bytes_per_sample == 2 ? s[x * px_bytes + col_bytes + 1] : s[x * px_bytes + col_bytes];
-    }
+    // 16-bit alpha is native little-endian after png_set_swap: the high byte is second.
+    const size_t alpha_at = col_bytes + (bytes_per_sample == 2 ? 1 : 0);
+    if (px_bytes == 2)
+      SplitAlpha<1, 2>(s, d, a, w, alpha_at);
+    else if (px_bytes == 4 && col_bytes == 3)
+      SplitAlpha<3, 4>(s, d, a, w, alpha_at);
+    else if (px_bytes == 4)
+      SplitAlpha<2, 4>(s, d, a, w, alpha_at);
+    else
+      SplitAlpha<6, 8>(s, d, a, w, alpha_at);
   }
   if (palette && h.has_trns) {
     png_bytep trans = nullptr;
