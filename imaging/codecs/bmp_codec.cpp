@@ -126,7 +126,8 @@ void CopyDibRows(const uint8_t* pixels, size_t stride, const DibHeader& hd, bool
                  const std::vector<uint8_t>& rle, bool invert1, TIEBitmap* bmp) {
   const int W = static_cast<int>(hd.w), H = static_cast<int>(hd.h);
   const int bits = hd.bits;
-  const uint32_t* masks = hd.masks;
+  // A copy of the masks, which the pixel stores cannot alias: they stay in registers.
+  const uint32_t masks[4] = {hd.masks[0], hd.masks[1], hd.masks[2], hd.masks[3]};
   const TIEPixelFormat fmt = bmp->PixelFormat();
   for (int y = 0; y < H; ++y) {
     const int sy = bottom_up ? H - 1 - y : y;

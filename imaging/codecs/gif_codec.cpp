@@ -436,14 +436,13 @@ pictavo::Status SingleFrameBitmap(const FrameScan& scan, int sw, int sh, int tra
     for (int i = 0; i < target->ColorCount && i < 256; ++i)
       bmp->Palette()[i] =
           TRGB{target->Colors[i].Red, target->Colors[i].Green, target->Colors[i].Blue};
-  for (int y = 0; y < sh; ++y)
-    std::memcpy(bmp->Scanline(y), &scan.target_pixels[static_cast<size_t>(y) * sw], sw);
+  const uint8_t* px = scan.target_pixels.data();
+  for (int y = 0; y < sh; ++y) std::memcpy(bmp->Scanline(y), &px[static_cast<size_t>(y) * sw], sw);
   if (transparent >= 0) {
     bmp->AddAlphaChannel();
     for (int y = 0; y < sh; ++y)
       for (int x = 0; x < sw; ++x)
-        bmp->AlphaScanline(y)[x] =
-            scan.target_pixels[static_cast<size_t>(y) * sw + x] == transparent ? 0 : 255;
+        bmp->AlphaScanline(y)[x] = px[static_cast<size_t>(y) * sw + x] == transparent ? 0 : 255;
   }
   return pictavo::Status::OK();
 }

@@ -70,8 +70,9 @@ pictavo::Status ReadPlanes(ByteReader& r, int comp, uint32_t h, int channels, in
 
 // The planes interleaved into the allocated bitmap: bitmap mode inverted, CMYK ink turned
 // around, 16-bit samples kept (or cut to their high byte for CMYK), alpha from the next plane.
-void InterleavePlanes(const std::vector<uint8_t>& planes, size_t row, int mode, int depth,
-                      int color, bool alpha, TIEBitmap* bmp) {
+// `planes` is a plain pointer: the pixel stores could alias a vector's fields.
+void InterleavePlanes(const uint8_t* planes, size_t row, int mode, int depth, int color, bool alpha,
+                      TIEBitmap* bmp) {
   const int W = bmp->Width(), H = bmp->Height();
   const auto plane = [&](int c, int y) { return &planes[(static_cast<size_t>(c) * H + y) * row]; };
   for (int y = 0; y < H; ++y) {
@@ -155,7 +156,7 @@ pictavo::Status DecodePSD(const uint8_t* data, size_t size, const DecodeOptions&
     for (int i = 0; i < 256; ++i)
       bmp->Palette()[i] = TRGB{data[cm_at + i], data[cm_at + 256 + i], data[cm_at + 512 + i]};
   }
-  InterleavePlanes(planes, row, mode, depth, color, alpha, bmp);
+  InterleavePlanes(planes.data(), row, mode, depth, color, alpha, bmp);
   return pictavo::Status::OK();
 }
 

@@ -75,9 +75,11 @@ pictavo::Status ReadTgaPixels(ByteReader& r, bool rle, size_t total, int pb,
   return pictavo::Status::OK();
 }
 
-// The stored pixels into the bitmap, turned to top-left origin.
-void CopyTgaPixels(const TgaHeader& hd, const std::vector<uint8_t>& px,
-                   const std::vector<uint8_t>& pal_alpha, TIEBitmap* bmp) {
+// The stored pixels into the bitmap, turned to top-left origin. Plain pointers and sizes, not
+// the vectors: the pixel stores could alias a vector's fields, which would then be read anew
+// for every pixel.
+void CopyTgaPixels(const TgaHeader& hd, const uint8_t* px, const uint8_t* pal_alpha,
+                   int pal_alpha_len, TIEBitmap* bmp) {
   const int w = hd.w, h = hd.h, base = hd.base, cmap_first = hd.cmap_first;
   const int pb = (hd.bpp + 7) / 8;
   const bool alpha = bmp->HasAlphaChannel();
@@ -93,7 +95,7 @@ void CopyTgaPixels(const TgaHeader& hd, const std::vector<uint8_t>& px,
         d[x] = s[0];
         if (a) {
           const int k = s[0] - cmap_first;
-          a[x] = k >= 0 && k < static_cast<int>(pal_alpha.size()) ? pal_alpha[k] : 255;
+          a[x] = k >= 0 && k < pal_alpha_len ? pal_alpha[k] : 255;
         }
       } else if (base == 3) {
         d[x] = s[0];
@@ -176,7 +178,7 @@ pictavo::Status DecodeTGA(const uint8_t* data, size_t size, const DecodeOptions&
     for (size_t i = 0; i < pal.size() && hd.cmap_first + i < 256; ++i)
       bmp->Palette()[hd.cmap_first + i] = pal[i];
   }
-  CopyTgaPixels(hd, px, pal_alpha, bmp);
+  CopyTgaPixels(hd, px.data(), pal_alpha.data(), static_cast<int>(pal_alpha.size()), bmp);
   if (attributes == 4) Unpremultiply(bmp);
   // 32-bit files whose alpha bits say 0 but hold all zeros are opaque pictures.
   if (alpha && base == 2 && alpha_bits == 0 && attributes < 0) {

@@ -321,11 +321,15 @@ pictavo::Status ReadPixels(TIFF* tif, MemFile& f, const Layout& L, bool narrow, 
       continue;
     }
     const size_t px = static_cast<size_t>(L.spp) * bytes, col = static_cast<size_t>(color) * bytes;
-    for (int x = 0; x < w; ++x) {
-      std::memcpy(d + x * col, s + x * px, col);
-      if (a)
-        a[x] = bytes == 2 ? Scale16(reinterpret_cast<const uint16_t*>(s + x * px + col)[0])
-                          : s[x * px + col];
+    if (!a && px == col) {  // nothing to take out: the row as it is
+      std::memcpy(d, s, static_cast<size_t>(w) * col);
+    } else {
+      for (int x = 0; x < w; ++x) {
+        std::memcpy(d + x * col, s + x * px, col);
+        if (a)
+          a[x] = bytes == 2 ? Scale16(reinterpret_cast<const uint16_t*>(s + x * px + col)[0])
+                            : s[x * px + col];
+      }
     }
     if (invert) {
       if (bytes == 1)
@@ -487,7 +491,9 @@ void SetPageTags(TIFF* tif, const TIEBitmap& bmp, const TIOParamsVals& p, uint16
 pictavo::Status WriteRows(TIFF* tif, MemFile& f, const TIEBitmap& bmp, const PageLayout& pl) {
   const uint32_t w = static_cast<uint32_t>(bmp.Width()), h = static_cast<uint32_t>(bmp.Height());
   const TIEPixelFormat fmt = bmp.PixelFormat();
-  const uint16_t bps = pl.bps;
+  // Locals rather than `pl`'s fields, which the row stores could alias.
+  const uint16_t bps = pl.bps, photometric = pl.photometric;
+  const bool alpha = pl.alpha;
   const size_t col_bytes = static_cast<size_t>(pl.color) * (bps / 8);
   const size_t line = fmt == TIEPixelFormat::ie1g
                           ? (w + 7) / 8
@@ -497,8 +503,8 @@ pictavo::Status WriteRows(TIFF* tif, MemFile& f, const TIEBitmap& bmp, const Pag
     const uint8_t* s = bmp.Scanline(static_cast<int>(y));
     if (fmt == TIEPixelFormat::ie1g) {
       for (size_t i = 0; i < line; ++i)
-        row[i] = pl.photometric == PHOTOMETRIC_MINISWHITE ? static_cast<uint8_t>(~s[i]) : s[i];
-    } else if (pl.alpha) {
+        row[i] = photometric == PHOTOMETRIC_MINISWHITE ? static_cast<uint8_t>(~s[i]) : s[i];
+    } else if (alpha) {
       const uint8_t* a = bmp.AlphaScanline(static_cast<int>(y));
       const size_t px = col_bytes + bps / 8;
       for (uint32_t x = 0; x < w; ++x) {
