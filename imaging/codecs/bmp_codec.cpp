@@ -9,19 +9,20 @@ namespace pictavo::imaging::codecs {
 
 namespace {
 
-int Shift(uint32_t mask) {
-  return mask ? std::countr_zero(mask) : 0;
-}
-int Bits(uint32_t mask) {
-  return std::popcount(mask);
-}
-uint8_t Extract(uint32_t v, uint32_t mask) {
-  if (!mask) return 0;
-  const uint32_t x = (v & mask) >> Shift(mask);
-  const int bits = Bits(mask);
-  return bits >= 8 ? static_cast<uint8_t>(x >> (bits - 8))
-                   : static_cast<uint8_t>(x * 255 / ((1u << bits) - 1));
-}
+// A channel's bit mask, taken apart once a picture rather than once a pixel; Get scales the
+// field to 8 bits.
+struct MaskField {
+  uint32_t mask;
+  int shift, bits;
+  explicit MaskField(uint32_t m)
+      : mask(m), shift(m ? std::countr_zero(m) : 0), bits(std::popcount(m)) {}
+  uint8_t Get(uint32_t v) const {
+    if (!mask) return 0;
+    const uint32_t x = (v & mask) >> shift;
+    return bits >= 8 ? static_cast<uint8_t>(x >> (bits - 8))
+                     : static_cast<uint8_t>(x * 255 / ((1u << bits) - 1));
+  }
+};
 
 // Expands RLE4/RLE8 data into one index per pixel; returns false on damage.
 bool DecodeRle(ByteReader& r, int w, int h, int bits, std::vector<uint8_t>& out) {
@@ -126,8 +127,8 @@ void CopyDibRows(const uint8_t* pixels, size_t stride, const DibHeader& hd, bool
                  const std::vector<uint8_t>& rle, bool invert1, TIEBitmap* bmp) {
   const int W = static_cast<int>(hd.w), H = static_cast<int>(hd.h);
   const int bits = hd.bits;
-  // A copy of the masks, which the pixel stores cannot alias: they stay in registers.
-  const uint32_t masks[4] = {hd.masks[0], hd.masks[1], hd.masks[2], hd.masks[3]};
+  // Copies of the masks, which the pixel stores cannot alias: they stay in registers.
+  const MaskField red(hd.masks[0]), green(hd.masks[1]), blue(hd.masks[2]), alpha(hd.masks[3]);
   const TIEPixelFormat fmt = bmp->PixelFormat();
   for (int y = 0; y < H; ++y) {
     const int sy = bottom_up ? H - 1 - y : y;
@@ -161,9 +162,8 @@ void CopyDibRows(const uint8_t* pixels, size_t stride, const DibHeader& hd, bool
         for (int x = 0; x < W; ++x) {
           const uint32_t v =
               bpp == 4 ? platform::LoadLe32(s + 4 * x) : platform::LoadLe16(s + 2 * x);
-          d[3 * x] = Extract(v, masks[0]), d[3 * x + 1] = Extract(v, masks[1]),
-                d[3 * x + 2] = Extract(v, masks[2]);
-          if (a) a[x] = Extract(v, masks[3]);
+          d[3 * x] = red.Get(v), d[3 * x + 1] = green.Get(v), d[3 * x + 2] = blue.Get(v);
+          if (a) a[x] = alpha.Get(v);
         }
       }
     }

@@ -88,6 +88,10 @@ void CopyTgaPixels(const TgaHeader& hd, const uint8_t* px, const uint8_t* pal_al
     const int sy = top ? y : h - 1 - y;
     uint8_t* d = bmp->Scanline(y);
     uint8_t* a = alpha ? bmp->AlphaScanline(y) : nullptr;
+    if (pb == 1 && !a && !right) {  // 8-bit indices or grey, left to right: the row as it is
+      std::memcpy(d, px + static_cast<size_t>(sy) * w, w);
+      continue;
+    }
     for (int x = 0; x < w; ++x) {
       const int sx = right ? w - 1 - x : x;
       const uint8_t* s = &px[(static_cast<size_t>(sy) * w + sx) * pb];
