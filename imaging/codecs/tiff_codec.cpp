@@ -502,8 +502,10 @@ pictavo::Status WriteRows(TIFF* tif, MemFile& f, const TIEBitmap& bmp, const Pag
   for (uint32_t y = 0; y < h; ++y) {
     const uint8_t* s = bmp.Scanline(static_cast<int>(y));
     if (fmt == TIEPixelFormat::ie1g) {
-      for (size_t i = 0; i < line; ++i)
-        row[i] = photometric == PHOTOMETRIC_MINISWHITE ? static_cast<uint8_t>(~s[i]) : s[i];
+      if (photometric == PHOTOMETRIC_MINISWHITE)
+        for (size_t i = 0; i < line; ++i) row[i] = static_cast<uint8_t>(~s[i]);
+      else
+        std::memcpy(row.data(), s, line);
     } else if (alpha) {
       const uint8_t* a = bmp.AlphaScanline(static_cast<int>(y));
       const size_t px = col_bytes + bps / 8;
