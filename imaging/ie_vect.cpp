@@ -107,6 +107,30 @@ double RectArea(int x, int y, double l, double t, double r, double b) {
   return ox * oy;
 }
 
+// How much of pixel (x, y) the outline of the box (l, t)-(r, b) covers, `pw` wide and dashed
+// along its centre line.
+double BoxPenCoverage(int x, int y, double l, double t, double r, double b, double pw,
+                      const std::vector<double>& dash) {
+  const double cov = RectArea(x, y, l, t, r, b) - RectArea(x, y, l + pw, t + pw, r - pw, b - pw);
+  if (cov <= 0 || dash.empty()) return cov;
+  const double perim_w = r - l - pw, perim_h = b - t - pw;
+  // Position along the pen's centre line, clockwise from the top-left corner.
+  const double px = x + 0.5 - (l + pw / 2), py = y + 0.5 - (t + pw / 2);
+  const double dt = std::fabs(py), dr = std::fabs(px - perim_w), db = std::fabs(py - perim_h),
+               dl = std::fabs(px);
+  const double m = std::min({dt, dr, db, dl});
+  double pos;
+  if (m == dt)
+    pos = px;
+  else if (m == dr)
+    pos = perim_w + py;
+  else if (m == db)
+    pos = perim_w + perim_h + (perim_w - px);
+  else
+    pos = 2 * perim_w + perim_h + (perim_h - py);
+  return DashOn(dash, pw, pos) ? cov : 0.0;
+}
+
 // Approximate signed distance from p to the ellipse of radii a, b centred at the origin.
 double EllipseDistance(double px, double py, double a, double b) {
   const double g = px * px / (a * a) + py * py / (b * b) - 1.0;
@@ -208,27 +232,8 @@ pictavo::Status TImageEnVect::DrawObjectsToBitmap() {
             return HatchOn(o.brush_style, x, y) ? RectArea(x, y, l, t, r, bt) : 0.0;
           });
         if (stroke) {
-          const double perim_w = r - l - pw, perim_h = bt - t - pw;
-          Paint(b, l, t, r, bt, pen, antialias_, [&](int x, int y) {
-            const double cov =
-                RectArea(x, y, l, t, r, bt) - RectArea(x, y, l + pw, t + pw, r - pw, bt - pw);
-            if (cov <= 0 || dash.empty()) return cov;
-            // Position along the pen's centre line, clockwise from the top-left corner.
-            const double px = x + 0.5 - (l + pw / 2), py = y + 0.5 - (t + pw / 2);
-            const double dt = std::fabs(py), dr = std::fabs(px - perim_w),
-                         db = std::fabs(py - perim_h), dl = std::fabs(px);
-            const double m = std::min({dt, dr, db, dl});
-            double pos;
-            if (m == dt)
-              pos = px;
-            else if (m == dr)
-              pos = perim_w + py;
-            else if (m == db)
-              pos = perim_w + perim_h + (perim_w - px);
-            else
-              pos = 2 * perim_w + perim_h + (perim_h - py);
-            return DashOn(dash, pw, pos) ? cov : 0.0;
-          });
+          Paint(b, l, t, r, bt, pen, antialias_,
+                [&](int x, int y) { return BoxPenCoverage(x, y, l, t, r, bt, pw, dash); });
         }
         break;
       }

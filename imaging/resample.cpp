@@ -424,106 +424,72 @@ void ConvolveSeparable8(const uint8_t* src, int w, int h, size_t src_stride, int
   HorizontalPass8Any(channels, mid.data(), row, th, w, dst, dst_stride, h);
 }
 
-pictavo::Status ResampleBitmap(const TIEBitmap& src, TIEBitmap& dst, int new_width, int new_height,
-                               TResampleFilter filter) {
-  if (src.IsEmpty()) return pictavo::Status::Error("cannot resample an empty bitmap");
-  if (new_width <= 0 || new_height <= 0)
-    return pictavo::Status::Error("resample size must be positive");
-  const TIEPixelFormat fmt = src.PixelFormat();
-  if (auto st = dst.Allocate(new_width, new_height, fmt); !st.ok()) return st;
-  dst.Palette() = src.Palette();
-  const int sw = src.Width(), sh = src.Height();
+namespace {
 
-  if (src.HasAlphaChannel()) {
-    dst.AddAlphaChannel(255);
-    ResamplePlane8(src.AlphaScanline(0), sw, sh, sw, 1, dst.AlphaScanline(0), new_width, new_height,
-                   new_width, filter);
-  }
-
-  // Colours are filtered premultiplied by alpha, so that the colour hidden under transparent
-  // pixels does not bleed into the visible edge.
-  const bool deep = fmt == TIEPixelFormat::ie16g || fmt == TIEPixelFormat::ie48RGB;
-  const bool direct = deep || fmt == TIEPixelFormat::ie8g || fmt == TIEPixelFormat::ie24RGB ||
-                      fmt == TIEPixelFormat::ieCMYK;
-  if (direct && filter != TResampleFilter::rfNearest && src.HasAlphaChannel() &&
-      !std::all_of(src.AlphaScanline(0), src.AlphaScanline(0) + static_cast<size_t>(sw) * sh,
-                   [](uint8_t a) { return a == 255; })) {
-    TIEBitmap pre;
-    pre.Assign(src);
-    const int ch = deep ? src.BitsPerPixel() / 16 : src.BitsPerPixel() / 8;
-    auto scale = [&](TIEBitmap& b, bool multiply) {
-      for (int y = 0; y < b.Height(); ++y) {
-        const uint8_t* a = b.AlphaScanline(y);
-        for (int x = 0; x < b.Width(); ++x) {
-          const uint32_t al = a[x];
-          if (al == 255 || (!multiply && al == 0)) continue;
-          for (int c = 0; c < ch; ++c) {
-            if (deep) {
-              uint16_t& v = reinterpret_cast<uint16_t*>(b.Scanline(y))[x * ch + c];
-              v = static_cast<uint16_t>(multiply
-                                            ? (v * al + 127) / 255
-                                            : std::min<uint32_t>(65535, (v * 255 + al / 2) / al));
-            } else {
-              uint8_t& v = b.Scanline(y)[x * ch + c];
-              v = static_cast<uint8_t>(multiply ? (v * al + 127) / 255
-                                                : std::min<uint32_t>(255, (v * 255 + al / 2) / al));
-            }
-          }
+// Multiplies the colour samples by alpha (`multiply`), or divides them back; fully opaque
+// pixels, and when dividing fully clear ones, are left alone.
+void ScaleByAlpha(TIEBitmap& b, int ch, bool deep, bool multiply) {
+  for (int y = 0; y < b.Height(); ++y) {
+    const uint8_t* a = b.AlphaScanline(y);
+    for (int x = 0; x < b.Width(); ++x) {
+      const uint32_t al = a[x];
+      if (al == 255 || (!multiply && al == 0)) continue;
+      for (int c = 0; c < ch; ++c) {
+        if (deep) {
+          uint16_t& v = reinterpret_cast<uint16_t*>(b.Scanline(y))[x * ch + c];
+          v = static_cast<uint16_t>(multiply ? (v * al + 127) / 255
+                                             : std::min<uint32_t>(65535, (v * 255 + al / 2) / al));
+        } else {
+          uint8_t& v = b.Scanline(y)[x * ch + c];
+          v = static_cast<uint8_t>(multiply ? (v * al + 127) / 255
+                                            : std::min<uint32_t>(255, (v * 255 + al / 2) / al));
         }
       }
-    };
-    scale(pre, true);
-    if (deep)
-      ResamplePlane16(reinterpret_cast<const uint16_t*>(pre.Scanline(0)), sw, sh, pre.RowLen(), ch,
-                      reinterpret_cast<uint16_t*>(dst.Scanline(0)), new_width, new_height,
-                      dst.RowLen(), filter);
-    else
-      ResamplePlane8(pre.Scanline(0), sw, sh, pre.RowLen(), ch, dst.Scanline(0), new_width,
-                     new_height, dst.RowLen(), filter);
-    scale(dst, false);
-    return pictavo::Status::OK();
-  }
-
-  switch (fmt) {
-    case TIEPixelFormat::ie8g:
-    case TIEPixelFormat::ie24RGB:
-    case TIEPixelFormat::ieCMYK:
-      ResamplePlane8(src.Scanline(0), sw, sh, src.RowLen(), src.BitsPerPixel() / 8, dst.Scanline(0),
-                     new_width, new_height, dst.RowLen(), filter);
-      return pictavo::Status::OK();
-    case TIEPixelFormat::ie16g:
-    case TIEPixelFormat::ie48RGB:
-      ResamplePlane16(reinterpret_cast<const uint16_t*>(src.Scanline(0)), sw, sh, src.RowLen(),
-                      src.BitsPerPixel() / 16, reinterpret_cast<uint16_t*>(dst.Scanline(0)),
-                      new_width, new_height, dst.RowLen(), filter);
-      return pictavo::Status::OK();
-    case TIEPixelFormat::ie8p:
-      if (filter == TResampleFilter::rfNearest) {
-        ResamplePlane8(src.Scanline(0), sw, sh, src.RowLen(), 1, dst.Scanline(0), new_width,
-                       new_height, dst.RowLen(), filter);
-        return pictavo::Status::OK();
-      }
-      break;
-    case TIEPixelFormat::ie1g:
-    case TIEPixelFormat::ieNull:
-      break;
-  }
-
-  if (fmt == TIEPixelFormat::ie1g && filter == TResampleFilter::rfNearest) {
-    for (int y = 0; y < new_height; ++y) {
-      const int sy = std::min(sh - 1, static_cast<int>((y + 0.5) * sh / new_height));
-      const uint8_t* s = src.Scanline(sy);
-      uint8_t* d = dst.Scanline(y);
-      for (int x = 0; x < new_width; ++x) {
-        const int sx = std::min(sw - 1, static_cast<int>((x + 0.5) * sw / new_width));
-        if ((s[sx >> 3] >> (7 - (sx & 7))) & 1) d[x >> 3] |= 0x80 >> (x & 7);
-      }
     }
-    return pictavo::Status::OK();
   }
-  if (fmt == TIEPixelFormat::ieNull) return pictavo::Status::Error("bitmap has no layout");
+}
 
-  // ie1g through grey, ie8p through RGB; the result goes back to the original layout.
+// Colours filtered premultiplied by alpha, so that the colour hidden under transparent pixels
+// does not bleed into the visible edge. `dst` is allocated, its alpha plane already resampled.
+void ResamplePremultiplied(const TIEBitmap& src, TIEBitmap& dst, bool deep,
+                           TResampleFilter filter) {
+  const int sw = src.Width(), sh = src.Height();
+  const int new_width = dst.Width(), new_height = dst.Height();
+  TIEBitmap pre;
+  pre.Assign(src);
+  const int ch = deep ? src.BitsPerPixel() / 16 : src.BitsPerPixel() / 8;
+  ScaleByAlpha(pre, ch, deep, true);
+  if (deep)
+    ResamplePlane16(reinterpret_cast<const uint16_t*>(pre.Scanline(0)), sw, sh, pre.RowLen(), ch,
+                    reinterpret_cast<uint16_t*>(dst.Scanline(0)), new_width, new_height,
+                    dst.RowLen(), filter);
+  else
+    ResamplePlane8(pre.Scanline(0), sw, sh, pre.RowLen(), ch, dst.Scanline(0), new_width,
+                   new_height, dst.RowLen(), filter);
+  ScaleByAlpha(dst, ch, deep, false);
+}
+
+// 1-bit pictures by the nearest filter: pixels picked, no grey between.
+void ResampleBitsNearest(const TIEBitmap& src, TIEBitmap& dst) {
+  const int sw = src.Width(), sh = src.Height();
+  const int new_width = dst.Width(), new_height = dst.Height();
+  for (int y = 0; y < new_height; ++y) {
+    const int sy = std::min(sh - 1, static_cast<int>((y + 0.5) * sh / new_height));
+    const uint8_t* s = src.Scanline(sy);
+    uint8_t* d = dst.Scanline(y);
+    for (int x = 0; x < new_width; ++x) {
+      const int sx = std::min(sw - 1, static_cast<int>((x + 0.5) * sw / new_width));
+      if ((s[sx >> 3] >> (7 - (sx & 7))) & 1) d[x >> 3] |= 0x80 >> (x & 7);
+    }
+  }
+}
+
+// ie1g through grey, ie8p through RGB; the result goes back to the original layout (grey
+// thresholded, colours mapped to the nearest palette entry).
+pictavo::Status ResampleThroughWide(const TIEBitmap& src, TIEBitmap& dst, TResampleFilter filter) {
+  const TIEPixelFormat fmt = src.PixelFormat();
+  const int sw = src.Width(), sh = src.Height();
+  const int new_width = dst.Width(), new_height = dst.Height();
   TIEBitmap wide;
   wide.Assign(src);
   const TIEPixelFormat mid_fmt =
@@ -560,6 +526,67 @@ pictavo::Status ResampleBitmap(const TIEBitmap& src, TIEBitmap& dst, int new_wid
     }
   }
   return pictavo::Status::OK();
+}
+
+}  // namespace
+
+pictavo::Status ResampleBitmap(const TIEBitmap& src, TIEBitmap& dst, int new_width, int new_height,
+                               TResampleFilter filter) {
+  if (src.IsEmpty()) return pictavo::Status::Error("cannot resample an empty bitmap");
+  if (new_width <= 0 || new_height <= 0)
+    return pictavo::Status::Error("resample size must be positive");
+  const TIEPixelFormat fmt = src.PixelFormat();
+  if (auto st = dst.Allocate(new_width, new_height, fmt); !st.ok()) return st;
+  dst.Palette() = src.Palette();
+  const int sw = src.Width(), sh = src.Height();
+
+  if (src.HasAlphaChannel()) {
+    dst.AddAlphaChannel(255);
+    ResamplePlane8(src.AlphaScanline(0), sw, sh, sw, 1, dst.AlphaScanline(0), new_width, new_height,
+                   new_width, filter);
+  }
+
+  const bool deep = fmt == TIEPixelFormat::ie16g || fmt == TIEPixelFormat::ie48RGB;
+  const bool direct = deep || fmt == TIEPixelFormat::ie8g || fmt == TIEPixelFormat::ie24RGB ||
+                      fmt == TIEPixelFormat::ieCMYK;
+  if (direct && filter != TResampleFilter::rfNearest && src.HasAlphaChannel() &&
+      !std::all_of(src.AlphaScanline(0), src.AlphaScanline(0) + static_cast<size_t>(sw) * sh,
+                   [](uint8_t a) { return a == 255; })) {
+    ResamplePremultiplied(src, dst, deep, filter);
+    return pictavo::Status::OK();
+  }
+
+  switch (fmt) {
+    case TIEPixelFormat::ie8g:
+    case TIEPixelFormat::ie24RGB:
+    case TIEPixelFormat::ieCMYK:
+      ResamplePlane8(src.Scanline(0), sw, sh, src.RowLen(), src.BitsPerPixel() / 8, dst.Scanline(0),
+                     new_width, new_height, dst.RowLen(), filter);
+      return pictavo::Status::OK();
+    case TIEPixelFormat::ie16g:
+    case TIEPixelFormat::ie48RGB:
+      ResamplePlane16(reinterpret_cast<const uint16_t*>(src.Scanline(0)), sw, sh, src.RowLen(),
+                      src.BitsPerPixel() / 16, reinterpret_cast<uint16_t*>(dst.Scanline(0)),
+                      new_width, new_height, dst.RowLen(), filter);
+      return pictavo::Status::OK();
+    case TIEPixelFormat::ie8p:
+      if (filter == TResampleFilter::rfNearest) {
+        ResamplePlane8(src.Scanline(0), sw, sh, src.RowLen(), 1, dst.Scanline(0), new_width,
+                       new_height, dst.RowLen(), filter);
+        return pictavo::Status::OK();
+      }
+      break;
+    case TIEPixelFormat::ie1g:
+    case TIEPixelFormat::ieNull:
+      break;
+  }
+
+  if (fmt == TIEPixelFormat::ie1g && filter == TResampleFilter::rfNearest) {
+    ResampleBitsNearest(src, dst);
+    return pictavo::Status::OK();
+  }
+  if (fmt == TIEPixelFormat::ieNull) return pictavo::Status::Error("bitmap has no layout");
+  return ResampleThroughWide(src, dst, filter);
 }
 
 }  // namespace pictavo::imaging

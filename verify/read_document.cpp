@@ -5,6 +5,7 @@
 
 #include "engine/tools/probes.h"
 #include "engine/tools/tool_paths.h"
+#include "platform/bytes.h"
 #include "verify/readers.h"
 
 namespace pictavo::verify {
@@ -13,11 +14,6 @@ namespace {
 
 bool StartsWith(std::string_view s, std::string_view prefix) {
   return s.substr(0, prefix.size()) == prefix;
-}
-
-uint32_t Le32(const char* p) {
-  const auto* u = reinterpret_cast<const unsigned char*>(p);
-  return u[0] | (u[1] << 8) | (u[2] << 16) | (static_cast<uint32_t>(u[3]) << 24);
 }
 
 // Calls `line` for each line of `d`; PostScript lines end with LF, CR or CR LF.
@@ -43,16 +39,12 @@ void ReadPdf(const Source& src, Content& out) {
   platform::MappedFile map;
   std::string_view d;
   if (!MapFile(src.file, map, d, out)) return;
-  if (d.substr(0, 1024).find("%PDF-") == std::string_view::npos) {
-    out.opened = Status::Error("not a PDF file: no %PDF header");
-    return;
-  }
+  if (d.substr(0, 1024).find("%PDF-") == std::string_view::npos)
+    return Refuse(out, "not a PDF file: no %PDF header");
   const std::string_view tail = d.substr(d.size() > 1024 ? d.size() - 1024 : 0);
   if (tail.find("%%EOF") == std::string_view::npos ||
-      tail.find("startxref") == std::string_view::npos) {
-    out.opened = Status::Error("cut short: no startxref and %%EOF at the end of the PDF");
-    return;
-  }
+      tail.find("startxref") == std::string_view::npos)
+    return Refuse(out, "cut short: no startxref and %%EOF at the end of the PDF");
   CheckNotShrunk(map, out);
   if (!out.opened.ok()) return;
 
@@ -89,21 +81,17 @@ void ReadPostScript(const Source& src, Content& out) {
   bool eps = false;
   if (d.size() >= 30 && std::memcmp(d.data(), "\xC5\xD0\xD3\xC6", 4) == 0) {
     // DOS EPS binary: the PostScript section's offset and length follow the signature.
-    const uint32_t offset = Le32(d.data() + 4), length = Le32(d.data() + 8);
-    if (offset > d.size() || length > d.size() - offset) {
-      out.opened = Status::Error("cut short: the EPS section runs past the end of the file");
-      return;
-    }
+    const uint32_t offset = platform::LoadLe32(d, 4), length = platform::LoadLe32(d, 8);
+    if (offset > d.size() || length > d.size() - offset)
+      return Refuse(out, "cut short: the EPS section runs past the end of the file");
     d = d.substr(offset, length);
     eps = true;
   }
   // A print job may start with Ctrl-D or a blank line before the magic.
   while (!d.empty() && (d.front() == '\x04' || d.front() == '\r' || d.front() == '\n'))
     d.remove_prefix(1);
-  if (!StartsWith(d, "%!")) {
-    out.opened = Status::Error("not a PostScript file: it does not begin with %!PS");
-    return;
-  }
+  if (!StartsWith(d, "%!"))
+    return Refuse(out, "not a PostScript file: it does not begin with %!PS");
   const std::string_view first_line = d.substr(0, d.find_first_of("\r\n"));
   eps = eps || first_line.find("EPSF") != std::string_view::npos;
 
@@ -133,19 +121,13 @@ void ReadPostScript(const Source& src, Content& out) {
   });
   CheckNotShrunk(map, out);
   if (!out.opened.ok()) return;
-  if (trailer_promised && !trailer) {
-    out.opened = Status::Error("cut short: the trailer that the header promises is missing");
-    return;
-  }
-  if (page_lines >= 2 && page_trailers == page_lines - 1) {
-    out.opened = Status::Error("cut short: the last page has no %%PageTrailer");
-    return;
-  }
-  if (!eps && announced && !trailer && page_lines < *announced) {
-    out.opened = Status::Error("cut short: " + std::to_string(*announced) + " pages announced, " +
-                               std::to_string(page_lines) + " found");
-    return;
-  }
+  if (trailer_promised && !trailer)
+    return Refuse(out, "cut short: the trailer that the header promises is missing");
+  if (page_lines >= 2 && page_trailers == page_lines - 1)
+    return Refuse(out, "cut short: the last page has no %%PageTrailer");
+  if (!eps && announced && !trailer && page_lines < *announced)
+    return Refuse(out, "cut short: " + std::to_string(*announced) + " pages announced, " +
+                           std::to_string(page_lines) + " found");
   if (eps) {
     out.pages = 1;
   } else if (announced && *announced >= 0 && *announced <= INT32_MAX) {

@@ -136,6 +136,25 @@ struct Block {
   std::vector<std::string> inserts;
 };
 
+using Blocks = std::map<std::string, Block, std::less<>>;
+
+// The entities of the blocks that `inserts` reach, directly or through nested blocks, each block
+// counted once however often it is inserted.
+int64_t ReachedEntities(const std::vector<std::string>& inserts, const Blocks& blocks) {
+  int64_t total = 0;
+  std::set<std::string, std::less<>> reached;
+  std::vector<std::string> pending = inserts;
+  while (!pending.empty()) {
+    std::string name = std::move(pending.back());
+    pending.pop_back();
+    const auto it = blocks.find(name);
+    if (it == blocks.end() || !reached.insert(name).second) continue;
+    total += it->second.entities;
+    pending.insert(pending.end(), it->second.inserts.begin(), it->second.inserts.end());
+  }
+  return total;
+}
+
 }  // namespace
 
 void ReadDxf(const Source& src, Content& out) {
@@ -150,7 +169,7 @@ void ReadDxf(const Source& src, Content& out) {
   bool first = true, want_section_name = false, eof = false;
   int64_t top_entities = 0;
   std::vector<std::string> top_inserts;
-  std::map<std::string, Block, std::less<>> blocks;
+  Blocks blocks;
   Block* block = nullptr;        // the block being read
   bool want_block_name = false;  // group 2 of the BLOCK entry names it
   // Which groups of the entity being read still matter.
@@ -162,10 +181,7 @@ void ReadDxf(const Source& src, Content& out) {
   while (!eof && groups.Next(code, value)) {
     if (code == 999) continue;  // comment
     if (first) {
-      if (code != 0 || value != "SECTION") {
-        out.opened = Status::Error("not a DXF file: no SECTION");
-        return;
-      }
+      if (code != 0 || value != "SECTION") return Refuse(out, "not a DXF file: no SECTION");
       first = false;
     }
     if (code == 0) {
@@ -220,29 +236,14 @@ void ReadDxf(const Source& src, Content& out) {
     out.layers.clear();
     return;
   }
-  if (first) {
-    out.opened = Status::Error("not a DXF file: no SECTION");
-    return;
-  }
+  if (first) return Refuse(out, "not a DXF file: no SECTION");
   if (!eof) {
     out.opened = Status::Error("cut short: no EOF at the end of the DXF");
     out.layers.clear();
     return;
   }
 
-  // Blocks reached from the drawing, each counted once however often it is inserted.
-  int64_t total = top_entities;
-  std::set<std::string, std::less<>> reached;
-  std::vector<std::string> pending = top_inserts;
-  while (!pending.empty()) {
-    std::string name = std::move(pending.back());
-    pending.pop_back();
-    const auto it = blocks.find(name);
-    if (it == blocks.end() || !reached.insert(name).second) continue;
-    total += it->second.entities;
-    pending.insert(pending.end(), it->second.inserts.begin(), it->second.inserts.end());
-  }
-  out.entities = total;
+  out.entities = top_entities + ReachedEntities(top_inserts, blocks);
 }
 
 }  // namespace pictavo::verify

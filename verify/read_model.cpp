@@ -69,10 +69,8 @@ void ReadStl(const Source& src, Content& out) {
   if (d.size() >= 84 && binary_size == d.size()) {
     out.faces = announced;
   } else if (text) {
-    if (d.find("endsolid") == std::string_view::npos) {
-      out.opened = Status::Error("cut short: no endsolid at the end of the STL");
-      return;
-    }
+    if (d.find("endsolid") == std::string_view::npos)
+      return Refuse(out, "cut short: no endsolid at the end of the STL");
     out.faces = CountFacets(d);
   } else if (d.size() < 84) {
     out.opened = Status::Error("not an STL file: shorter than a binary header and not text");
@@ -94,10 +92,7 @@ void ReadObj(const Source& src, Content& out) {
   platform::MappedFile map;
   std::string_view d;
   if (!MapFile(src.file, map, d, out)) return;
-  if (HasNul(d)) {
-    out.opened = Status::Error("not an OBJ file: it holds binary data");
-    return;
-  }
+  if (HasNul(d)) return Refuse(out, "not an OBJ file: it holds binary data");
   static constexpr std::string_view kStatements[] = {
       "v",      "vt",         "vn",        "vp",     "f",      "l",        "p",        "o",
       "g",      "s",          "mg",        "mtllib", "usemtl", "cstype",   "deg",      "bmat",
@@ -119,11 +114,9 @@ void ReadObj(const Source& src, Content& out) {
     if (word == "f") ++faces;
     return true;
   });
-  if (bad || first) {
-    out.opened = Status::Error(first ? "not an OBJ file: no statements"
-                                     : "not an OBJ file: it does not begin with an OBJ statement");
-    return;
-  }
+  if (bad || first)
+    return Refuse(out, first ? "not an OBJ file: no statements"
+                             : "not an OBJ file: it does not begin with an OBJ statement");
   out.faces = faces;
   CheckNotShrunk(map, out);
 }
@@ -135,15 +128,11 @@ void ReadPly(const Source& src, Content& out) {
   platform::MappedFile map;
   std::string_view d;
   if (!MapFile(src.file, map, d, out)) return;
-  if (d.substr(0, 3) != "ply" || (d.size() > 3 && d[3] != '\n' && d[3] != '\r')) {
-    out.opened = Status::Error("not a PLY file: it does not begin with \"ply\"");
-    return;
-  }
+  if (d.substr(0, 3) != "ply" || (d.size() > 3 && d[3] != '\n' && d[3] != '\r'))
+    return Refuse(out, "not a PLY file: it does not begin with \"ply\"");
   const size_t header_end = d.find("end_header");
-  if (header_end == std::string_view::npos) {
-    out.opened = Status::Error("cut short: no end_header in the PLY header");
-    return;
-  }
+  if (header_end == std::string_view::npos)
+    return Refuse(out, "cut short: no end_header in the PLY header");
   size_t body = d.find('\n', header_end);
   body = body == std::string_view::npos ? d.size() : body + 1;
 
@@ -191,26 +180,20 @@ void ReadPly(const Source& src, Content& out) {
     }
     return true;
   });
-  if (!known_format || bad_header) {
-    out.opened = Status::Error("not a PLY file: the header has no usable format or counts");
-    return;
-  }
+  if (!known_format || bad_header)
+    return Refuse(out, "not a PLY file: the header has no usable format or counts");
   int64_t faces = 0, rows = 0;
   uint64_t min_body = 0;
   for (const Element& e : elements) {
     if (e.name == "face") faces += e.count;
     rows += e.count;
-    if (e.count > 0 && e.min_bytes > UINT64_MAX / 2 / static_cast<uint64_t>(e.count)) {
-      out.opened = Status::Error("not a PLY file: impossible element counts");
-      return;
-    }
+    if (e.count > 0 && e.min_bytes > UINT64_MAX / 2 / static_cast<uint64_t>(e.count))
+      return Refuse(out, "not a PLY file: impossible element counts");
     min_body += e.min_bytes * static_cast<uint64_t>(e.count);
   }
   const std::string_view rest = d.substr(body);
-  if (ascii ? DataLines(rest) < rows : rest.size() < min_body) {
-    out.opened = Status::Error("cut short: the PLY body is shorter than its header's counts");
-    return;
-  }
+  if (ascii ? DataLines(rest) < rows : rest.size() < min_body)
+    return Refuse(out, "cut short: the PLY body is shorter than its header's counts");
   out.faces = faces;
   CheckNotShrunk(map, out);
 }
@@ -237,10 +220,8 @@ void ReadOff(const Source& src, Content& out) {
     }
   };
   const std::string_view magic = next_word();
-  if (magic.size() < 3 || magic.size() > 8 || magic.substr(magic.size() - 3) != "OFF") {
-    out.opened = Status::Error("not an OFF file: it does not begin with OFF");
-    return;
-  }
+  if (magic.size() < 3 || magic.size() > 8 || magic.substr(magic.size() - 3) != "OFF")
+    return Refuse(out, "not an OFF file: it does not begin with OFF");
   size_t line_end = d.find('\n', at);
   const bool binary = d.substr(at, line_end - at).find("BINARY") != std::string_view::npos;
   if (binary) {
@@ -250,19 +231,14 @@ void ReadOff(const Source& src, Content& out) {
   int64_t counts[3] = {0, 0, 0};
   for (int64_t& c : counts) {
     const auto n = LeadingInteger(next_word());
-    if (!n || *n < 0) {
-      out.opened = Status::Error("not an OFF file: the counts are missing");
-      return;
-    }
+    if (!n || *n < 0) return Refuse(out, "not an OFF file: the counts are missing");
     c = *n;
   }
   line_end = d.find('\n', at);
   const std::string_view rest =
       line_end == std::string_view::npos ? std::string_view() : d.substr(line_end + 1);
-  if (DataLines(rest) < counts[0] + counts[1]) {
-    out.opened = Status::Error("cut short: the OFF body is shorter than its header's counts");
-    return;
-  }
+  if (DataLines(rest) < counts[0] + counts[1])
+    return Refuse(out, "cut short: the OFF body is shorter than its header's counts");
   out.faces = counts[1];
   CheckNotShrunk(map, out);
 }

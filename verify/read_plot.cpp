@@ -4,6 +4,7 @@
 #include <cstring>
 #include <optional>
 
+#include "platform/bytes.h"
 #include "verify/readers.h"
 
 namespace pictavo::verify {
@@ -40,102 +41,55 @@ bool IsBinaryByte(unsigned char c) {
          c == 0x7f;
 }
 
-}  // namespace
-
-// Commands are two letters (any case) and parameters up to the next letter or ';'. Labels run to
-// the label terminator (ETX unless DT names another), PE data and non-standard comments to ';'.
-// The file must begin with a plotter command (after escape sequences and separators), hold no
-// run of binary bytes and no unknown mnemonic before its first known one.
-void ReadHpgl(const Source& src, Content& out) {
-  out.known = true;
-  platform::MappedFile map;
+// The walk through an HP-GL file and what it has counted so far.
+struct HpglScan {
   std::string_view d;
-  if (!MapFile(src.file, map, d, out)) return;
-
-  char terminator = '\x03';
+  size_t i = 0;
+  char terminator = '\x03';  // ends label text
   bool pen_down = false;
   int64_t drawn = 0, known = 0, binary = 0;
-  size_t i = 0;
+
   // Moves past `stop` (or to the end); true when something came before it.
-  const auto skip_to = [&](char stop) {
+  bool SkipTo(char stop) {
     const size_t start = i;
     while (i < d.size() && d[i] != stop) ++i;
     const bool text = i > start;
     if (i < d.size()) ++i;
     return text;
-  };
-  while (i < d.size()) {
-    const char c = d[i];
-    if (c == '\x1b') {  // PCL or device-control escape: ends at an upper-case letter or ':'
-      const size_t limit = std::min(d.size(), i + 64);
-      ++i;
-      while (i < limit && !(d[i] >= 'A' && d[i] <= 'Z') && d[i] != ':') ++i;
-      ++i;
-      continue;
-    }
-    if (!IsLetter(c) || i + 1 >= d.size() || !IsLetter(d[i + 1])) {
-      if (IsBinaryByte(static_cast<unsigned char>(c))) ++binary;
-      if (known == 0 && !std::isspace(static_cast<unsigned char>(c)) && c != ';' && c != ',') {
-        out.opened = Status::Error("not an HP-GL file: it does not begin with a plotter command");
-        return;
-      }
-      ++i;
-      continue;
-    }
-    const char a = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    const char b = static_cast<char>(std::toupper(static_cast<unsigned char>(d[i + 1])));
-    i += 2;
-    if (!IsMnemonic(kMnemonics, a, b)) {
-      if (known == 0) {
-        out.opened = Status::Error("not an HP-GL file: it does not begin with a plotter command");
-        return;
-      }
-      continue;
-    }
-    ++known;
+  }
+
+  // The rest of known command `ab` (its text or parameters), and what it draws.
+  void Command(char a, char b) {
     if (a == 'L' && b == 'B') {  // label text, which may hold anything
-      if (skip_to(terminator)) ++drawn;
-      continue;
+      if (SkipTo(terminator)) ++drawn;
+      return;
     }
     if (a == 'D' && b == 'T') {  // DTc[,mode]: c ends labels from now on; "DT;" restores ETX
       if (i < d.size() && d[i] != ';')
         terminator = d[i++];
       else
         terminator = '\x03';
-      continue;
+      return;
     }
     if ((a == 'P' && b == 'E') || (a == 'B' && b == 'L')) {  // encoded data, then ';'
-      if (skip_to(a == 'B' ? terminator : ';') && a == 'P') ++drawn;
-      continue;
+      if (SkipTo(a == 'B' ? terminator : ';') && a == 'P') ++drawn;
+      return;
     }
     if (a == 'C' && b == 'O') {  // comment: "quoted", or (non-standard) up to ';'
       while (i < d.size() && d[i] == ' ') ++i;
       if (i < d.size() && d[i] == '"') {
         ++i;
-        skip_to('"');
+        SkipTo('"');
       } else {
-        skip_to(';');
+        SkipTo(';');
       }
-      continue;
+      return;
     }
     if (a == 'S' && b == 'M') {  // symbol mode: one character, any
       if (i < d.size() && d[i] != ';') ++i;
-      continue;
+      return;
     }
-    // Parameters: numbers, signs, separators and quoted strings, up to the next command.
-    bool coordinates = false;
-    while (i < d.size() && !IsLetter(d[i]) && d[i] != ';' && d[i] != '\x1b') {
-      if (d[i] == '"') {
-        ++i;
-        skip_to('"');
-        continue;
-      }
-      if (std::isdigit(static_cast<unsigned char>(d[i])))
-        coordinates = true;
-      else if (IsBinaryByte(static_cast<unsigned char>(d[i])))
-        ++binary;
-      ++i;
-    }
+    const bool coordinates = Parameters();
     if (a == 'P' && b == 'U') {
       pen_down = false;
     } else if (a == 'P' && b == 'D') {
@@ -149,31 +103,80 @@ void ReadHpgl(const Source& src, Content& out) {
       ++drawn;
     }
   }
+
+  // Numbers, signs, separators and quoted strings, up to the next command; true when there
+  // were digits.
+  bool Parameters() {
+    bool coordinates = false;
+    while (i < d.size() && !IsLetter(d[i]) && d[i] != ';' && d[i] != '\x1b') {
+      if (d[i] == '"') {
+        ++i;
+        SkipTo('"');
+        continue;
+      }
+      if (std::isdigit(static_cast<unsigned char>(d[i])))
+        coordinates = true;
+      else if (IsBinaryByte(static_cast<unsigned char>(d[i])))
+        ++binary;
+      ++i;
+    }
+    return coordinates;
+  }
+};
+
+}  // namespace
+
+// Commands are two letters (any case) and parameters up to the next letter or ';'. Labels run to
+// the label terminator (ETX unless DT names another), PE data and non-standard comments to ';'.
+// The file must begin with a plotter command (after escape sequences and separators), hold no
+// run of binary bytes and no unknown mnemonic before its first known one.
+void ReadHpgl(const Source& src, Content& out) {
+  out.known = true;
+  platform::MappedFile map;
+  std::string_view d;
+  if (!MapFile(src.file, map, d, out)) return;
+
+  HpglScan scan{d};
+  size_t& i = scan.i;
+  while (i < d.size()) {
+    const char c = d[i];
+    if (c == '\x1b') {  // PCL or device-control escape: ends at an upper-case letter or ':'
+      const size_t limit = std::min(d.size(), i + 64);
+      ++i;
+      while (i < limit && !(d[i] >= 'A' && d[i] <= 'Z') && d[i] != ':') ++i;
+      ++i;
+      continue;
+    }
+    if (!IsLetter(c) || i + 1 >= d.size() || !IsLetter(d[i + 1])) {
+      if (IsBinaryByte(static_cast<unsigned char>(c))) ++scan.binary;
+      if (scan.known == 0 && !std::isspace(static_cast<unsigned char>(c)) && c != ';' && c != ',')
+        return Refuse(out, "not an HP-GL file: it does not begin with a plotter command");
+      ++i;
+      continue;
+    }
+    const char a = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    const char b = static_cast<char>(std::toupper(static_cast<unsigned char>(d[i + 1])));
+    i += 2;
+    if (!IsMnemonic(kMnemonics, a, b)) {
+      if (scan.known == 0)
+        return Refuse(out, "not an HP-GL file: it does not begin with a plotter command");
+      continue;
+    }
+    ++scan.known;
+    scan.Command(a, b);
+  }
   CheckNotShrunk(map, out);
   if (!out.opened.ok()) return;
-  if (known == 0) {
-    out.opened = Status::Error("not an HP-GL file: no plotter commands");
-    return;
-  }
+  if (scan.known == 0) return Refuse(out, "not an HP-GL file: no plotter commands");
   // A few stray bytes are tolerated; a file of binary data only looks like commands here and there.
-  if (binary * 100 > static_cast<int64_t>(d.size())) {
-    out.opened = Status::Error("not an HP-GL file: it holds binary data");
-    return;
-  }
-  out.entities = drawn;
+  if (scan.binary * 100 > static_cast<int64_t>(d.size()))
+    return Refuse(out, "not an HP-GL file: it holds binary data");
+  out.entities = scan.drawn;
 }
 
 // ---- Windows metafiles ----------------------------------------------------------------------
 
 namespace {
-
-uint16_t Le16(std::string_view d, size_t at) {
-  return static_cast<uint16_t>(static_cast<unsigned char>(d[at]) |
-                               (static_cast<unsigned char>(d[at + 1]) << 8));
-}
-uint32_t Le32(std::string_view d, size_t at) {
-  return Le16(d, at) | (static_cast<uint32_t>(Le16(d, at + 2)) << 16);
-}
 
 // GDI records that put something on the page: lines, curves, shapes, regions, bitmaps, text
 // (EMR_POLYBEZIER ... EMR_GRADIENTFILL).
@@ -202,37 +205,29 @@ bool Among(const T (&list)[N], V value) {
 
 // `d` holds at least the 44 bytes up to the " EMF" signature.
 void ReadEmf(std::string_view d, Content& out) {
-  if (d.size() < 88) {
-    out.opened = Status::Error("cut short: the EMF header is incomplete");
-    return;
-  }
+  if (d.size() < 88) return Refuse(out, "cut short: the EMF header is incomplete");
   int64_t gdi = 0, plus = 0;
   bool eof = false;
   for (size_t at = 0; !eof;) {
-    if (d.size() - at < 8) {
-      out.opened = Status::Error("cut short: the EMF ends without its end-of-file record");
-      return;
-    }
-    const uint32_t type = Le32(d, at), size = Le32(d, at + 4);
+    if (d.size() - at < 8)
+      return Refuse(out, "cut short: the EMF ends without its end-of-file record");
+    const uint32_t type = platform::LoadLe32(d, at), size = platform::LoadLe32(d, at + 4);
     if (size < 8 || size % 4 != 0 || size > d.size() - at) {
       // The header's nBytes gives the whole size, telling a lost end from a wrong record.
-      out.opened = Status::Error(Le32(d, 48) > d.size()
+      out.opened = Status::Error(platform::LoadLe32(d, 48) > d.size()
                                      ? "cut short: the EMF is shorter than its header says"
                                      : "damaged: an EMF record has an impossible size");
       return;
     }
-    if (at == 0 && type != 1) {
-      out.opened = Status::Error("not an EMF file: no header record");
-      return;
-    }
+    if (at == 0 && type != 1) return Refuse(out, "not an EMF file: no header record");
     eof = type == 14;
     if (Among(kEmfDrawing, type)) ++gdi;
     // EMR_COMMENT holding EMF+ records: DataSize, "EMF+", then records of 12-byte headers.
-    if (type == 70 && size >= 16 && Le32(d, at + 12) == 0x2B464D45) {
-      const size_t end = at + 8 + std::min<size_t>(Le32(d, at + 8), size - 8);
+    if (type == 70 && size >= 16 && platform::LoadLe32(d, at + 12) == 0x2B464D45) {
+      const size_t end = at + 8 + std::min<size_t>(platform::LoadLe32(d, at + 8), size - 8);
       for (size_t p = at + 16; p + 12 <= end;) {
-        const uint16_t plus_type = Le16(d, p);
-        const uint32_t plus_size = Le32(d, p + 4);
+        const uint16_t plus_type = platform::LoadLe16(d, p);
+        const uint32_t plus_size = platform::LoadLe32(d, p + 4);
         if (plus_size < 12 || plus_size > end - p) break;
         if (IsEmfPlusDrawing(plus_type)) ++plus;
         p += plus_size;
@@ -245,21 +240,18 @@ void ReadEmf(std::string_view d, Content& out) {
 
 void ReadWmf(std::string_view d, Content& out) {
   size_t at = 0;
-  if (d.size() >= 22 && Le32(d, 0) == 0x9AC6CDD7) at = 22;  // the placeable header
-  if (d.size() - at < 18 || (Le16(d, at) != 1 && Le16(d, at) != 2) || Le16(d, at + 2) != 9) {
-    out.opened = Status::Error("not a WMF file: no metafile header");
-    return;
-  }
-  const uint64_t declared = uint64_t{Le32(d, at + 6)} * 2 + (at == 22 ? 22 : 0);
+  if (d.size() >= 22 && platform::LoadLe32(d, 0) == 0x9AC6CDD7) at = 22;  // the placeable header
+  if (d.size() - at < 18 || (platform::LoadLe16(d, at) != 1 && platform::LoadLe16(d, at) != 2) ||
+      platform::LoadLe16(d, at + 2) != 9)
+    return Refuse(out, "not a WMF file: no metafile header");
+  const uint64_t declared = uint64_t{platform::LoadLe32(d, at + 6)} * 2 + (at == 22 ? 22 : 0);
   at += 18;
   int64_t drawn = 0;
   for (;;) {
-    if (d.size() - at < 6) {
-      out.opened = Status::Error("cut short: the WMF ends without its end-of-file record");
-      return;
-    }
-    const uint64_t size = uint64_t{Le32(d, at)} * 2;  // in 16-bit words
-    const uint16_t function = Le16(d, at + 4);
+    if (d.size() - at < 6)
+      return Refuse(out, "cut short: the WMF ends without its end-of-file record");
+    const uint64_t size = uint64_t{platform::LoadLe32(d, at)} * 2;  // in 16-bit words
+    const uint16_t function = platform::LoadLe16(d, at + 4);
     if (function == 0) break;  // META_EOF
     if (size < 6 || size > d.size() - at) {
       // The header gives the whole size: a file shorter than that lost its end; otherwise the

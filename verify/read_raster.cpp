@@ -6,6 +6,7 @@
 
 #include "imaging/format_sniff.h"
 #include "imaging/ie_io.h"
+#include "platform/bytes.h"
 #include "verify/readers.h"
 
 namespace pictavo::verify {
@@ -28,11 +29,6 @@ TIOFileType Family(TIOFileType type) {
     default:
       return type;
   }
-}
-
-uint32_t Le32(std::string_view d, size_t at) {
-  const auto* u = reinterpret_cast<const unsigned char*>(d.data() + at);
-  return u[0] | (u[1] << 8) | (u[2] << 16) | (static_cast<uint32_t>(u[3]) << 24);
 }
 
 // TIFF: every page's directory, the values it points to, and its strips or tiles must lie inside
@@ -103,16 +99,16 @@ std::string CutShortReason(TIOFileType type, std::string_view d) {
       return last == std::string_view::npos || d[last] != ';' ? "no GIF trailer" : "";
     }
     case TIOFileType::ioWEBP:
-      return d.size() >= 8 && uint64_t{Le32(d, 4)} + 8 > d.size()
+      return d.size() >= 8 && uint64_t{platform::LoadLe32(d, 4)} + 8 > d.size()
                  ? "the RIFF size is larger than the file"
                  : "";
     case TIOFileType::ioBMP: {
       // Uncompressed rows (BI_RGB, BI_BITFIELDS) have a size fixed by the header.
-      if (d.size() < 34 || Le32(d, 14) < 40) return "";
-      const uint32_t offset = Le32(d, 10), compression = Le32(d, 30);
-      const int64_t width = static_cast<int32_t>(Le32(d, 18));
-      const int64_t height = std::llabs(static_cast<int32_t>(Le32(d, 22)));
-      const int bits = static_cast<unsigned char>(d[28]) | (static_cast<unsigned char>(d[29]) << 8);
+      if (d.size() < 34 || platform::LoadLe32(d, 14) < 40) return "";
+      const uint32_t offset = platform::LoadLe32(d, 10), compression = platform::LoadLe32(d, 30);
+      const int64_t width = static_cast<int32_t>(platform::LoadLe32(d, 18));
+      const int64_t height = std::llabs(static_cast<int32_t>(platform::LoadLe32(d, 22)));
+      const int bits = platform::LoadLe16(d, 28);
       if ((compression != 0 && compression != 3) || width <= 0 || bits == 0) return "";
       const uint64_t row = (static_cast<uint64_t>(width) * bits + 31) / 32 * 4;
       return offset + row * static_cast<uint64_t>(height) > d.size()
@@ -138,18 +134,14 @@ void ReadRaster(const Source& src, Content& out) {
   }
   const imaging::TIOParamsVals& p = io.Params();
   const TIOFileType named = imaging::FileTypeFromExtension("." + src.ext);
-  if (named != TIOFileType::ioUnknown && Family(named) != Family(p.FileType)) {
-    out.opened = Status::Error(std::string("holds a ") + imaging::FileTypeName(p.FileType) +
-                               " picture, not " + imaging::FileTypeName(named));
-    return;
-  }
+  if (named != TIOFileType::ioUnknown && Family(named) != Family(p.FileType))
+    return Refuse(out, std::string("holds a ") + imaging::FileTypeName(p.FileType) +
+                           " picture, not " + imaging::FileTypeName(named));
   platform::MappedFile map;
   std::string_view d;
   if (!MapFile(src.file, map, d, out)) return;
-  if (const std::string why = CutShortReason(p.FileType, d); !why.empty()) {
-    out.opened = Status::Error("cut short: " + why);
-    return;
-  }
+  if (const std::string why = CutShortReason(p.FileType, d); !why.empty())
+    return Refuse(out, "cut short: " + why);
   CheckNotShrunk(map, out);
   if (!out.opened.ok()) return;
   out.width = p.Width;

@@ -100,11 +100,9 @@ void ReadSvg(const Source& src, Content& out) {
       const bool empty = d[end - 1] == '/';
       if (!root_seen) {
         root_seen = true;
-        if (name != "svg") {
-          out.opened = Status::Error("not an SVG file: the root element is <" +
-                                     std::string(name.substr(0, 40)) + ">");
-          return;
-        }
+        if (name != "svg")
+          return Refuse(out, "not an SVG file: the root element is <" +
+                                 std::string(name.substr(0, 40)) + ">");
       } else if (hidden_at < 0) {
         if (In(kDrawing, name)) ++drawn;
         if (!empty && In(kNotDrawn, name)) hidden_at = depth;
@@ -113,10 +111,7 @@ void ReadSvg(const Source& src, Content& out) {
       if (empty && depth == 0) root_closed = true;  // <svg/>
     }
   }
-  if (!root_seen) {
-    out.opened = Status::Error("not an SVG file: no <svg> element");
-    return;
-  }
+  if (!root_seen) return Refuse(out, "not an SVG file: no <svg> element");
   if (!root_closed) return cut("the closing </svg> is missing");
   out.pages = 1;
   out.entities = drawn;

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "platform/fs.h"
 #include "verify/content.h"
@@ -61,6 +62,12 @@ std::optional<std::string> ReadWhole(const std::string& path, bool gzip, std::st
 // The whole file of `src`, inflated when it is gzip by content (".svgz", ".emz" and the like,
 // but a plain file under such a name is read as it is); nullopt with out.opened set otherwise.
 std::optional<std::string> ReadWholeByContent(const Source& src, Content& out);
+
+// Records why a reader refuses its file, for the readers' early returns:
+// `if (...) return Refuse(out, "cut short: ...");`.
+inline void Refuse(Content& out, std::string why) {
+  out.opened = pictavo::Status::Error(std::move(why));
+}
 
 // Maps the file for a scan; false, with out.opened saying why, when it cannot be read.
 bool MapFile(const std::string& path, platform::MappedFile& map, std::string_view& bytes,

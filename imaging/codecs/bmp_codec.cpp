@@ -3,23 +3,26 @@
 #include <algorithm>
 #include <bit>
 
+#include "platform/bytes.h"
+
 namespace pictavo::imaging::codecs {
 
 namespace {
 
-int Shift(uint32_t mask) {
-  return mask ? std::countr_zero(mask) : 0;
-}
-int Bits(uint32_t mask) {
-  return std::popcount(mask);
-}
-uint8_t Extract(uint32_t v, uint32_t mask) {
-  if (!mask) return 0;
-  const uint32_t x = (v & mask) >> Shift(mask);
-  const int bits = Bits(mask);
-  return bits >= 8 ? static_cast<uint8_t>(x >> (bits - 8))
-                   : static_cast<uint8_t>(x * 255 / ((1u << bits) - 1));
-}
+// A channel's bit mask, taken apart once a picture rather than once a pixel; Get scales the
+// field to 8 bits.
+struct MaskField {
+  uint32_t mask;
+  int shift, bits;
+  explicit MaskField(uint32_t m)
+      : mask(m), shift(m ? std::countr_zero(m) : 0), bits(std::popcount(m)) {}
+  uint8_t Get(uint32_t v) const {
+    if (!mask) return 0;
+    const uint32_t x = (v & mask) >> shift;
+    return bits >= 8 ? static_cast<uint8_t>(x >> (bits - 8))
+                     : static_cast<uint8_t>(x * 255 / ((1u << bits) - 1));
+  }
+};
 
 // Expands RLE4/RLE8 data into one index per pixel; returns false on damage.
 bool DecodeRle(ByteReader& r, int w, int h, int bits, std::vector<uint8_t>& out) {
@@ -60,109 +63,73 @@ bool DecodeRle(ByteReader& r, int w, int h, int bits, std::vector<uint8_t>& out)
   return y >= h - 1;
 }
 
-}  // namespace
-
-pictavo::Status DecodeDib(const uint8_t* data, size_t size, size_t pixel_offset, bool ico,
-                          const DecodeOptions& opt, TIEBitmap* bmp, TIOParamsVals& params) {
-  ByteReader r(data, size);
-  const uint32_t hsize = r.le32();
+// The fields of a BITMAPCOREHEADER or BITMAPINFOHEADER (and its later, longer forms).
+struct DibHeader {
+  uint32_t hsize = 0;
   int64_t w = 0, h = 0;
-  int bits = 0, planes = 1;
+  int bits = 0;
   uint32_t comp = 0, colors = 0;
   uint32_t masks[4] = {0, 0, 0, 0};
   int xppm = 0, yppm = 0;
+};
+
+pictavo::Status ReadDibHeader(ByteReader& r, DibHeader& hd) {
+  hd.hsize = r.le32();
+  const uint32_t hsize = hd.hsize;
   if (hsize == 12) {
-    w = r.le16(), h = static_cast<int16_t>(r.le16()), planes = r.le16(), bits = r.le16();
+    hd.w = r.le16(), hd.h = static_cast<int16_t>(r.le16()), r.le16(), hd.bits = r.le16();
   } else if (hsize >= 40 && hsize <= 1024) {
-    w = static_cast<int32_t>(r.le32()), h = static_cast<int32_t>(r.le32());
-    planes = r.le16(), bits = r.le16(), comp = r.le32();
+    hd.w = static_cast<int32_t>(r.le32()), hd.h = static_cast<int32_t>(r.le32());
+    r.le16(), hd.bits = r.le16(), hd.comp = r.le32();
     r.le32();
-    xppm = static_cast<int32_t>(r.le32()), yppm = static_cast<int32_t>(r.le32());
-    colors = r.le32();
+    hd.xppm = static_cast<int32_t>(r.le32()), hd.yppm = static_cast<int32_t>(r.le32());
+    hd.colors = r.le32();
     r.le32();
-    if (hsize >= 52 || comp == 3 || comp == 6) {
+    if (hsize >= 52 || hd.comp == 3 || hd.comp == 6) {
       const size_t after = 4 + 36;
       if (hsize >= 52) {
         r.seek(after);
-        for (int i = 0; i < (hsize >= 56 ? 4 : 3); ++i) masks[i] = r.le32();
+        for (int i = 0; i < (hsize >= 56 ? 4 : 3); ++i) hd.masks[i] = r.le32();
       } else {
         r.seek(hsize);
-        for (int i = 0; i < (comp == 6 ? 4 : 3); ++i) masks[i] = r.le32();
+        for (int i = 0; i < (hd.comp == 6 ? 4 : 3); ++i) hd.masks[i] = r.le32();
       }
     }
   } else {
     return Corrupt("BMP", "unknown header");
   }
-  (void)planes;
   if (r.failed()) return Corrupt("BMP", "header cut short");
-  const bool bottom_up = h > 0;
-  if (h < 0) h = -h;
-  if (ico) h /= 2;  // icon height counts the AND mask too
-  params.FileType = TIOFileType::ioBMP;
-  params.Width = static_cast<int>(w);
-  params.Height = static_cast<int>(h);
-  params.BitsPerSample = bits <= 8 ? bits : 8;
-  params.SamplesPerPixel = bits <= 8 ? 1 : (bits == 32 && (masks[3] || ico) ? 4 : 3);
-  params.ImageCount = 1;
-  if (xppm > 0 && yppm > 0) {
-    params.DpiX = static_cast<int>(xppm * 0.0254 + 0.5);
-    params.DpiY = static_cast<int>(yppm * 0.0254 + 0.5);
-  }
-  if (!(bits == 1 || bits == 4 || bits == 8 || bits == 16 || bits == 24 || bits == 32))
-    return Corrupt("BMP", "unsupported bit depth");
-  if (!(comp == 0 || comp == 1 || comp == 2 || comp == 3 || comp == 6))
-    return Corrupt("BMP", "unsupported compression");
-  if (auto st = CheckDimensions(w, h, opt.max_pixels); !st.ok()) return st;
-  // Palette.
-  std::vector<TRGB> pal;
-  if (bits <= 8) {
-    const size_t entry = hsize == 12 ? 3 : 4;
-    size_t n = colors ? std::min<uint32_t>(colors, 256) : (1u << bits);
-    r.seek(hsize + (comp == 3 && hsize == 40 ? 12 : 0));
-    for (size_t i = 0; i < n && r.left() >= entry; ++i) {
-      const uint8_t b = r.u8(), g = r.u8(), rr = r.u8();
-      if (entry == 4) r.u8();
-      pal.push_back(TRGB{rr, g, b});
-    }
-  }
-  const size_t stride = ((static_cast<size_t>(w) * bits + 31) / 32) * 4;
+  return pictavo::Status::OK();
+}
+
+// Refuses pixel data that cannot be what the header says: uncompressed rows past the end of the
+// file, run-length data of the wrong depth or far too short for the picture.
+pictavo::Status CheckPixelData(const DibHeader& hd, size_t stride, size_t size,
+                               size_t pixel_offset) {
+  const uint32_t comp = hd.comp;
   if (comp != 1 && comp != 2) {
-    if (pixel_offset > size || stride * static_cast<size_t>(h) > size - pixel_offset)
+    if (pixel_offset > size || stride * static_cast<size_t>(hd.h) > size - pixel_offset)
       return Corrupt("BMP", "pixel data cut short");
-  } else if ((comp == 1 && bits != 8) || (comp == 2 && bits != 4)) {
+  } else if ((comp == 1 && hd.bits != 8) || (comp == 2 && hd.bits != 4)) {
     return Corrupt("BMP", "RLE compression does not match the bit depth");
-  } else if (static_cast<uint64_t>(w) * static_cast<uint64_t>(h) >
+  } else if (static_cast<uint64_t>(hd.w) * static_cast<uint64_t>(hd.h) >
              uint64_t{size} * 256 + (uint64_t{1} << 22)) {
     // A two-byte run covers at most 255 pixels; skips and an early end could leave more
     // undefined, but no writer makes a huge picture out of them: such a header is refused
     // before the picture is allocated.
     return Corrupt("BMP", "RLE data too short for the picture size");
   }
-  if (opt.params_only || !bmp) return pictavo::Status::OK();
-  const int W = static_cast<int>(w), H = static_cast<int>(h);
-  const TIEPixelFormat fmt = bits == 1 && !ico ? TIEPixelFormat::ie1g
-                             : bits <= 8       ? TIEPixelFormat::ie8p
-                                               : TIEPixelFormat::ie24RGB;
-  if (auto st = bmp->Allocate(W, H, fmt); !st.ok()) return st;
-  if (fmt != TIEPixelFormat::ie24RGB) {
-    pal.resize(std::max<size_t>(pal.size(), 2));
-    bmp->Palette() = pal;
-    if (fmt == TIEPixelFormat::ie8p) bmp->Palette().resize(256);
-  }
-  std::vector<uint8_t> rle;
-  if (comp == 1 || comp == 2) {
-    if (pixel_offset > size) return Corrupt("BMP", "pixel data missing");
-    ByteReader rr(data + pixel_offset, size - pixel_offset);
-    if (!DecodeRle(rr, W, H, comp == 1 ? 8 : 4, rle)) return Corrupt("BMP", "RLE data damaged");
-  }
-  const bool fields = comp == 3 || comp == 6;
-  if (bits == 16 && !fields) masks[0] = 0x7C00, masks[1] = 0x03E0, masks[2] = 0x001F;
-  if (bits == 32 && !fields)
-    masks[0] = 0xFF0000, masks[1] = 0xFF00, masks[2] = 0xFF, masks[3] = ico ? 0xFF000000 : 0;
-  if (bits == 32 && masks[3]) bmp->AddAlphaChannel();
-  // A white-on-black 1-bit palette maps to our 1 = white directly; otherwise invert.
-  const bool invert1 = fmt == TIEPixelFormat::ie1g &&
-                       (pal[0].r + pal[0].g + pal[0].b) > (pal[1].r + pal[1].g + pal[1].b);
+  return pictavo::Status::OK();
+}
+
+// The uncompressed (or already expanded) rows into the allocated bitmap, bottom-up files turned.
+void CopyDibRows(const uint8_t* pixels, size_t stride, const DibHeader& hd, bool bottom_up,
+                 const std::vector<uint8_t>& rle, bool invert1, TIEBitmap* bmp) {
+  const int W = static_cast<int>(hd.w), H = static_cast<int>(hd.h);
+  const int bits = hd.bits;
+  // Copies of the masks, which the pixel stores cannot alias: they stay in registers.
+  const MaskField red(hd.masks[0]), green(hd.masks[1]), blue(hd.masks[2]), alpha(hd.masks[3]);
+  const TIEPixelFormat fmt = bmp->PixelFormat();
   for (int y = 0; y < H; ++y) {
     const int sy = bottom_up ? H - 1 - y : y;
     uint8_t* d = bmp->Scanline(y);
@@ -170,7 +137,7 @@ pictavo::Status DecodeDib(const uint8_t* data, size_t size, size_t pixel_offset,
       std::memcpy(d, &rle[static_cast<size_t>(sy) * W], W);
       continue;
     }
-    const uint8_t* s = data + pixel_offset + stride * sy;
+    const uint8_t* s = pixels + stride * sy;
     switch (bits) {
       case 1:
         if (fmt == TIEPixelFormat::ie1g) {
@@ -193,15 +160,84 @@ pictavo::Status DecodeDib(const uint8_t* data, size_t size, size_t pixel_offset,
         const int bpp = bits / 8;
         uint8_t* a = bmp->HasAlphaChannel() ? bmp->AlphaScanline(y) : nullptr;
         for (int x = 0; x < W; ++x) {
-          uint32_t v = s[bpp * x] | s[bpp * x + 1] << 8;
-          if (bpp == 4) v |= uint32_t(s[4 * x + 2]) << 16 | uint32_t(s[4 * x + 3]) << 24;
-          d[3 * x] = Extract(v, masks[0]), d[3 * x + 1] = Extract(v, masks[1]),
-                d[3 * x + 2] = Extract(v, masks[2]);
-          if (a) a[x] = Extract(v, masks[3]);
+          const uint32_t v =
+              bpp == 4 ? platform::LoadLe32(s + 4 * x) : platform::LoadLe16(s + 2 * x);
+          d[3 * x] = red.Get(v), d[3 * x + 1] = green.Get(v), d[3 * x + 2] = blue.Get(v);
+          if (a) a[x] = alpha.Get(v);
         }
       }
     }
   }
+}
+
+}  // namespace
+
+pictavo::Status DecodeDib(const uint8_t* data, size_t size, size_t pixel_offset, bool ico,
+                          const DecodeOptions& opt, TIEBitmap* bmp, TIOParamsVals& params) {
+  ByteReader r(data, size);
+  DibHeader hd;
+  if (auto st = ReadDibHeader(r, hd); !st.ok()) return st;
+  const int bits = hd.bits;
+  const uint32_t comp = hd.comp;
+  const bool bottom_up = hd.h > 0;
+  if (hd.h < 0) hd.h = -hd.h;
+  if (ico) hd.h /= 2;  // icon height counts the AND mask too
+  params.FileType = TIOFileType::ioBMP;
+  params.Width = static_cast<int>(hd.w);
+  params.Height = static_cast<int>(hd.h);
+  params.BitsPerSample = bits <= 8 ? bits : 8;
+  params.SamplesPerPixel = bits <= 8 ? 1 : (bits == 32 && (hd.masks[3] || ico) ? 4 : 3);
+  params.ImageCount = 1;
+  if (hd.xppm > 0 && hd.yppm > 0) {
+    params.DpiX = static_cast<int>(hd.xppm * 0.0254 + 0.5);
+    params.DpiY = static_cast<int>(hd.yppm * 0.0254 + 0.5);
+  }
+  if (!(bits == 1 || bits == 4 || bits == 8 || bits == 16 || bits == 24 || bits == 32))
+    return Corrupt("BMP", "unsupported bit depth");
+  if (!(comp == 0 || comp == 1 || comp == 2 || comp == 3 || comp == 6))
+    return Corrupt("BMP", "unsupported compression");
+  if (auto st = CheckDimensions(hd.w, hd.h, opt.max_pixels); !st.ok()) return st;
+  // Palette.
+  std::vector<TRGB> pal;
+  if (bits <= 8) {
+    const size_t entry = hd.hsize == 12 ? 3 : 4;
+    size_t n = hd.colors ? std::min<uint32_t>(hd.colors, 256) : (1u << bits);
+    r.seek(hd.hsize + (comp == 3 && hd.hsize == 40 ? 12 : 0));
+    for (size_t i = 0; i < n && r.left() >= entry; ++i) {
+      const uint8_t b = r.u8(), g = r.u8(), rr = r.u8();
+      if (entry == 4) r.u8();
+      pal.push_back(TRGB{rr, g, b});
+    }
+  }
+  const size_t stride = ((static_cast<size_t>(hd.w) * bits + 31) / 32) * 4;
+  if (auto st = CheckPixelData(hd, stride, size, pixel_offset); !st.ok()) return st;
+  if (opt.params_only || !bmp) return pictavo::Status::OK();
+  const int W = static_cast<int>(hd.w), H = static_cast<int>(hd.h);
+  const TIEPixelFormat fmt = bits == 1 && !ico ? TIEPixelFormat::ie1g
+                             : bits <= 8       ? TIEPixelFormat::ie8p
+                                               : TIEPixelFormat::ie24RGB;
+  if (auto st = bmp->Allocate(W, H, fmt); !st.ok()) return st;
+  if (fmt != TIEPixelFormat::ie24RGB) {
+    pal.resize(std::max<size_t>(pal.size(), 2));
+    bmp->Palette() = pal;
+    if (fmt == TIEPixelFormat::ie8p) bmp->Palette().resize(256);
+  }
+  std::vector<uint8_t> rle;
+  if (comp == 1 || comp == 2) {
+    if (pixel_offset > size) return Corrupt("BMP", "pixel data missing");
+    ByteReader rr(data + pixel_offset, size - pixel_offset);
+    if (!DecodeRle(rr, W, H, comp == 1 ? 8 : 4, rle)) return Corrupt("BMP", "RLE data damaged");
+  }
+  const bool fields = comp == 3 || comp == 6;
+  uint32_t* masks = hd.masks;
+  if (bits == 16 && !fields) masks[0] = 0x7C00, masks[1] = 0x03E0, masks[2] = 0x001F;
+  if (bits == 32 && !fields)
+    masks[0] = 0xFF0000, masks[1] = 0xFF00, masks[2] = 0xFF, masks[3] = ico ? 0xFF000000 : 0;
+  if (bits == 32 && masks[3]) bmp->AddAlphaChannel();
+  // A white-on-black 1-bit palette maps to our 1 = white directly; otherwise invert.
+  const bool invert1 = fmt == TIEPixelFormat::ie1g &&
+                       (pal[0].r + pal[0].g + pal[0].b) > (pal[1].r + pal[1].g + pal[1].b);
+  CopyDibRows(data + pixel_offset, stride, hd, bottom_up, rle, invert1, bmp);
   if (fmt == TIEPixelFormat::ie1g) bmp->Palette() = {TRGB{0, 0, 0}, TRGB{255, 255, 255}};
   // An icon's 32-bit alpha of all zeros means "use the AND mask"; treat it as opaque.
   if (bmp->HasAlphaChannel()) {

@@ -16,6 +16,7 @@
 
 #include "imaging/ie_bitmap.h"
 #include "imaging/io_params.h"
+#include "platform/bytes.h"
 #include "platform/status.h"
 
 namespace pictavo::imaging::codecs {
@@ -61,20 +62,10 @@ class ByteReader {
   void skip(size_t k) { seek(k > left() ? n_ + 1 : pos_ + k); }
   const uint8_t* here() const { return d_ + pos_; }
   uint8_t u8() { return left() >= 1 ? d_[pos_++] : fail(); }
-  uint16_t le16() { return left() >= 2 ? (pos_ += 2, d_[pos_ - 2] | d_[pos_ - 1] << 8) : fail(); }
-  uint32_t le32() {
-    if (left() < 4) return fail();
-    pos_ += 4;
-    return uint32_t(d_[pos_ - 4]) | uint32_t(d_[pos_ - 3]) << 8 | uint32_t(d_[pos_ - 2]) << 16 |
-           uint32_t(d_[pos_ - 1]) << 24;
-  }
-  uint16_t be16() { return left() >= 2 ? (pos_ += 2, d_[pos_ - 2] << 8 | d_[pos_ - 1]) : fail(); }
-  uint32_t be32() {
-    if (left() < 4) return fail();
-    pos_ += 4;
-    return uint32_t(d_[pos_ - 4]) << 24 | uint32_t(d_[pos_ - 3]) << 16 |
-           uint32_t(d_[pos_ - 2]) << 8 | uint32_t(d_[pos_ - 1]);
-  }
+  uint16_t le16() { return left() >= 2 ? (pos_ += 2, platform::LoadLe16(d_ + pos_ - 2)) : fail(); }
+  uint32_t le32() { return left() >= 4 ? (pos_ += 4, platform::LoadLe32(d_ + pos_ - 4)) : fail(); }
+  uint16_t be16() { return left() >= 2 ? (pos_ += 2, platform::LoadBe16(d_ + pos_ - 2)) : fail(); }
+  uint32_t be32() { return left() >= 4 ? (pos_ += 4, platform::LoadBe32(d_ + pos_ - 4)) : fail(); }
   bool read(void* dst, size_t k) {
     if (left() < k) return fail(), false;
     std::memcpy(dst, d_ + pos_, k);

@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <map>
 
+#include "platform/bytes.h"
+
 namespace pictavo::imaging::codecs {
 
 namespace {
@@ -298,6 +300,172 @@ pictavo::Status Write(const GifFileType* in, const TIEBitmap& bmp, const TIOPara
   return pictavo::Status::OK();
 }
 
+struct MapFree {
+  void operator()(ColorMapObject* m) const { GifFreeMapObject(m); }
+};
+
+// What the walk through the records gathers: the screen painted so far and the frame asked for.
+struct FrameScan {
+  Canvas canvas;
+  bool canvas_ready = false;
+  std::vector<uint8_t> pixels;
+  GifImageDesc target_desc{};
+  std::vector<uint8_t> target_pixels;
+  std::unique_ptr<ColorMapObject, MapFree> target_map;
+  int frames = 0;
+  TGIFFrameInfo pending;  // the graphics control for the next frame
+  bool have_target = false;
+};
+
+// An extension record's blocks: the next frame's graphics control and the NETSCAPE loop count.
+bool ReadExtension(GifFileType* gif, TGIFFrameInfo& pending, TIOParamsVals& params) {
+  int code = 0;
+  GifByteType* ext = nullptr;
+  if (DGifGetExtension(gif, &code, &ext) != GIF_OK) return false;
+  bool first = true, in_netscape = false;
+  while (ext) {
+    if (code == GRAPHICS_EXT_FUNC_CODE && first && ext[0] >= 4) {
+      GraphicsControlBlock gcb{};
+      DGifExtensionToGCB(ext[0], ext + 1, &gcb);
+      pending.delay_cs = gcb.DelayTime;
+      pending.transparent_index = gcb.TransparentColor;
+      pending.disposal = gcb.DisposalMode;
+    } else if (code == APPLICATION_EXT_FUNC_CODE && first) {
+      in_netscape = ext[0] == 11 && std::memcmp(ext + 1, "NETSCAPE2.0", 11) == 0;
+    } else if (in_netscape && !first && ext[0] >= 3 && ext[1] == 1) {
+      params.GIF_Loop = platform::LoadLe16(ext + 2);
+    }
+    first = false;
+    if (DGifGetExtensionNext(gif, &ext) != GIF_OK) return false;
+  }
+  return true;
+}
+
+// The screen, made when the first frame that is needed arrives.
+pictavo::Status MakeCanvas(Canvas& canvas, int sw, int sh, size_t size, const DecodeOptions& opt) {
+  const int cw = std::max(sw, 1), ch = std::max(sh, 1);
+  if (auto st = CheckDimensions(cw, ch, opt.max_pixels); !st.ok()) return st;
+  // The screen is mostly background that no data describes, so the data cannot bound it
+  // tightly; still, a few kilobytes declaring a screen of hundreds of megapixels is a
+  // bomb, not a picture: 4096 pixels a byte of file (4 MP for the smallest GIF) is far
+  // beyond any real one.
+  if (static_cast<uint64_t>(cw) * ch > (uint64_t{size} + 1024) * 4096)
+    return Corrupt("GIF", "screen far larger than the file could hold");
+  canvas.w = cw, canvas.h = ch;
+  canvas.rgb.assign(static_cast<size_t>(cw) * ch * 3, 0);
+  canvas.alpha.assign(static_cast<size_t>(cw) * ch, 0);
+  return pictavo::Status::OK();
+}
+
+// Decodes frame `index` (one up to the frame asked for) and paints it on the screen; the frame
+// asked for is also kept as it is.
+pictavo::Status TakeFrame(GifFileType* gif, const GifImageDesc& d, int index, size_t size,
+                          const DecodeOptions& opt, FrameScan& scan) {
+  if (!ReadFrame(gif, d, scan.pixels)) return Corrupt("GIF", "frame data cut short");
+  if (!scan.canvas_ready) {
+    if (auto st = MakeCanvas(scan.canvas, gif->SWidth, gif->SHeight, size, opt); !st.ok())
+      return st;
+    scan.canvas_ready = true;
+  }
+  const ColorMapObject* map = MapOf(gif, d);
+  if (index == opt.frame) {
+    scan.target_desc = d;
+    scan.target_pixels = scan.pixels;
+    scan.target_map.reset(map ? GifMakeMapObject(map->ColorCount, map->Colors) : nullptr);
+    scan.have_target = true;
+  }
+  Paint(scan.canvas, d, scan.pixels, map, scan.pending.transparent_index);
+  if (index < opt.frame) {
+    if (scan.pending.disposal == DISPOSE_BACKGROUND) ClearRect(scan.canvas, d);
+    // DISPOSE_PREVIOUS is treated as "leave in place": rarely used, and safe.
+  }
+  return pictavo::Status::OK();
+}
+
+// Walks the records to the trailer: every frame's timing goes to the parameters, frames up to
+// the one asked for are decoded when `decode`, the others skipped.
+pictavo::Status ScanFrames(GifFileType* gif, size_t size, const DecodeOptions& opt, bool decode,
+                           TIOParamsVals& params, FrameScan& scan) {
+  // Compressed data of a frame cannot describe more than ~2730 pixels per byte (12-bit codes).
+  const uint64_t max_frame_px = std::min<uint64_t>(opt.max_pixels, (uint64_t{size} + 64) * 4096);
+  for (;;) {
+    GifRecordType rec;
+    if (DGifGetRecordType(gif, &rec) != GIF_OK) {
+      if (scan.frames > 0 && (!decode || scan.have_target)) break;  // trailing garbage after ours
+      return Corrupt("GIF", GifReason(gif->Error));
+    }
+    if (rec == TERMINATE_RECORD_TYPE) break;
+    if (rec == EXTENSION_RECORD_TYPE) {
+      if (!ReadExtension(gif, scan.pending, params)) return Corrupt("GIF", "bad extension");
+      continue;
+    }
+    if (rec != IMAGE_DESC_RECORD_TYPE) continue;
+    if (DGifGetImageDesc(gif) != GIF_OK) return Corrupt("GIF", GifReason(gif->Error));
+    const GifImageDesc d = gif->Image;
+    if (d.Width <= 0 || d.Height <= 0 ||
+        static_cast<uint64_t>(d.Width) * static_cast<uint64_t>(d.Height) > max_frame_px)
+      return Corrupt("GIF", "frame size out of range");
+    // DGifGetImageDesc appends a SavedImage each time; keep the list short.
+    const int index = scan.frames++;
+    params.GIF_Frames.push_back(scan.pending);
+    const bool needed = decode && index <= opt.frame;
+    if (!needed) {
+      if (!SkipFrame(gif)) {
+        if (decode && scan.have_target) break;
+        return Corrupt("GIF", "frame data cut short");
+      }
+    } else if (auto st = TakeFrame(gif, d, index, size, opt, scan); !st.ok()) {
+      return st;
+    }
+    scan.pending = TGIFFrameInfo();
+    // Free the raster giflib keeps per frame.
+    if (gif->SavedImages && gif->ImageCount > 0) {
+      GifFreeSavedImages(gif);
+      gif->ImageCount = 0;  // giflib does not reset it, and indexes the next frame by it
+    }
+  }
+  return pictavo::Status::OK();
+}
+
+// A single frame covering the screen stays a palette picture.
+pictavo::Status SingleFrameBitmap(const FrameScan& scan, int sw, int sh, int transparent,
+                                  TIEBitmap* bmp) {
+  if (auto st = bmp->Allocate(sw, sh, TIEPixelFormat::ie8p); !st.ok()) return st;
+  bmp->Palette().assign(256, TRGB{});
+  if (const ColorMapObject* target = scan.target_map.get())
+    for (int i = 0; i < target->ColorCount && i < 256; ++i)
+      bmp->Palette()[i] =
+          TRGB{target->Colors[i].Red, target->Colors[i].Green, target->Colors[i].Blue};
+  const uint8_t* px = scan.target_pixels.data();
+  for (int y = 0; y < sh; ++y) std::memcpy(bmp->Scanline(y), &px[static_cast<size_t>(y) * sw], sw);
+  if (transparent >= 0) {
+    bmp->AddAlphaChannel();
+    for (int y = 0; y < sh; ++y)
+      for (int x = 0; x < sw; ++x)
+        bmp->AlphaScanline(y)[x] = px[static_cast<size_t>(y) * sw + x] == transparent ? 0 : 255;
+  }
+  return pictavo::Status::OK();
+}
+
+// The painted screen as RGB, with alpha where any of it is left clear.
+pictavo::Status CanvasBitmap(const Canvas& canvas, TIEBitmap* bmp) {
+  if (auto st = bmp->Allocate(canvas.w, canvas.h, TIEPixelFormat::ie24RGB); !st.ok()) return st;
+  bool any_clear = false;
+  for (int y = 0; y < canvas.h; ++y) {
+    std::memcpy(bmp->Scanline(y), &canvas.rgb[static_cast<size_t>(y) * canvas.w * 3],
+                static_cast<size_t>(canvas.w) * 3);
+    for (int x = 0; x < canvas.w && !any_clear; ++x)
+      any_clear = canvas.alpha[static_cast<size_t>(y) * canvas.w + x] < 255;
+  }
+  if (any_clear) {
+    bmp->AddAlphaChannel();
+    for (int y = 0; y < canvas.h; ++y)
+      std::memcpy(bmp->AlphaScanline(y), &canvas.alpha[static_cast<size_t>(y) * canvas.w],
+                  canvas.w);
+  }
+  return pictavo::Status::OK();
+}
+
 }  // namespace
 
 pictavo::Status DecodeGIF(const uint8_t* data, size_t size, const DecodeOptions& opt,
@@ -313,104 +481,9 @@ pictavo::Status DecodeGIF(const uint8_t* data, size_t size, const DecodeOptions&
   params.GIF_Frames.clear();
   params.GIF_Loop = -1;
   const bool decode = !opt.params_only && bmp;
-  Canvas canvas;
-  bool canvas_ready = false;
-  std::vector<uint8_t> pixels;
-  GifImageDesc target_desc{};
-  std::vector<uint8_t> target_pixels;
-  struct MapFree {
-    void operator()(ColorMapObject* m) const { GifFreeMapObject(m); }
-  };
-  std::unique_ptr<ColorMapObject, MapFree> target_map;
-  int frames = 0;
-  TGIFFrameInfo pending;
-  bool have_target = false;
-  bool in_netscape = false;
-  // Compressed data of a frame cannot describe more than ~2730 pixels per byte (12-bit codes).
-  const uint64_t max_frame_px = std::min<uint64_t>(opt.max_pixels, (uint64_t{size} + 64) * 4096);
-  for (;;) {
-    GifRecordType rec;
-    if (DGifGetRecordType(gif.get(), &rec) != GIF_OK) {
-      if (frames > 0 && (!decode || have_target)) break;  // trailing garbage after our frame
-      return Corrupt("GIF", GifReason(gif->Error));
-    }
-    if (rec == TERMINATE_RECORD_TYPE) break;
-    if (rec == EXTENSION_RECORD_TYPE) {
-      int code = 0;
-      GifByteType* ext = nullptr;
-      if (DGifGetExtension(gif.get(), &code, &ext) != GIF_OK)
-        return Corrupt("GIF", "bad extension");
-      bool first = true;
-      while (ext) {
-        if (code == GRAPHICS_EXT_FUNC_CODE && first && ext[0] >= 4) {
-          GraphicsControlBlock gcb{};
-          DGifExtensionToGCB(ext[0], ext + 1, &gcb);
-          pending.delay_cs = gcb.DelayTime;
-          pending.transparent_index = gcb.TransparentColor;
-          pending.disposal = gcb.DisposalMode;
-        } else if (code == APPLICATION_EXT_FUNC_CODE && first) {
-          in_netscape = ext[0] == 11 && std::memcmp(ext + 1, "NETSCAPE2.0", 11) == 0;
-        } else if (in_netscape && !first && ext[0] >= 3 && ext[1] == 1) {
-          params.GIF_Loop = ext[2] | ext[3] << 8;
-        }
-        first = false;
-        if (DGifGetExtensionNext(gif.get(), &ext) != GIF_OK) return Corrupt("GIF", "bad extension");
-      }
-      in_netscape = false;
-      continue;
-    }
-    if (rec != IMAGE_DESC_RECORD_TYPE) continue;
-    if (DGifGetImageDesc(gif.get()) != GIF_OK) return Corrupt("GIF", GifReason(gif->Error));
-    const GifImageDesc d = gif->Image;
-    if (d.Width <= 0 || d.Height <= 0 ||
-        static_cast<uint64_t>(d.Width) * static_cast<uint64_t>(d.Height) > max_frame_px)
-      return Corrupt("GIF", "frame size out of range");
-    // DGifGetImageDesc appends a SavedImage each time; keep the list short.
-    const int index = frames++;
-    params.GIF_Frames.push_back(pending);
-    const bool needed = decode && index <= opt.frame;
-    if (!needed) {
-      if (!SkipFrame(gif.get())) {
-        if (decode && have_target) break;
-        return Corrupt("GIF", "frame data cut short");
-      }
-    } else {
-      if (!ReadFrame(gif.get(), d, pixels)) return Corrupt("GIF", "frame data cut short");
-      if (!canvas_ready) {
-        const int cw = std::max(sw, 1), ch = std::max(sh, 1);
-        if (auto st = CheckDimensions(cw, ch, opt.max_pixels); !st.ok()) return st;
-        // The screen is mostly background that no data describes, so the data cannot bound it
-        // tightly; still, a few kilobytes declaring a screen of hundreds of megapixels is a
-        // bomb, not a picture: 4096 pixels a byte of file (4 MP for the smallest GIF) is far
-        // beyond any real one.
-        if (static_cast<uint64_t>(cw) * ch > (uint64_t{size} + 1024) * 4096)
-          return Corrupt("GIF", "screen far larger than the file could hold");
-        canvas.w = cw, canvas.h = ch;
-        canvas.rgb.assign(static_cast<size_t>(cw) * ch * 3, 0);
-        canvas.alpha.assign(static_cast<size_t>(cw) * ch, 0);
-        canvas_ready = true;
-      }
-      const ColorMapObject* map = MapOf(gif.get(), d);
-      if (index == opt.frame) {
-        target_desc = d;
-        target_pixels = pixels;
-        target_map.reset(map ? GifMakeMapObject(map->ColorCount, map->Colors) : nullptr);
-        have_target = true;
-      }
-      std::vector<uint8_t> saved_rgb, saved_alpha;
-      Paint(canvas, d, pixels, map, pending.transparent_index);
-      if (index < opt.frame) {
-        if (pending.disposal == DISPOSE_BACKGROUND) ClearRect(canvas, d);
-        // DISPOSE_PREVIOUS is treated as "leave in place": rarely used, and safe.
-      }
-    }
-    pending = TGIFFrameInfo();
-    // Free the raster giflib keeps per frame.
-    if (gif->SavedImages && gif->ImageCount > 0) {
-      GifFreeSavedImages(gif.get());
-      gif->ImageCount = 0;  // giflib does not reset it, and indexes the next frame by it
-    }
-  }
+  FrameScan scan;
+  if (auto st = ScanFrames(gif.get(), size, opt, decode, params, scan); !st.ok()) return st;
+  const int frames = scan.frames;
   if (frames == 0) return Corrupt("GIF", "no frames");
   params.ImageCount = frames;
   params.Width = sw > 0 ? sw : 0;
@@ -420,44 +493,15 @@ pictavo::Status DecodeGIF(const uint8_t* data, size_t size, const DecodeOptions&
   params.GIF_TransparentIndex = params.GIF_Frames[opt.frame].transparent_index;
   params.HasAlpha = params.GIF_TransparentIndex >= 0;
   if (!decode) return pictavo::Status::OK();
-  if (!have_target) return Corrupt("GIF", "frame missing");
+  if (!scan.have_target) return Corrupt("GIF", "frame missing");
 
-  const bool single = frames == 1 && target_desc.Left == 0 && target_desc.Top == 0 &&
-                      target_desc.Width == sw && target_desc.Height == sh;
-  if (single) {
-    if (auto st = bmp->Allocate(sw, sh, TIEPixelFormat::ie8p); !st.ok()) return st;
-    bmp->Palette().assign(256, TRGB{});
-    if (const ColorMapObject* target = target_map.get())
-      for (int i = 0; i < target->ColorCount && i < 256; ++i)
-        bmp->Palette()[i] = TRGB{target_map->Colors[i].Red, target_map->Colors[i].Green,
-                                 target_map->Colors[i].Blue};
-    for (int y = 0; y < sh; ++y)
-      std::memcpy(bmp->Scanline(y), &target_pixels[static_cast<size_t>(y) * sw], sw);
-    const int t = params.GIF_TransparentIndex;
-    if (t >= 0) {
-      bmp->AddAlphaChannel();
-      for (int y = 0; y < sh; ++y)
-        for (int x = 0; x < sw; ++x)
-          bmp->AlphaScanline(y)[x] = target_pixels[static_cast<size_t>(y) * sw + x] == t ? 0 : 255;
-    }
-    return pictavo::Status::OK();
-  }
-  if (auto st = bmp->Allocate(canvas.w, canvas.h, TIEPixelFormat::ie24RGB); !st.ok()) return st;
-  bool any_clear = false;
-  for (int y = 0; y < canvas.h; ++y) {
-    std::memcpy(bmp->Scanline(y), &canvas.rgb[static_cast<size_t>(y) * canvas.w * 3],
-                static_cast<size_t>(canvas.w) * 3);
-    for (int x = 0; x < canvas.w && !any_clear; ++x)
-      any_clear = canvas.alpha[static_cast<size_t>(y) * canvas.w + x] < 255;
-  }
-  if (any_clear) {
-    bmp->AddAlphaChannel();
-    for (int y = 0; y < canvas.h; ++y)
-      std::memcpy(bmp->AlphaScanline(y), &canvas.alpha[static_cast<size_t>(y) * canvas.w],
-                  canvas.w);
-  }
-  params.Width = canvas.w;
-  params.Height = canvas.h;
+  const GifImageDesc& target = scan.target_desc;
+  if (frames == 1 && target.Left == 0 && target.Top == 0 && target.Width == sw &&
+      target.Height == sh)
+    return SingleFrameBitmap(scan, sw, sh, params.GIF_TransparentIndex, bmp);
+  if (auto st = CanvasBitmap(scan.canvas, bmp); !st.ok()) return st;
+  params.Width = scan.canvas.w;
+  params.Height = scan.canvas.h;
   return pictavo::Status::OK();
 }
 

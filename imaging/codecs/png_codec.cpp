@@ -9,6 +9,8 @@
 #include <memory>
 #include <new>
 
+#include "platform/bytes.h"
+
 namespace pictavo::imaging::codecs {
 
 namespace {
@@ -51,6 +53,14 @@ struct Header {
   int out_depth;
   bool has_trns;
 };
+
+// Samples a pixel of a PNG colour type (libpng refuses any other type on reading).
+int ChannelsOf(int color_type) {
+  return color_type == PNG_COLOR_TYPE_RGB_ALPHA    ? 4
+         : color_type == PNG_COLOR_TYPE_RGB        ? 3
+         : color_type == PNG_COLOR_TYPE_GRAY_ALPHA ? 2
+                                                   : 1;
+}
 
 bool ReadInfo(png_structp png, png_infop info, Header* h) {
   if (setjmp(png_jmpbuf(png))) return false;
@@ -151,11 +161,7 @@ void FilterRow(const uint8_t* cur, const uint8_t* prev, size_t n, size_t bpp, ui
 
 // Bytes a pixel for the filters (at least one, for sub-byte rows).
 size_t BytesPerPixel(const WriteSetup& s) {
-  const int channels = s.color_type == PNG_COLOR_TYPE_RGB_ALPHA    ? 4
-                       : s.color_type == PNG_COLOR_TYPE_RGB        ? 3
-                       : s.color_type == PNG_COLOR_TYPE_GRAY_ALPHA ? 2
-                                                                   : 1;
-  return static_cast<size_t>(channels) * s.bit_depth / 8;
+  return static_cast<size_t>(ChannelsOf(s.color_type)) * s.bit_depth / 8;
 }
 
 // The PNG data stream before compression (each row behind its filter type byte, 16-bit samples
@@ -264,64 +270,27 @@ bool WritePng(png_structp png, png_infop info, const WriteSetup& s, png_bytepp r
   return true;
 }
 
-}  // namespace
-
-pictavo::Status DecodePNG(const uint8_t* data, size_t size, const DecodeOptions& opt,
-                          TIEBitmap* bmp, TIOParamsVals& params) {
-  if (size < 8 || png_sig_cmp(data, 0, 8) != 0) return Corrupt("PNG", "no PNG signature");
-  // Every chunk up to IEND must lie inside the file: libpng allocates some ancillary chunks
-  // (iTXt, eXIf...) from their length field before reading them.
+// Every chunk up to IEND must lie inside the file: libpng allocates some ancillary chunks
+// (iTXt, eXIf...) from their length field before reading them.
+pictavo::Status CheckChunks(const uint8_t* data, size_t size) {
   for (size_t at = 8; at + 8 <= size;) {
-    const uint32_t len =
-        uint32_t{data[at]} << 24 | data[at + 1] << 16 | data[at + 2] << 8 | data[at + 3];
+    const uint32_t len = platform::LoadBe32(data + at);
     if (len > size - at - 8) return Corrupt("PNG", "a chunk runs past the end of the file");
     if (std::memcmp(data + at + 4, "IEND", 4) == 0) break;
     at += size_t{len} + 12;
   }
-  ErrorText err{};
-  png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &err, OnError, OnWarning);
-  if (!png) return pictavo::Status::Error("out of memory");
-  png_infop info = png_create_info_struct(png);
-  struct Cleanup {
-    png_structp* p;
-    png_infop* i;
-    ~Cleanup() { png_destroy_read_struct(p, i, nullptr); }
-  } cleanup{&png, &info};
-  if (!info) return pictavo::Status::Error("out of memory");
-  // Refuse absurd sizes before libpng allocates anything.
-  png_set_user_limits(png, kMaxBitmapSide, kMaxBitmapSide);
-  // Compressed ancillary chunks (profiles, text) are inflated whole: a small file must not
-  // become a huge allocation.
-  png_set_chunk_malloc_max(
-      png, std::clamp<png_alloc_size_t>(png_alloc_size_t{size} * 16, 8u << 20, 64u << 20));
-  MemSource src{data, size, 0};
-  png_set_read_fn(png, &src, ReadFromMemory);
-  Header h{};
-  if (!ReadInfo(png, info, &h)) return Corrupt("PNG", err.text);
+  return pictavo::Status::OK();
+}
 
+// What the header chunks say; returns the background chunk, or null.
+png_color_16p ReadParams(png_structp png, png_infop info, const Header& h, TIOParamsVals& params) {
   params.FileType = TIOFileType::ioPNG;
   params.Width = static_cast<int>(h.width);
   params.Height = static_cast<int>(h.height);
   params.BitsPerSample = h.bit_depth;
   params.ImageCount = 1;
   params.PNG_Interlaced = h.interlace != PNG_INTERLACE_NONE;
-  switch (h.color_type) {
-    case PNG_COLOR_TYPE_GRAY:
-      params.SamplesPerPixel = 1;
-      break;
-    case PNG_COLOR_TYPE_GRAY_ALPHA:
-      params.SamplesPerPixel = 2;
-      break;
-    case PNG_COLOR_TYPE_PALETTE:
-      params.SamplesPerPixel = 1;
-      break;
-    case PNG_COLOR_TYPE_RGB:
-      params.SamplesPerPixel = 3;
-      break;
-    default:
-      params.SamplesPerPixel = 4;
-      break;
-  }
+  params.SamplesPerPixel = ChannelsOf(h.color_type);
   params.HasAlpha = (h.color_type & PNG_COLOR_MASK_ALPHA) != 0 || h.has_trns;
   png_uint_32 rx = 0, ry = 0;
   int unit = 0;
@@ -338,29 +307,25 @@ pictavo::Status DecodePNG(const uint8_t* data, size_t size, const DecodeOptions&
     (void)params.ICC.LoadFromBuffer(icc, icc_len);
   png_color_16p bkgd = nullptr;
   params.PNG_HasBackground = png_get_bKGD(png, info, &bkgd) && bkgd;
-  if (opt.params_only || !bmp) return pictavo::Status::OK();
+  return bkgd;
+}
 
-  if (auto st = CheckDimensions(h.width, h.height, opt.max_pixels); !st.ok()) return st;
-  // Deflate expands at most about 1032 to 1: a header promising more pixel data than the file
-  // could carry is refused before the rows are allocated.
-  const int file_channels = h.color_type == PNG_COLOR_TYPE_RGB_ALPHA    ? 4
-                            : h.color_type == PNG_COLOR_TYPE_RGB        ? 3
-                            : h.color_type == PNG_COLOR_TYPE_GRAY_ALPHA ? 2
-                                                                        : 1;
-  const uint64_t raw_bytes =
-      (uint64_t{h.width} * file_channels * h.bit_depth + 7) / 8 * h.height + h.height;
-  if (raw_bytes > uint64_t{size} * 1040 + 4096) return Corrupt("PNG", "image data cut short");
-  if (!SetTransforms(png, info, &h)) return Corrupt("PNG", err.text);
+// A row of pixels of kPx bytes split into kCol bytes of colour and the alpha byte at
+// `alpha_at`; the sizes are constants so that the copies are not library calls.
+template <size_t kCol, size_t kPx>
+void SplitAlpha(const uint8_t* s, uint8_t* d, uint8_t* a, int w, size_t alpha_at) {
+  for (int x = 0; x < w; ++x) {
+    std::memcpy(d + x * kCol, s + x * kPx, kCol);
+    a[x] = s[x * kPx + alpha_at];
+  }
+}
 
+// Moves the decoded rows into the bitmap: colour samples as they are, alpha into its plane,
+// palette transparency (tRNS) into alpha.
+pictavo::Status FillBitmap(png_structp png, png_infop info, const Header& h,
+                           const std::vector<png_bytep>& rows, size_t row_bytes, TIEBitmap* bmp) {
   const bool gray1 = h.out_depth == 1;
   const int bytes_per_sample = h.out_depth == 16 ? 2 : 1;
-  const size_t row_bytes =
-      gray1 ? (h.width + 7) / 8 : static_cast<size_t>(h.width) * h.channels * bytes_per_sample;
-  std::vector<uint8_t> buf(row_bytes * h.height);
-  std::vector<png_bytep> rows(h.height);
-  for (png_uint_32 y = 0; y < h.height; ++y) rows[y] = buf.data() + row_bytes * y;
-  if (!ReadRows(png, rows.data())) return Corrupt("PNG", err.text);
-
   const int w = static_cast<int>(h.width), ht = static_cast<int>(h.height);
   TIEPixelFormat fmt;
   const bool palette = h.color_type == PNG_COLOR_TYPE_PALETTE;
@@ -394,11 +359,16 @@ pictavo::Status DecodePNG(const uint8_t* data, size_t size, const DecodeOptions&
     uint8_t* a = bmp->AlphaScanline(y);
     const size_t px_bytes = static_cast<size_t>(h.channels) * bytes_per_sample;
     const size_t col_bytes = static_cast<size_t>(color_ch) * bytes_per_sample;
-    for (int x = 0; x < w; ++x) {
-      std::memcpy(d + x * col_bytes, s + x * px_bytes, col_bytes);
-      // 16-bit alpha is native little-endian after png_set_swap: the high byte is second.
-      a[x] = bytes_per_sample == 2 ? s[x * px_bytes + col_bytes + 1] : s[x * px_bytes + col_bytes];
-    }
+    // 16-bit alpha is native little-endian after png_set_swap: the high byte is second.
+    const size_t alpha_at = col_bytes + (bytes_per_sample == 2 ? 1 : 0);
+    if (px_bytes == 2)
+      SplitAlpha<1, 2>(s, d, a, w, alpha_at);
+    else if (px_bytes == 4 && col_bytes == 3)
+      SplitAlpha<3, 4>(s, d, a, w, alpha_at);
+    else if (px_bytes == 4)
+      SplitAlpha<2, 4>(s, d, a, w, alpha_at);
+    else
+      SplitAlpha<6, 8>(s, d, a, w, alpha_at);
   }
   if (palette && h.has_trns) {
     png_bytep trans = nullptr;
@@ -411,42 +381,84 @@ pictavo::Status DecodePNG(const uint8_t* data, size_t size, const DecodeOptions&
       for (int x = 0; x < w; ++x) a[x] = d[x] < ntrans ? trans[d[x]] : 255;
     }
   }
-  if (params.PNG_HasBackground && bkgd) {
-    if (palette && bkgd->index < bmp->Palette().size())
-      params.PNG_Background = RGBToTColor(bmp->Palette()[bkgd->index]);
-    else if (h.bit_depth == 16)
-      params.PNG_Background = RGBToTColor(
-          TRGB{uint8_t(bkgd->red >> 8), uint8_t(bkgd->green >> 8), uint8_t(bkgd->blue >> 8)});
-    else if (h.color_type & PNG_COLOR_MASK_COLOR)
-      params.PNG_Background =
-          RGBToTColor(TRGB{uint8_t(bkgd->red), uint8_t(bkgd->green), uint8_t(bkgd->blue)});
-  }
+  return pictavo::Status::OK();
+}
+
+// The background chunk as a colour, for pictures that have one.
+void ReadBackground(const Header& h, const png_color_16& bkgd, const TIEBitmap& bmp,
+                    TIOParamsVals& params) {
+  const bool palette = h.color_type == PNG_COLOR_TYPE_PALETTE;
+  if (palette && bkgd.index < bmp.Palette().size())
+    params.PNG_Background = RGBToTColor(bmp.Palette()[bkgd.index]);
+  else if (h.bit_depth == 16)
+    params.PNG_Background = RGBToTColor(
+        TRGB{uint8_t(bkgd.red >> 8), uint8_t(bkgd.green >> 8), uint8_t(bkgd.blue >> 8)});
+  else if (h.color_type & PNG_COLOR_MASK_COLOR)
+    params.PNG_Background =
+        RGBToTColor(TRGB{uint8_t(bkgd.red), uint8_t(bkgd.green), uint8_t(bkgd.blue)});
+}
+
+}  // namespace
+
+pictavo::Status DecodePNG(const uint8_t* data, size_t size, const DecodeOptions& opt,
+                          TIEBitmap* bmp, TIOParamsVals& params) {
+  if (size < 8 || png_sig_cmp(data, 0, 8) != 0) return Corrupt("PNG", "no PNG signature");
+  if (auto st = CheckChunks(data, size); !st.ok()) return st;
+  ErrorText err{};
+  png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &err, OnError, OnWarning);
+  if (!png) return pictavo::Status::Error("out of memory");
+  png_infop info = png_create_info_struct(png);
+  struct Cleanup {
+    png_structp* p;
+    png_infop* i;
+    ~Cleanup() { png_destroy_read_struct(p, i, nullptr); }
+  } cleanup{&png, &info};
+  if (!info) return pictavo::Status::Error("out of memory");
+  // Refuse absurd sizes before libpng allocates anything.
+  png_set_user_limits(png, kMaxBitmapSide, kMaxBitmapSide);
+  // Compressed ancillary chunks (profiles, text) are inflated whole: a small file must not
+  // become a huge allocation.
+  png_set_chunk_malloc_max(
+      png, std::clamp<png_alloc_size_t>(png_alloc_size_t{size} * 16, 8u << 20, 64u << 20));
+  MemSource src{data, size, 0};
+  png_set_read_fn(png, &src, ReadFromMemory);
+  Header h{};
+  if (!ReadInfo(png, info, &h)) return Corrupt("PNG", err.text);
+  const png_color_16p bkgd = ReadParams(png, info, h, params);
+  if (opt.params_only || !bmp) return pictavo::Status::OK();
+
+  if (auto st = CheckDimensions(h.width, h.height, opt.max_pixels); !st.ok()) return st;
+  // Deflate expands at most about 1032 to 1: a header promising more pixel data than the file
+  // could carry is refused before the rows are allocated.
+  const uint64_t raw_bytes =
+      (uint64_t{h.width} * ChannelsOf(h.color_type) * h.bit_depth + 7) / 8 * h.height + h.height;
+  if (raw_bytes > uint64_t{size} * 1040 + 4096) return Corrupt("PNG", "image data cut short");
+  if (!SetTransforms(png, info, &h)) return Corrupt("PNG", err.text);
+
+  const int bytes_per_sample = h.out_depth == 16 ? 2 : 1;
+  const size_t row_bytes = h.out_depth == 1
+                               ? (h.width + 7) / 8
+                               : static_cast<size_t>(h.width) * h.channels * bytes_per_sample;
+  std::vector<uint8_t> buf(row_bytes * h.height);
+  std::vector<png_bytep> rows(h.height);
+  for (png_uint_32 y = 0; y < h.height; ++y) rows[y] = buf.data() + row_bytes * y;
+  if (!ReadRows(png, rows.data())) return Corrupt("PNG", err.text);
+  if (auto st = FillBitmap(png, info, h, rows, row_bytes, bmp); !st.ok()) return st;
+  if (params.PNG_HasBackground && bkgd) ReadBackground(h, *bkgd, *bmp, params);
   return pictavo::Status::OK();
 }
 
 namespace {
 
-// `release`: the same bitmap, when its pixels may be taken (it is then left empty).
-pictavo::Status Encode(const TIEBitmap& bmp, TIEBitmap* release, const TIOParamsVals& params,
-                       std::vector<uint8_t>& out) {
-  const TIEPixelFormat fmt = bmp.PixelFormat();
+// The file's colour type and bit depth for the bitmap's layout (samples interleaved with alpha
+// where present); palette pictures get their colour table in `pal`. Returns the samples a pixel.
+int ChooseLayout(const TIEBitmap& bmp, WriteSetup& s, std::vector<png_color>& pal) {
   const bool alpha = bmp.HasAlphaChannel();
-  const int w = bmp.Width(), h = bmp.Height();
-  WriteSetup s{};
-  s.width = w;
-  s.height = h;
-  s.level = std::clamp(params.PNG_Compression, 0, 9);
-  s.interlace = params.PNG_Interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE;
-  s.dpi_x = std::max(1, params.DpiX);
-  s.dpi_y = std::max(1, params.DpiY);
-
-  // Build rows in the file's layout: samples interleaved with alpha where present.
-  int channels = 1, depth = 8;
-  std::vector<png_color> pal;
-  std::vector<uint8_t> trns;
-  switch (fmt) {
+  int channels = 1;
+  s.bit_depth = 8;
+  switch (bmp.PixelFormat()) {
     case TIEPixelFormat::ie1g:
-      depth = alpha ? 8 : 1;
+      s.bit_depth = alpha ? 8 : 1;
       channels = alpha ? 2 : 1;
       s.color_type = alpha ? PNG_COLOR_TYPE_GRAY_ALPHA : PNG_COLOR_TYPE_GRAY;
       break;
@@ -466,12 +478,12 @@ pictavo::Status Encode(const TIEBitmap& bmp, TIEBitmap* release, const TIOParams
       }
       break;
     case TIEPixelFormat::ie16g:
-      depth = 16;
+      s.bit_depth = 16;
       channels = alpha ? 2 : 1;
       s.color_type = alpha ? PNG_COLOR_TYPE_GRAY_ALPHA : PNG_COLOR_TYPE_GRAY;
       break;
     case TIEPixelFormat::ie48RGB:
-      depth = 16;
+      s.bit_depth = 16;
       channels = alpha ? 4 : 3;
       s.color_type = alpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB;
       break;
@@ -480,22 +492,21 @@ pictavo::Status Encode(const TIEBitmap& bmp, TIEBitmap* release, const TIOParams
       s.color_type = alpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB;
       break;
   }
-  s.bit_depth = depth;
-  // Level 0 stores the rows: filtering them would only cost time.
-  s.filter_none = depth < 8 || s.color_type == PNG_COLOR_TYPE_PALETTE || s.level == 0;
-  const size_t row_bytes =
-      depth == 1 ? (w + 7) / 8 : static_cast<size_t>(w) * channels * (depth / 8);
-  // Rows the file stores as the bitmap holds them are read where they are (neither the
-  // filters nor libpng write into them); the others are laid out in `buf`.
-  const bool as_held = !alpha && (fmt == TIEPixelFormat::ie1g || fmt == TIEPixelFormat::ie8p ||
-                                  fmt == TIEPixelFormat::ie8g || fmt == TIEPixelFormat::ie16g ||
-                                  fmt == TIEPixelFormat::ie48RGB || fmt == TIEPixelFormat::ie24RGB);
-  std::vector<uint8_t> buf;
+  return channels;
+}
+
+// Lays rows that the file does not store as the bitmap holds them out in `buf` (alpha
+// interleaved, 1-bit grey widened, other layouts through RGB), and points `rows` at each row.
+void LayOutRows(const TIEBitmap& bmp, bool as_held, int channels, int depth, size_t row_bytes,
+                std::vector<uint8_t>& buf, std::vector<png_bytep>& rows) {
+  const TIEPixelFormat fmt = bmp.PixelFormat();
+  const bool alpha = bmp.HasAlphaChannel();
+  const int w = bmp.Width(), h = bmp.Height();
   if (!as_held) {
     buf.reserve(row_bytes * h + h);  // the filter type bytes, when filtered where it lies
     buf.resize(row_bytes * h);
   }
-  std::vector<png_bytep> rows(h);
+  rows.resize(h);
   std::vector<uint8_t> rgb(static_cast<size_t>(w) * 3);
   for (int y = 0; y < h; ++y) {
     const uint8_t* src = bmp.Scanline(y);
@@ -530,6 +541,83 @@ pictavo::Status Encode(const TIEBitmap& bmp, TIEBitmap* release, const TIOParams
       }
     }
   }
+}
+
+// The background chunk for `c`: the nearest palette entry, the colour, or its grey.
+void SetBackground(const TRGB& c, const std::vector<png_color>& pal, WriteSetup& s) {
+  const int depth = s.bit_depth;
+  s.background = true;
+  if (s.color_type == PNG_COLOR_TYPE_PALETTE) {
+    // The nearest palette entry stands for the colour.
+    int best = 0, best_d = 1 << 30;
+    for (size_t i = 0; i < pal.size(); ++i) {
+      const int dd =
+          std::abs(pal[i].red - c.r) + std::abs(pal[i].green - c.g) + std::abs(pal[i].blue - c.b);
+      if (dd < best_d) best_d = dd, best = static_cast<int>(i);
+    }
+    s.bkgd.index = static_cast<png_byte>(best);
+  } else if (s.color_type & PNG_COLOR_MASK_COLOR) {
+    const int k = depth == 16 ? 257 : 1;
+    s.bkgd.red = static_cast<png_uint_16>(c.r * k);
+    s.bkgd.green = static_cast<png_uint_16>(c.g * k);
+    s.bkgd.blue = static_cast<png_uint_16>(c.b * k);
+  } else {
+    const int grey = (c.r * 30 + c.g * 59 + c.b * 11) / 100;
+    s.bkgd.gray = static_cast<png_uint_16>(depth == 16  ? grey * 257
+                                           : depth == 1 ? grey / 128
+                                                        : grey);
+  }
+}
+
+// Filters and compresses non-interlaced rows here, with libdeflate: smaller and faster than
+// libpng's zlib stream. The rows are filtered where they lie when they are ours (the row copy
+// in `buf`, or the pixels of a bitmap that may be taken), else in a copy.
+bool CompressRows(const WriteSetup& s, bool as_held, TIEBitmap* release, std::vector<uint8_t>& buf,
+                  const std::vector<png_bytep>& rows, size_t row_bytes, Compressed* zdata) {
+  const size_t h = rows.size();
+  std::vector<uint8_t> stream;
+  if (!as_held) {
+    if (release) release->Clear();  // `buf` holds the rows
+    stream = std::move(buf);
+  } else if (release) {
+    stream = release->ReleasePixels();
+  } else {  // the caller keeps its pixels: the rows are copied
+    stream.reserve(row_bytes * h + h);
+    for (const png_bytep row : rows) stream.insert(stream.end(), row, row + row_bytes);
+  }
+  FilterInPlace(s, stream, row_bytes, h);
+  return Deflate(stream, s.level, zdata);
+}
+
+// `release`: the same bitmap, when its pixels may be taken (it is then left empty).
+pictavo::Status Encode(const TIEBitmap& bmp, TIEBitmap* release, const TIOParamsVals& params,
+                       std::vector<uint8_t>& out) {
+  const TIEPixelFormat fmt = bmp.PixelFormat();
+  const bool alpha = bmp.HasAlphaChannel();
+  const int w = bmp.Width(), h = bmp.Height();
+  WriteSetup s{};
+  s.width = w;
+  s.height = h;
+  s.level = std::clamp(params.PNG_Compression, 0, 9);
+  s.interlace = params.PNG_Interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE;
+  s.dpi_x = std::max(1, params.DpiX);
+  s.dpi_y = std::max(1, params.DpiY);
+
+  std::vector<png_color> pal;
+  const int channels = ChooseLayout(bmp, s, pal);
+  const int depth = s.bit_depth;
+  // Level 0 stores the rows: filtering them would only cost time.
+  s.filter_none = depth < 8 || s.color_type == PNG_COLOR_TYPE_PALETTE || s.level == 0;
+  const size_t row_bytes =
+      depth == 1 ? (w + 7) / 8 : static_cast<size_t>(w) * channels * (depth / 8);
+  // Rows the file stores as the bitmap holds them are read where they are (neither the
+  // filters nor libpng write into them); the others are laid out in `buf`.
+  const bool as_held = !alpha && (fmt == TIEPixelFormat::ie1g || fmt == TIEPixelFormat::ie8p ||
+                                  fmt == TIEPixelFormat::ie8g || fmt == TIEPixelFormat::ie16g ||
+                                  fmt == TIEPixelFormat::ie48RGB || fmt == TIEPixelFormat::ie24RGB);
+  std::vector<uint8_t> buf;
+  std::vector<png_bytep> rows;
+  LayOutRows(bmp, as_held, channels, depth, row_bytes, buf, rows);
   if (!pal.empty()) {
     s.palette = pal.data();
     s.palette_len = static_cast<int>(pal.size());
@@ -538,50 +626,12 @@ pictavo::Status Encode(const TIEBitmap& bmp, TIEBitmap* release, const TIOParams
     s.icc = params.ICC.Raw().data();
     s.icc_len = static_cast<png_uint_32>(params.ICC.Raw().size());
   }
-  if (params.PNG_HasBackground) {
-    const TRGB c = TColorToRGB(params.PNG_Background);
-    s.background = true;
-    if (s.color_type == PNG_COLOR_TYPE_PALETTE) {
-      // The nearest palette entry stands for the colour.
-      int best = 0, best_d = 1 << 30;
-      for (size_t i = 0; i < pal.size(); ++i) {
-        const int dd =
-            std::abs(pal[i].red - c.r) + std::abs(pal[i].green - c.g) + std::abs(pal[i].blue - c.b);
-        if (dd < best_d) best_d = dd, best = static_cast<int>(i);
-      }
-      s.bkgd.index = static_cast<png_byte>(best);
-    } else if (s.color_type & PNG_COLOR_MASK_COLOR) {
-      const int k = depth == 16 ? 257 : 1;
-      s.bkgd.red = static_cast<png_uint_16>(c.r * k);
-      s.bkgd.green = static_cast<png_uint_16>(c.g * k);
-      s.bkgd.blue = static_cast<png_uint_16>(c.b * k);
-    } else {
-      const int grey = (c.r * 30 + c.g * 59 + c.b * 11) / 100;
-      s.bkgd.gray = static_cast<png_uint_16>(depth == 16  ? grey * 257
-                                             : depth == 1 ? grey / 128
-                                                          : grey);
-    }
-  }
+  if (params.PNG_HasBackground) SetBackground(TColorToRGB(params.PNG_Background), pal, s);
 
-  // Non-interlaced rows are filtered and compressed here, with libdeflate: smaller and
-  // faster than libpng's zlib stream. The rows are filtered where they lie when they are ours
-  // (the row copy, or the pixels of a bitmap that may be taken), else in a copy.
   Compressed zdata;
   const bool own_data = s.interlace == PNG_INTERLACE_NONE;
-  if (own_data) {
-    std::vector<uint8_t> stream;
-    if (!as_held) {
-      if (release) release->Clear();  // `buf` holds the rows
-      stream = std::move(buf);
-    } else if (release) {
-      stream = release->ReleasePixels();
-    } else {  // the caller keeps its pixels: the rows are copied
-      stream.reserve(row_bytes * h + h);
-      for (const png_bytep row : rows) stream.insert(stream.end(), row, row + row_bytes);
-    }
-    FilterInPlace(s, stream, row_bytes, h);
-    if (!Deflate(stream, s.level, &zdata)) return pictavo::Status::Error("out of memory");
-  }
+  if (own_data && !CompressRows(s, as_held, release, buf, rows, row_bytes, &zdata))
+    return pictavo::Status::Error("out of memory");
 
   ErrorText err{};
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &err, OnError, OnWarning);

@@ -33,81 +33,68 @@ std::string Header(const char* magic, int w, int h, int maxval) {
   return s;
 }
 
-}  // namespace
-
-pictavo::Status DecodePNM(const uint8_t* data, size_t size, const DecodeOptions& opt,
-                          TIEBitmap* bmp, TIOParamsVals& params) {
-  ByteReader r(data, size);
-  if (r.u8() != 'P') return Corrupt("PNM", "no signature");
-  const int kind = r.u8() - '0';
+struct PnmHeader {
+  int kind = 0;  // the digit after "P"
   int64_t w = 0, h = 0, maxval = 1, depth = 1;
   bool alpha = false;
-  if (kind == 7) {
-    std::string tuple;
-    // PAM: KEY value lines up to ENDHDR.
-    std::string line;
-    while (r.left()) {
-      const char c = static_cast<char>(r.u8());
-      if (c != '\n') {
-        line += c;
-        if (line.size() > 200) return Corrupt("PAM", "header line too long");
-        continue;
-      }
-      if (line.rfind("WIDTH ", 0) == 0)
-        w = std::atoll(line.c_str() + 6);
-      else if (line.rfind("HEIGHT ", 0) == 0)
-        h = std::atoll(line.c_str() + 7);
-      else if (line.rfind("DEPTH ", 0) == 0)
-        depth = std::atoll(line.c_str() + 6);
-      else if (line.rfind("MAXVAL ", 0) == 0)
-        maxval = std::atoll(line.c_str() + 7);
-      else if (line.rfind("TUPLTYPE ", 0) == 0)
-        tuple = line.substr(9);
-      else if (line == "ENDHDR")
-        break;
-      line.clear();
+};
+
+// PAM: KEY value lines up to ENDHDR.
+pictavo::Status ReadPamHeader(ByteReader& r, PnmHeader& hd) {
+  std::string tuple;
+  std::string line;
+  while (r.left()) {
+    const char c = static_cast<char>(r.u8());
+    if (c != '\n') {
+      line += c;
+      if (line.size() > 200) return Corrupt("PAM", "header line too long");
+      continue;
     }
-    alpha = depth == 2 || depth == 4;
-    if (depth < 1 || depth > 4) return Corrupt("PAM", "unsupported depth");
+    if (line.rfind("WIDTH ", 0) == 0)
+      hd.w = std::atoll(line.c_str() + 6);
+    else if (line.rfind("HEIGHT ", 0) == 0)
+      hd.h = std::atoll(line.c_str() + 7);
+    else if (line.rfind("DEPTH ", 0) == 0)
+      hd.depth = std::atoll(line.c_str() + 6);
+    else if (line.rfind("MAXVAL ", 0) == 0)
+      hd.maxval = std::atoll(line.c_str() + 7);
+    else if (line.rfind("TUPLTYPE ", 0) == 0)
+      tuple = line.substr(9);
+    else if (line == "ENDHDR")
+      break;
+    line.clear();
+  }
+  hd.alpha = hd.depth == 2 || hd.depth == 4;
+  if (hd.depth < 1 || hd.depth > 4) return Corrupt("PAM", "unsupported depth");
+  return pictavo::Status::OK();
+}
+
+pictavo::Status ReadPnmHeader(ByteReader& r, PnmHeader& hd) {
+  if (r.u8() != 'P') return Corrupt("PNM", "no signature");
+  hd.kind = r.u8() - '0';
+  const int kind = hd.kind;
+  if (kind == 7) {
+    if (auto st = ReadPamHeader(r, hd); !st.ok()) return st;
   } else if (kind >= 1 && kind <= 6) {
-    if (!Number(r, w) || !Number(r, h)) return Corrupt("PNM", "bad size");
-    if (kind != 1 && kind != 4 && !Number(r, maxval)) return Corrupt("PNM", "bad maximum value");
-    depth = (kind == 3 || kind == 6) ? 3 : 1;
+    if (!Number(r, hd.w) || !Number(r, hd.h)) return Corrupt("PNM", "bad size");
+    if (kind != 1 && kind != 4 && !Number(r, hd.maxval)) return Corrupt("PNM", "bad maximum value");
+    hd.depth = (kind == 3 || kind == 6) ? 3 : 1;
     if (kind >= 4) r.u8();  // the single white-space byte before the raster
   } else {
     return Corrupt("PNM", "unknown kind");
   }
-  if (maxval < 1 || maxval > 65535) return Corrupt("PNM", "bad maximum value");
-  const bool bit1 = kind == 1 || kind == 4 || (kind == 7 && maxval == 1 && depth == 1);
-  const bool wide = maxval > 255;
-  params.FileType = kind == 7                  ? TIOFileType::ioPAM
-                    : (kind == 1 || kind == 4) ? TIOFileType::ioPBM
-                    : (kind == 2 || kind == 5) ? TIOFileType::ioPGM
-                                               : TIOFileType::ioPPM;
-  params.Width = static_cast<int>(w);
-  params.Height = static_cast<int>(h);
-  params.BitsPerSample = bit1 ? 1 : wide ? 16 : 8;
-  params.SamplesPerPixel = static_cast<int>(depth);
-  params.HasAlpha = alpha;
-  params.ImageCount = 1;
-  if (auto st = CheckDimensions(w, h, opt.max_pixels); !st.ok()) return st;
-  const bool plain = kind <= 3;
-  const int bytes = wide ? 2 : 1;
-  if (!plain) {
-    const uint64_t need = (kind == 4) ? uint64_t((w + 7) / 8) * h : uint64_t(w) * h * depth * bytes;
-    if (need > r.left()) return Corrupt("PNM", "pixel data cut short");
-  } else if (static_cast<uint64_t>(w) * h * depth > r.left()) {
-    return Corrupt("PNM", "pixel data cut short");  // each plain sample takes at least a byte
-  }
-  if (opt.params_only || !bmp) return pictavo::Status::OK();
-  const int color = alpha ? static_cast<int>(depth) - 1 : static_cast<int>(depth);
-  const TIEPixelFormat fmt = bit1 ? TIEPixelFormat::ie1g
-                             : color == 1
-                                 ? (wide ? TIEPixelFormat::ie16g : TIEPixelFormat::ie8g)
-                                 : (wide ? TIEPixelFormat::ie48RGB : TIEPixelFormat::ie24RGB);
-  const int W = static_cast<int>(w), H = static_cast<int>(h);
-  if (auto st = bmp->Allocate(W, H, fmt); !st.ok()) return st;
-  if (alpha) bmp->AddAlphaChannel();
+  if (hd.maxval < 1 || hd.maxval > 65535) return Corrupt("PNM", "bad maximum value");
+  return pictavo::Status::OK();
+}
+
+// The raster, plain (decimal) or raw, into the allocated bitmap; fails (and empties the bitmap)
+// when it is cut short.
+pictavo::Status ReadPnmRows(ByteReader& r, const PnmHeader& hd, bool bit1, TIEBitmap* bmp) {
+  const int kind = hd.kind;
+  const int64_t maxval = hd.maxval;
+  const bool alpha = hd.alpha, plain = kind <= 3, wide = maxval > 255;
+  const int color = alpha ? static_cast<int>(hd.depth) - 1 : static_cast<int>(hd.depth);
+  const int W = static_cast<int>(hd.w), H = static_cast<int>(hd.h);
   const auto sample = [&](bool& ok) -> uint32_t {
     if (plain) {
       if (kind == 1) {  // plain PBM digits may touch
@@ -145,7 +132,9 @@ pictavo::Status DecodePNM(const uint8_t* data, size_t size, const DecodeOptions&
     } else {
       for (int x = 0; x < W; ++x) {
         for (int c = 0; c < color; ++c) {
-          const uint32_t v = sample(ok);
+          // Raw samples are read here rather than through `sample`, whose call the compiler
+          // keeps out of line.
+          const uint32_t v = plain ? sample(ok) : wide ? r.be16() : r.u8();
           if (wide)
             reinterpret_cast<uint16_t*>(d)[x * color + c] =
                 static_cast<uint16_t>(v * 65535 / maxval);
@@ -161,6 +150,48 @@ pictavo::Status DecodePNM(const uint8_t* data, size_t size, const DecodeOptions&
     }
   }
   return pictavo::Status::OK();
+}
+
+}  // namespace
+
+pictavo::Status DecodePNM(const uint8_t* data, size_t size, const DecodeOptions& opt,
+                          TIEBitmap* bmp, TIOParamsVals& params) {
+  ByteReader r(data, size);
+  PnmHeader hd;
+  if (auto st = ReadPnmHeader(r, hd); !st.ok()) return st;
+  const int kind = hd.kind;
+  const int64_t w = hd.w, h = hd.h, maxval = hd.maxval, depth = hd.depth;
+  const bool alpha = hd.alpha;
+  const bool bit1 = kind == 1 || kind == 4 || (kind == 7 && maxval == 1 && depth == 1);
+  const bool wide = maxval > 255;
+  params.FileType = kind == 7                  ? TIOFileType::ioPAM
+                    : (kind == 1 || kind == 4) ? TIOFileType::ioPBM
+                    : (kind == 2 || kind == 5) ? TIOFileType::ioPGM
+                                               : TIOFileType::ioPPM;
+  params.Width = static_cast<int>(w);
+  params.Height = static_cast<int>(h);
+  params.BitsPerSample = bit1 ? 1 : wide ? 16 : 8;
+  params.SamplesPerPixel = static_cast<int>(depth);
+  params.HasAlpha = alpha;
+  params.ImageCount = 1;
+  if (auto st = CheckDimensions(w, h, opt.max_pixels); !st.ok()) return st;
+  const bool plain = kind <= 3;
+  const int bytes = wide ? 2 : 1;
+  if (!plain) {
+    const uint64_t need = (kind == 4) ? uint64_t((w + 7) / 8) * h : uint64_t(w) * h * depth * bytes;
+    if (need > r.left()) return Corrupt("PNM", "pixel data cut short");
+  } else if (static_cast<uint64_t>(w) * h * depth > r.left()) {
+    return Corrupt("PNM", "pixel data cut short");  // each plain sample takes at least a byte
+  }
+  if (opt.params_only || !bmp) return pictavo::Status::OK();
+  const int color = alpha ? static_cast<int>(depth) - 1 : static_cast<int>(depth);
+  const TIEPixelFormat fmt = bit1 ? TIEPixelFormat::ie1g
+                             : color == 1
+                                 ? (wide ? TIEPixelFormat::ie16g : TIEPixelFormat::ie8g)
+                                 : (wide ? TIEPixelFormat::ie48RGB : TIEPixelFormat::ie24RGB);
+  if (auto st = bmp->Allocate(static_cast<int>(w), static_cast<int>(h), fmt); !st.ok()) return st;
+  if (alpha) bmp->AddAlphaChannel();
+  return ReadPnmRows(r, hd, bit1, bmp);
 }
 
 pictavo::Status EncodePBM(const TIEBitmap& bmp, const TIOParamsVals&, std::vector<uint8_t>& out) {

@@ -1,5 +1,7 @@
 #include "imaging/codecs/psd_codec.h"
 
+#include "platform/bytes.h"
+
 namespace pictavo::imaging::codecs {
 
 namespace {
@@ -19,6 +21,83 @@ bool UnpackBits(ByteReader& r, size_t packed, uint8_t* out, size_t n) {
   r.seek(end);
   return k == n && !r.failed();
 }
+// The image resources section: the ICC profile (1039) and the resolution (1005).
+void ReadResources(ByteReader& r, TIOParamsVals& params) {
+  const uint32_t res_len = r.be32();
+  const size_t res_end = r.pos() + res_len;
+  params.ICC.Clear();
+  while (r.pos() + 12 <= res_end && !r.failed()) {
+    uint8_t tag[4];
+    r.read(tag, 4);
+    const int id = r.be16();
+    const int name_len = r.u8();
+    r.skip(name_len + ((name_len + 1) % 2));
+    const uint32_t len = r.be32();
+    if (len > r.left()) break;
+    if (id == 1039) (void)params.ICC.LoadFromBuffer(r.here(), len);
+    if (id == 1005 && len >= 16) {
+      ByteReader q(r.here(), len);
+      const uint32_t hres = q.be32();
+      q.skip(4);
+      const uint32_t vres = q.be32();
+      if (hres >> 16 && vres >> 16) params.DpiX = hres >> 16, params.DpiY = vres >> 16;
+    }
+    r.skip(len + (len & 1));
+  }
+  r.seek(res_end);
+}
+
+// The merged picture's first `used` channel planes, `row` bytes a line, raw or PackBits.
+pictavo::Status ReadPlanes(ByteReader& r, int comp, uint32_t h, int channels, int used, size_t row,
+                           std::vector<uint8_t>& planes) {
+  if (comp == 0 && row * h * used > r.left()) return Corrupt("PSD", "pixel data cut short");
+  if (comp == 1 && uint64_t{2} * h * channels > r.left())
+    return Corrupt("PSD", "pixel data cut short");
+  planes.resize(row * h * used);
+  if (comp == 1) {
+    std::vector<uint16_t> counts(static_cast<size_t>(h) * channels);
+    for (auto& c : counts) c = r.be16();
+    for (int c = 0; c < used; ++c)
+      for (uint32_t y = 0; y < h; ++y)
+        if (!UnpackBits(r, counts[static_cast<size_t>(c) * h + y],
+                        &planes[(static_cast<size_t>(c) * h + y) * row], row))
+          return Corrupt("PSD", "pixel data damaged");
+  } else {
+    r.read(planes.data(), planes.size());
+  }
+  return pictavo::Status::OK();
+}
+
+// The planes interleaved into the allocated bitmap: bitmap mode inverted, CMYK ink turned
+// around, 16-bit samples kept (or cut to their high byte for CMYK), alpha from the next plane.
+// `planes` is a plain pointer: the pixel stores could alias a vector's fields.
+void InterleavePlanes(const uint8_t* planes, size_t row, int mode, int depth, int color, bool alpha,
+                      TIEBitmap* bmp) {
+  const int W = bmp->Width(), H = bmp->Height();
+  const auto plane = [&](int c, int y) { return &planes[(static_cast<size_t>(c) * H + y) * row]; };
+  for (int y = 0; y < H; ++y) {
+    uint8_t* d = bmp->Scanline(y);
+    if (mode == 0) {  // PSD bitmap mode: 1 = black
+      for (size_t i = 0; i < bmp->RowLen(); ++i) d[i] = static_cast<uint8_t>(~plane(0, y)[i]);
+      continue;
+    }
+    const bool cmyk = mode == 4;
+    for (int x = 0; x < W; ++x) {
+      for (int c = 0; c < color; ++c) {
+        const uint8_t* p = plane(c, y);
+        if (depth == 16 && !cmyk) {
+          reinterpret_cast<uint16_t*>(d)[x * color + c] = platform::LoadBe16(p + 2 * x);
+        } else {
+          const uint8_t v = depth == 16 ? p[2 * x] : p[x];
+          d[x * color + c] = cmyk ? 255 - v : v;  // PSD stores CMYK as 255 = no ink
+        }
+      }
+      if (alpha)
+        bmp->AlphaScanline(y)[x] = depth == 16 ? plane(color, y)[2 * x] : plane(color, y)[x];
+    }
+  }
+}
+
 }  // namespace
 
 pictavo::Status DecodePSD(const uint8_t* data, size_t size, const DecodeOptions& opt,
@@ -48,28 +127,7 @@ pictavo::Status DecodePSD(const uint8_t* data, size_t size, const DecodeOptions&
   const uint32_t cm_len = r.be32();
   const size_t cm_at = r.pos();
   r.skip(cm_len);
-  const uint32_t res_len = r.be32();
-  const size_t res_end = r.pos() + res_len;
-  params.ICC.Clear();
-  while (r.pos() + 12 <= res_end && !r.failed()) {
-    uint8_t tag[4];
-    r.read(tag, 4);
-    const int id = r.be16();
-    const int name_len = r.u8();
-    r.skip(name_len + ((name_len + 1) % 2));
-    const uint32_t len = r.be32();
-    if (len > r.left()) break;
-    if (id == 1039) (void)params.ICC.LoadFromBuffer(r.here(), len);
-    if (id == 1005 && len >= 16) {
-      ByteReader q(r.here(), len);
-      const uint32_t hres = q.be32();
-      q.skip(4);
-      const uint32_t vres = q.be32();
-      if (hres >> 16 && vres >> 16) params.DpiX = hres >> 16, params.DpiY = vres >> 16;
-    }
-    r.skip(len + (len & 1));
-  }
-  r.seek(res_end);
+  ReadResources(r, params);
   const uint32_t layer_len = r.be32();
   r.skip(layer_len);
   const int comp = r.be16();
@@ -78,22 +136,10 @@ pictavo::Status DecodePSD(const uint8_t* data, size_t size, const DecodeOptions&
   if (auto st = CheckDimensions(w, h, opt.max_pixels); !st.ok()) return st;
   if (opt.params_only || !bmp) return pictavo::Status::OK();
   const size_t row = (static_cast<size_t>(w) * depth + 7) / 8;
-  const int used = std::min(channels, color + 1);
-  if (comp == 0 && row * h * used > r.left()) return Corrupt("PSD", "pixel data cut short");
-  if (comp == 1 && uint64_t{2} * h * channels > r.left())
-    return Corrupt("PSD", "pixel data cut short");
-  std::vector<uint8_t> planes(row * h * used);
-  if (comp == 1) {
-    std::vector<uint16_t> counts(static_cast<size_t>(h) * channels);
-    for (auto& c : counts) c = r.be16();
-    for (int c = 0; c < used; ++c)
-      for (uint32_t y = 0; y < h; ++y)
-        if (!UnpackBits(r, counts[static_cast<size_t>(c) * h + y],
-                        &planes[(static_cast<size_t>(c) * h + y) * row], row))
-          return Corrupt("PSD", "pixel data damaged");
-  } else {
-    r.read(planes.data(), planes.size());
-  }
+  std::vector<uint8_t> planes;
+  if (auto st = ReadPlanes(r, comp, h, channels, std::min(channels, color + 1), row, planes);
+      !st.ok())
+    return st;
   const int W = static_cast<int>(w), H = static_cast<int>(h);
   TIEPixelFormat fmt = mode == 0   ? TIEPixelFormat::ie1g
                        : mode == 2 ? TIEPixelFormat::ie8p
@@ -110,29 +156,7 @@ pictavo::Status DecodePSD(const uint8_t* data, size_t size, const DecodeOptions&
     for (int i = 0; i < 256; ++i)
       bmp->Palette()[i] = TRGB{data[cm_at + i], data[cm_at + 256 + i], data[cm_at + 512 + i]};
   }
-  const auto plane = [&](int c, int y) { return &planes[(static_cast<size_t>(c) * h + y) * row]; };
-  for (int y = 0; y < H; ++y) {
-    uint8_t* d = bmp->Scanline(y);
-    if (mode == 0) {  // PSD bitmap mode: 1 = black
-      for (size_t i = 0; i < bmp->RowLen(); ++i) d[i] = static_cast<uint8_t>(~plane(0, y)[i]);
-      continue;
-    }
-    const bool cmyk = mode == 4;
-    for (int x = 0; x < W; ++x) {
-      for (int c = 0; c < color; ++c) {
-        const uint8_t* p = plane(c, y);
-        if (depth == 16 && !cmyk) {
-          reinterpret_cast<uint16_t*>(d)[x * color + c] =
-              static_cast<uint16_t>(p[2 * x] << 8 | p[2 * x + 1]);
-        } else {
-          const uint8_t v = depth == 16 ? p[2 * x] : p[x];
-          d[x * color + c] = cmyk ? 255 - v : v;  // PSD stores CMYK as 255 = no ink
-        }
-      }
-      if (alpha)
-        bmp->AlphaScanline(y)[x] = depth == 16 ? plane(color, y)[2 * x] : plane(color, y)[x];
-    }
-  }
+  InterleavePlanes(planes.data(), row, mode, depth, color, alpha, bmp);
   return pictavo::Status::OK();
 }
 

@@ -226,31 +226,49 @@ pictavo::Status ReadRGB16As8(TIFF* tif, MemFile& f, const Layout& L, TIEBitmap* 
   return pictavo::Status::OK();
 }
 
+// The bitmap layout that holds the page's samples as they are, or ieNull when libtiff's RGBA
+// reader must convert them.
+TIEPixelFormat DirectLayout(TIFF* tif, const Layout& L) {
+  const int color = L.spp - L.extra_count;
+  const bool plain = !TIFFIsTiled(tif) && L.sample_format == SAMPLEFORMAT_UINT;
+  if (plain && color == 1 && L.spp <= 2 &&
+      (L.photometric == PHOTOMETRIC_MINISBLACK || L.photometric == PHOTOMETRIC_MINISWHITE)) {
+    if (L.bps == 1 && L.spp == 1) return TIEPixelFormat::ie1g;
+    if (L.bps == 2 || L.bps == 4 || L.bps == 8) return TIEPixelFormat::ie8g;
+    if (L.bps == 16) return TIEPixelFormat::ie16g;
+  } else if (plain && L.photometric == PHOTOMETRIC_PALETTE && L.spp == 1 &&
+             (L.bps == 1 || L.bps == 2 || L.bps == 4 || L.bps == 8)) {
+    return TIEPixelFormat::ie8p;
+  } else if (plain && L.photometric == PHOTOMETRIC_RGB && color == 3 &&
+             (L.bps == 8 || L.bps == 16) && L.compression != COMPRESSION_OJPEG) {
+    return L.bps == 8 ? TIEPixelFormat::ie24RGB : TIEPixelFormat::ie48RGB;
+  } else if (plain && L.photometric == PHOTOMETRIC_SEPARATED && L.inkset == INKSET_CMYK &&
+             color == 4 && L.bps == 8) {
+    return TIEPixelFormat::ieCMYK;
+  }
+  return TIEPixelFormat::ieNull;
+}
+
+pictavo::Status ReadColourMap(TIFF* tif, MemFile& f, const Layout& L, TIEBitmap* bmp) {
+  uint16_t *r = nullptr, *g = nullptr, *b = nullptr;
+  if (!TIFFGetField(tif, TIFFTAG_COLORMAP, &r, &g, &b)) return Fail(f, "palette missing");
+  const int n = 1 << L.bps;
+  // Some writers store 8-bit colour maps; scale only when a value exceeds 255.
+  bool wide = false;
+  for (int i = 0; i < n; ++i) wide = wide || r[i] > 255 || g[i] > 255 || b[i] > 255;
+  bmp->Palette().resize(256);
+  for (int i = 0; i < n; ++i)
+    bmp->Palette()[i] = wide ? TRGB{Scale16(r[i]), Scale16(g[i]), Scale16(b[i])}
+                             : TRGB{uint8_t(r[i]), uint8_t(g[i]), uint8_t(b[i])};
+  return pictavo::Status::OK();
+}
+
 pictavo::Status ReadPixels(TIFF* tif, MemFile& f, const Layout& L, bool narrow, TIEBitmap* bmp) {
   const int w = static_cast<int>(L.w), h = static_cast<int>(L.h);
   const bool alpha = L.extra_count > 0 &&
                      (L.extra[0] == EXTRASAMPLE_UNASSALPHA || L.extra[0] == EXTRASAMPLE_ASSOCALPHA);
   const int color = L.spp - L.extra_count;
-  const bool plain = !TIFFIsTiled(tif) && L.sample_format == SAMPLEFORMAT_UINT;
-  TIEPixelFormat fmt = TIEPixelFormat::ieNull;
-  if (plain && color == 1 && L.spp <= 2 &&
-      (L.photometric == PHOTOMETRIC_MINISBLACK || L.photometric == PHOTOMETRIC_MINISWHITE)) {
-    if (L.bps == 1 && L.spp == 1)
-      fmt = TIEPixelFormat::ie1g;
-    else if (L.bps == 2 || L.bps == 4 || L.bps == 8)
-      fmt = TIEPixelFormat::ie8g;
-    else if (L.bps == 16)
-      fmt = TIEPixelFormat::ie16g;
-  } else if (plain && L.photometric == PHOTOMETRIC_PALETTE && L.spp == 1 &&
-             (L.bps == 1 || L.bps == 2 || L.bps == 4 || L.bps == 8)) {
-    fmt = TIEPixelFormat::ie8p;
-  } else if (plain && L.photometric == PHOTOMETRIC_RGB && color == 3 &&
-             (L.bps == 8 || L.bps == 16) && L.compression != COMPRESSION_OJPEG) {
-    fmt = L.bps == 8 ? TIEPixelFormat::ie24RGB : TIEPixelFormat::ie48RGB;
-  } else if (plain && L.photometric == PHOTOMETRIC_SEPARATED && L.inkset == INKSET_CMYK &&
-             color == 4 && L.bps == 8) {
-    fmt = TIEPixelFormat::ieCMYK;
-  }
+  const TIEPixelFormat fmt = DirectLayout(tif, L);
   if (fmt == TIEPixelFormat::ieNull) return ReadViaRGBA(tif, f, w, h, alpha, bmp);
   if (fmt == TIEPixelFormat::ie1g && L.planar != PLANARCONFIG_CONTIG)
     return ReadViaRGBA(tif, f, w, h, alpha, bmp);
@@ -263,18 +281,8 @@ pictavo::Status ReadPixels(TIFF* tif, MemFile& f, const Layout& L, bool narrow, 
   std::vector<uint8_t> buf(static_cast<size_t>(line));
   const int bytes = L.bps == 16 ? 2 : 1;
   const bool invert = L.photometric == PHOTOMETRIC_MINISWHITE;
-  if (fmt == TIEPixelFormat::ie8p) {
-    uint16_t *r = nullptr, *g = nullptr, *b = nullptr;
-    if (!TIFFGetField(tif, TIFFTAG_COLORMAP, &r, &g, &b)) return Fail(f, "palette missing");
-    const int n = 1 << L.bps;
-    // Some writers store 8-bit colour maps; scale only when a value exceeds 255.
-    bool wide = false;
-    for (int i = 0; i < n; ++i) wide = wide || r[i] > 255 || g[i] > 255 || b[i] > 255;
-    bmp->Palette().resize(256);
-    for (int i = 0; i < n; ++i)
-      bmp->Palette()[i] = wide ? TRGB{Scale16(r[i]), Scale16(g[i]), Scale16(b[i])}
-                               : TRGB{uint8_t(r[i]), uint8_t(g[i]), uint8_t(b[i])};
-  }
+  if (fmt == TIEPixelFormat::ie8p)
+    if (auto st = ReadColourMap(tif, f, L, bmp); !st.ok()) return st;
   if (L.planar == PLANARCONFIG_SEPARATE && L.spp > 1) {
     // Each plane into its place in the interleaved rows.
     auto st = ForEachPlaneRow(tif, f, L, buf.data(), [&](int y, int s) {
@@ -313,11 +321,15 @@ pictavo::Status ReadPixels(TIFF* tif, MemFile& f, const Layout& L, bool narrow, 
       continue;
     }
     const size_t px = static_cast<size_t>(L.spp) * bytes, col = static_cast<size_t>(color) * bytes;
-    for (int x = 0; x < w; ++x) {
-      std::memcpy(d + x * col, s + x * px, col);
-      if (a)
-        a[x] = bytes == 2 ? Scale16(reinterpret_cast<const uint16_t*>(s + x * px + col)[0])
-                          : s[x * px + col];
+    if (!a && px == col) {  // nothing to take out: the row as it is
+      std::memcpy(d, s, static_cast<size_t>(w) * col);
+    } else {
+      for (int x = 0; x < w; ++x) {
+        std::memcpy(d + x * col, s + x * px, col);
+        if (a)
+          a[x] = bytes == 2 ? Scale16(reinterpret_cast<const uint16_t*>(s + x * px + col)[0])
+                            : s[x * px + col];
+      }
     }
     if (invert) {
       if (bytes == 1)
@@ -356,11 +368,11 @@ bool IsFax(uint16_t c) {
   return c == COMPRESSION_CCITTRLE || c == COMPRESSION_CCITTFAX3 || c == COMPRESSION_CCITTFAX4;
 }
 
-pictavo::Status WritePage(TIFF* tif, MemFile& f, const TIEBitmap& src, const TIOParamsVals& p) {
-  uint16_t comp = CompressionTag(p.TIFF_Compression);
-  // Work on a copy only when the layout must change for the chosen compression.
-  TIEBitmap tmp;
-  const TIEBitmap* bmp = &src;
+// The bitmap to write: `src`, or a copy in `tmp` when the compression or the photometric
+// interpretation needs another layout (fax: 1-bit; JPEG: 8-bit grey or RGB; CMYK asked for).
+pictavo::Status AdaptLayout(const TIEBitmap& src, const TIOParamsVals& p, uint16_t comp,
+                            TIEBitmap& tmp, const TIEBitmap*& bmp) {
+  bmp = &src;
   auto convert = [&](TIEPixelFormat to) -> pictavo::Status {
     if (bmp->PixelFormat() == to) return pictavo::Status::OK();
     if (bmp != &tmp) tmp = src;
@@ -382,45 +394,59 @@ pictavo::Status WritePage(TIFF* tif, MemFile& f, const TIEBitmap& src, const TIO
   if (want_cmyk && bmp->PixelFormat() != TIEPixelFormat::ieCMYK) {
     if (auto st = convert(TIEPixelFormat::ieCMYK); !st.ok()) return st;
   }
-  const TIEPixelFormat fmt = bmp->PixelFormat();
-  const bool alpha = bmp->HasAlphaChannel() && fmt != TIEPixelFormat::ie1g &&
-                     fmt != TIEPixelFormat::ie8p && comp != COMPRESSION_JPEG;
-  uint16_t bps = 8, color = 1, photometric = PHOTOMETRIC_MINISBLACK;
+  return pictavo::Status::OK();
+}
+
+// How a bitmap layout is stored.
+struct PageLayout {
+  uint16_t bps = 8, color = 1, photometric = PHOTOMETRIC_MINISBLACK, spp = 1;
+  bool alpha = false;
+};
+
+// False for a layout that TIFF pages do not hold.
+bool DescribePage(TIEPixelFormat fmt, uint16_t comp, PageLayout& pl) {
   switch (fmt) {
     case TIEPixelFormat::ie1g:
-      bps = 1;
-      photometric = IsFax(comp) ? PHOTOMETRIC_MINISWHITE : PHOTOMETRIC_MINISBLACK;
+      pl.bps = 1;
+      pl.photometric = IsFax(comp) ? PHOTOMETRIC_MINISWHITE : PHOTOMETRIC_MINISBLACK;
       break;
     case TIEPixelFormat::ie8g:
       break;
     case TIEPixelFormat::ie8p:
-      photometric = PHOTOMETRIC_PALETTE;
+      pl.photometric = PHOTOMETRIC_PALETTE;
       break;
     case TIEPixelFormat::ie16g:
-      bps = 16;
+      pl.bps = 16;
       break;
     case TIEPixelFormat::ie24RGB:
-      color = 3, photometric = PHOTOMETRIC_RGB;
+      pl.color = 3, pl.photometric = PHOTOMETRIC_RGB;
       break;
     case TIEPixelFormat::ie48RGB:
-      bps = 16, color = 3, photometric = PHOTOMETRIC_RGB;
+      pl.bps = 16, pl.color = 3, pl.photometric = PHOTOMETRIC_RGB;
       break;
     case TIEPixelFormat::ieCMYK:
-      color = 4, photometric = PHOTOMETRIC_SEPARATED;
+      pl.color = 4, pl.photometric = PHOTOMETRIC_SEPARATED;
       break;
     default:
-      return pictavo::Status::Error("nothing to save");
+      return false;
   }
-  const uint16_t spp = color + (alpha ? 1 : 0);
-  const uint32_t w = static_cast<uint32_t>(bmp->Width()), h = static_cast<uint32_t>(bmp->Height());
-  TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, w);
-  TIFFSetField(tif, TIFFTAG_IMAGELENGTH, h);
-  TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, bps);
-  TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, spp);
+  pl.spp = pl.color + (pl.alpha ? 1 : 0);
+  return true;
+}
+
+// The page's tags. JPEG pages of colour are stored as YCbCr unless RGB was asked for; `pl`
+// then says so.
+void SetPageTags(TIFF* tif, const TIEBitmap& bmp, const TIOParamsVals& p, uint16_t comp,
+                 PageLayout& pl) {
+  const TIEPixelFormat fmt = bmp.PixelFormat();
+  TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, static_cast<uint32_t>(bmp.Width()));
+  TIFFSetField(tif, TIFFTAG_IMAGELENGTH, static_cast<uint32_t>(bmp.Height()));
+  TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, pl.bps);
+  TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, pl.spp);
   TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
   TIFFSetField(tif, TIFFTAG_COMPRESSION, comp);
   TIFFSetField(tif, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
-  if (alpha) {
+  if (pl.alpha) {
     const uint16_t extra = EXTRASAMPLE_UNASSALPHA;
     TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, 1, &extra);
   }
@@ -429,22 +455,22 @@ pictavo::Status WritePage(TIFF* tif, MemFile& f, const TIEBitmap& src, const TIO
     TIFFSetField(
         tif, TIFFTAG_GROUP3OPTIONS,
         p.TIFF_Compression == TIOTIFFCompression::ioTIFF_G3FAX2D ? GROUP3OPT_2DENCODING : 0);
-  if ((comp == COMPRESSION_LZW || comp == COMPRESSION_ADOBE_DEFLATE) && bps >= 8 &&
+  if ((comp == COMPRESSION_LZW || comp == COMPRESSION_ADOBE_DEFLATE) && pl.bps >= 8 &&
       fmt != TIEPixelFormat::ie8p)
     TIFFSetField(tif, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
   if (comp == COMPRESSION_ADOBE_DEFLATE) TIFFSetField(tif, TIFFTAG_ZIPQUALITY, 6);
   if (comp == COMPRESSION_JPEG) {
     TIFFSetField(tif, TIFFTAG_JPEGQUALITY, std::clamp(p.TIFF_JPEGQuality, 1, 100));
-    if (color == 3 && p.TIFF_JPEGColorSpace != ioJPEG_RGB) {
-      photometric = PHOTOMETRIC_YCBCR;
-      TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, photometric);
+    if (pl.color == 3 && p.TIFF_JPEGColorSpace != ioJPEG_RGB) {
+      pl.photometric = PHOTOMETRIC_YCBCR;
+      TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, pl.photometric);
       TIFFSetField(tif, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
     }
   }
-  TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, photometric);
+  TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, pl.photometric);
   if (fmt == TIEPixelFormat::ie8p) {
     std::vector<uint16_t> r(256), g(256), b(256);
-    const auto& pal = bmp->Palette();
+    const auto& pal = bmp.Palette();
     for (size_t i = 0; i < pal.size() && i < 256; ++i)
       r[i] = pal[i].r * 257, g[i] = pal[i].g * 257, b[i] = pal[i].b * 257;
     TIFFSetField(tif, TIFFTAG_COLORMAP, r.data(), g.data(), b.data());
@@ -456,21 +482,32 @@ pictavo::Status WritePage(TIFF* tif, MemFile& f, const TIEBitmap& src, const TIO
     TIFFSetField(tif, TIFFTAG_ICCPROFILE, static_cast<uint32_t>(p.ICC.Raw().size()),
                  p.ICC.Raw().data());
   // Fax pages are usually read whole; other layouts get ~64 KiB strips.
-  const uint32_t rows_per_strip = IsFax(comp) ? h : TIFFDefaultStripSize(tif, 0);
+  const uint32_t rows_per_strip =
+      IsFax(comp) ? static_cast<uint32_t>(bmp.Height()) : TIFFDefaultStripSize(tif, 0);
   TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, rows_per_strip);
+}
 
-  const size_t col_bytes = static_cast<size_t>(color) * (bps / 8);
+// The rows in the file's order: 1-bit rows inverted for white-is-zero, alpha interleaved.
+pictavo::Status WriteRows(TIFF* tif, MemFile& f, const TIEBitmap& bmp, const PageLayout& pl) {
+  const uint32_t w = static_cast<uint32_t>(bmp.Width()), h = static_cast<uint32_t>(bmp.Height());
+  const TIEPixelFormat fmt = bmp.PixelFormat();
+  // Locals rather than `pl`'s fields, which the row stores could alias.
+  const uint16_t bps = pl.bps, photometric = pl.photometric;
+  const bool alpha = pl.alpha;
+  const size_t col_bytes = static_cast<size_t>(pl.color) * (bps / 8);
   const size_t line = fmt == TIEPixelFormat::ie1g
                           ? (w + 7) / 8
-                          : static_cast<size_t>(w) * spp * std::max<int>(1, bps / 8);
+                          : static_cast<size_t>(w) * pl.spp * std::max<int>(1, bps / 8);
   std::vector<uint8_t> row(line);
   for (uint32_t y = 0; y < h; ++y) {
-    const uint8_t* s = bmp->Scanline(static_cast<int>(y));
+    const uint8_t* s = bmp.Scanline(static_cast<int>(y));
     if (fmt == TIEPixelFormat::ie1g) {
-      for (size_t i = 0; i < line; ++i)
-        row[i] = photometric == PHOTOMETRIC_MINISWHITE ? static_cast<uint8_t>(~s[i]) : s[i];
+      if (photometric == PHOTOMETRIC_MINISWHITE)
+        for (size_t i = 0; i < line; ++i) row[i] = static_cast<uint8_t>(~s[i]);
+      else
+        std::memcpy(row.data(), s, line);
     } else if (alpha) {
-      const uint8_t* a = bmp->AlphaScanline(static_cast<int>(y));
+      const uint8_t* a = bmp.AlphaScanline(static_cast<int>(y));
       const size_t px = col_bytes + bps / 8;
       for (uint32_t x = 0; x < w; ++x) {
         std::memcpy(row.data() + x * px, s + x * col_bytes, col_bytes);
@@ -485,6 +522,22 @@ pictavo::Status WritePage(TIFF* tif, MemFile& f, const TIEBitmap& src, const TIO
     if (TIFFWriteScanline(tif, row.data(), y, 0) < 0)
       return pictavo::Status::Error("TIFF encoder failed: " + f.error);
   }
+  return pictavo::Status::OK();
+}
+
+pictavo::Status WritePage(TIFF* tif, MemFile& f, const TIEBitmap& src, const TIOParamsVals& p) {
+  const uint16_t comp = CompressionTag(p.TIFF_Compression);
+  // Work on a copy only when the layout must change for the chosen compression.
+  TIEBitmap tmp;
+  const TIEBitmap* bmp = &src;
+  if (auto st = AdaptLayout(src, p, comp, tmp, bmp); !st.ok()) return st;
+  const TIEPixelFormat fmt = bmp->PixelFormat();
+  PageLayout pl;
+  pl.alpha = bmp->HasAlphaChannel() && fmt != TIEPixelFormat::ie1g && fmt != TIEPixelFormat::ie8p &&
+             comp != COMPRESSION_JPEG;
+  if (!DescribePage(fmt, comp, pl)) return pictavo::Status::Error("nothing to save");
+  SetPageTags(tif, *bmp, p, comp, pl);
+  if (auto st = WriteRows(tif, f, *bmp, pl); !st.ok()) return st;
   if (!TIFFWriteDirectory(tif)) return pictavo::Status::Error("TIFF encoder failed: " + f.error);
   return pictavo::Status::OK();
 }
