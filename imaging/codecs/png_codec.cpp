@@ -593,6 +593,9 @@ bool CompressRows(const WriteSetup& s, bool as_held, TIEBitmap* release, std::ve
 pictavo::Status Encode(const TIEBitmap& bmp, TIEBitmap* release, const TIOParamsVals& params,
                        std::vector<uint8_t>& out) {
   const TIEPixelFormat fmt = bmp.PixelFormat();
+  // The saver converts first; a caller that does not would make the encoder read past rows.
+  if (fmt == TIEPixelFormat::ieCMYK || fmt == TIEPixelFormat::ieNull)
+    return pictavo::Status::Error("PNG is not written from a CMYK or empty picture");
   const bool alpha = bmp.HasAlphaChannel();
   const int w = bmp.Width(), h = bmp.Height();
   WriteSetup s{};

@@ -197,6 +197,9 @@ pictavo::Status DecodeTGA(const uint8_t* data, size_t size, const DecodeOptions&
 pictavo::Status EncodeTGA(const TIEBitmap& bmp, const TIOParamsVals& params,
                           std::vector<uint8_t>& out) {
   const TIEPixelFormat fmt = bmp.PixelFormat();
+  // The saver converts first; a caller that does not would make the encoder read past rows.
+  if (fmt != TIEPixelFormat::ie8g && fmt != TIEPixelFormat::ie8p && fmt != TIEPixelFormat::ie24RGB)
+    return pictavo::Status::Error("TGA is written from 8-bit grey, palette or 24-bit RGB only");
   const int w = bmp.Width(), h = bmp.Height();
   if (w > 65535 || h > 65535) return pictavo::Status::Error("picture too large for TGA");
   const bool alpha = bmp.HasAlphaChannel() && fmt == TIEPixelFormat::ie24RGB;

@@ -68,6 +68,30 @@ TEST(CodecRegistry, EveryEncoderWritesWhatItsRowRecognisesAndProbes) {
   EXPECT_GE(written, 16);
 }
 
+// The saver converts a picture to a layout its row takes before encoding. The PNG and TGA
+// encoders, called directly with another layout, read past their rows; they refuse it now.
+// (Others convert what they are given, or were never handed such a picture.)
+TEST(CodecRegistry, PngAndTgaEncodersRefuseLayoutsTheirRowDoesNotTake) {
+  int refused = 0;
+  for (const CodecRow& row : CodecRows()) {
+    if (row.type != TIOFileType::ioPNG && row.type != TIOFileType::ioTGA) continue;
+    for (TIEPixelFormat fmt :
+         {TIEPixelFormat::ie1g, TIEPixelFormat::ie8g, TIEPixelFormat::ie8p, TIEPixelFormat::ie16g,
+          TIEPixelFormat::ie24RGB, TIEPixelFormat::ie48RGB, TIEPixelFormat::ieCMYK}) {
+      if (row.layouts & codecs::LayoutBit(fmt)) continue;
+      SCOPED_TRACE(std::string(row.name) + " layout " + std::to_string(static_cast<int>(fmt)));
+      TIEBitmap bmp;
+      ASSERT_TRUE(bmp.Allocate(kWidth, kHeight, fmt).ok());
+      TIOParamsVals params;
+      params.FileType = row.type;
+      std::vector<uint8_t> out;
+      EXPECT_FALSE(row.encode(bmp, params, out).ok());
+      ++refused;
+    }
+  }
+  EXPECT_EQ(refused, 1 + 4);  // PNG: CMYK; TGA: 1-bit, 16-bit grey, 48-bit RGB, CMYK
+}
+
 TEST(CodecRegistry, DamagedHeadersGiveNothingAndNeverCrash) {
   for (const CodecRow& row : CodecRows()) {
     if (!row.encode) continue;
