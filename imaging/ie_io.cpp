@@ -122,6 +122,18 @@ void TImageEnIO::RememberLayout() {
   loaded_spp_ = params_.SamplesPerPixel;
 }
 
+void TImageEnIO::SetMetafileRasteriser(MetafileRasteriser rasteriser) {
+  rasterise_metafile_ = std::move(rasteriser);
+}
+
+pictavo::Status TImageEnIO::ImportMetafile(const std::string& path, int width, int height) {
+  if (!rasterise_metafile_)
+    return pictavo::Status::Error("no metafile rasteriser is set up for this reader");
+  const std::string picture = rasterise_metafile_(path, width, height);
+  if (picture.empty()) return pictavo::Status::Error("the metafile could not be rasterised");
+  return LoadFromFile(picture);
+}
+
 pictavo::Status TImageEnIO::Decode(const uint8_t* data, size_t size, bool params_only,
                                    bool with_metadata) {
   const TIOFileType type = SniffFormat(data, size);

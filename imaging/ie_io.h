@@ -12,6 +12,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -114,6 +115,16 @@ class TImageEnIO {
   // The bound picture as raw data in `layout` (its width and height are the picture's).
   pictavo::Status SaveToFileBMPRAW(const std::string& path, const TIORawLayout& layout);
 
+  // Windows metafiles (WMF, EMF) are drawings, not pictures: the engine rasterises them with a
+  // program of the tool folder, which imaging does not run. The owner hands over the rasteriser:
+  // it writes the metafile as a picture file of `width` x `height` pixels (0 = the metafile's
+  // own size at 96 dpi, the other side in proportion) and returns that file's path, empty when
+  // it failed; the owner removes the file afterwards. ImportMetafile loads its picture.
+  using MetafileRasteriser =
+      std::function<std::string(const std::string& metafile, int width, int height)>;
+  void SetMetafileRasteriser(MetafileRasteriser rasteriser);
+  pictavo::Status ImportMetafile(const std::string& path, int width = 0, int height = 0);
+
   // PDF output: open a document, add the bitmap as one page per call (JPEG-compressed for
   // photos, Flate for 1-bit, palette and pictures with few colours), close it. Pages are sized
   // from the bitmap and the DPI. The file appears only at ClosePDFFile.
@@ -138,6 +149,7 @@ class TImageEnIO {
   bool TakeHandOver(const std::string& path, bool params_only);
 
   TIEBitmap* bmp_;
+  MetafileRasteriser rasterise_metafile_;
   TIOParamsVals params_;
   // The depth the parameters had after the last load: a change by the caller is a request.
   int loaded_bps_ = 0;

@@ -144,32 +144,39 @@ bool IsDrawableMetafile(const std::string& file) {
          (head->size() >= 4 && (*head)[0] == 1 && (*head)[1] == 0);
 }
 
-// Rasterises the metafile with wmf2gd at `width` x `height` pixels (0 = the file's own size at
-// 96 dpi, the other side in proportion) and loads the picture into `io`.
-bool RasteriseMetafile(TZubRead& r, imaging::TImageEnIO& io, int width, int height) {
-  // wmf2gd names its output itself from -o.
-  Scratch out(r, ".png");
-  std::string cmd = ToolArg(r, "wmf2gd.bin") + " -t png";
-  if (width > 0) cmd += " --maxwidth=" + std::to_string(width);
-  if (height > 0) cmd += " --maxheight=" + std::to_string(height);
-  if (width > 0 || height > 0) cmd += height > 0 && width > 0 ? " --maxsize" : " --maxpect";
-  cmd += " -o " + platform::Quoted(out.path()) + " " + platform::Quoted(r.src_file);
-  tools::RunAndWaitTimeout(cmd, tools::kHidden, std::string(), 120);
-  return tools::Produced(out.path()) && io.LoadFromFile(out.path()).ok();
+// The rasteriser of ImportMetafile: wmf2gd writes the metafile as a PNG at `width` x `height`
+// pixels (0 = the file's own size at 96 dpi, the other side in proportion) into a scratch name
+// that `scratch` removes when the route ends.
+imaging::TImageEnIO::MetafileRasteriser Wmf2gd(TZubRead& r,
+                                               std::vector<std::unique_ptr<Scratch>>& scratch) {
+  return [&r, &scratch](const std::string& metafile, int width, int height) {
+    // wmf2gd names its output itself from -o.
+    const Scratch& out = *scratch.emplace_back(std::make_unique<Scratch>(r, ".png"));
+    std::string cmd = ToolArg(r, "wmf2gd.bin") + " -t png";
+    if (width > 0) cmd += " --maxwidth=" + std::to_string(width);
+    if (height > 0) cmd += " --maxheight=" + std::to_string(height);
+    if (width > 0 || height > 0) cmd += height > 0 && width > 0 ? " --maxsize" : " --maxpect";
+    cmd += " -o " + platform::Quoted(out.path()) + " " + platform::Quoted(metafile);
+    tools::RunAndWaitTimeout(cmd, tools::kHidden, std::string(), 120);
+    return tools::Produced(out.path()) ? out.path() : std::string();
+  };
 }
 
 int ReadMetafile(TZubRead& r) {
   if (!IsDrawableMetafile(r.src_file) || !HasTool(r, "wmf2gd.bin")) return 1;
+  std::vector<std::unique_ptr<Scratch>> scratch;
   imaging::TIEBitmap bitmap;
   bitmap.SetLimits(r.picture_limits);
   imaging::TImageEnIO io(&bitmap);
+  io.SetMetafileRasteriser(Wmf2gd(r, scratch));
   const int zoom = r.settings && r.settings->vector.zoom > 0 ? r.settings->vector.zoom : 100;
-  if (!RasteriseMetafile(r, io, 0, 0) || bitmap.IsEmpty()) return 1;
+  if (!io.ImportMetafile(r.src_file).ok() || bitmap.IsEmpty()) return 1;
   if (zoom != 100) {
     imaging::TIEBitmap scaled;
     scaled.SetLimits(r.picture_limits);
     imaging::TImageEnIO again(&scaled);
-    if (RasteriseMetafile(r, again, bitmap.Width() * zoom / 100, 0) && !scaled.IsEmpty())
+    again.SetMetafileRasteriser(Wmf2gd(r, scratch));
+    if (again.ImportMetafile(r.src_file, bitmap.Width() * zoom / 100, 0).ok() && !scaled.IsEmpty())
       return again.SaveToFile(r.out_file).ok() && tools::Produced(r.out_file) ? 0 : 1;
   }
   return io.SaveToFile(r.out_file).ok() && tools::Produced(r.out_file) ? 0 : 1;

@@ -484,5 +484,30 @@ TEST(ImageIoFiles, FormatIsJudgedByContentNotName) {
   EXPECT_EQ(FileTypeFromExtension("/a.b/noext"), TIOFileType::ioUnknown);
 }
 
+// A metafile is never decoded: ImportMetafile hands it to the rasteriser its owner set and
+// loads the picture that comes back, at the size asked for.
+TEST(ImageIoMetafile, ImportGoesThroughTheOwnersRasteriser) {
+  testing::TempDir tmp;
+  TIEBitmap bitmap;
+  TImageEnIO io(&bitmap);
+  EXPECT_FALSE(io.ImportMetafile(tmp.file("drawing.wmf")).ok());  // none set up
+  std::vector<std::string> asked;
+  io.SetMetafileRasteriser([&](const std::string& metafile, int width, int height) {
+    asked.push_back(metafile + " " + std::to_string(width) + "x" + std::to_string(height));
+    if (width == 0) return std::string();  // the rasteriser failed
+    TIEBitmap drawn = Pattern(width, height, F::ie24RGB);
+    TImageEnIO out(&drawn);
+    const std::string png = tmp.file("drawn.png");
+    return out.SaveToFile(png).ok() ? png : std::string();
+  });
+  EXPECT_FALSE(io.ImportMetafile(tmp.file("drawing.wmf")).ok());
+  EXPECT_TRUE(bitmap.IsEmpty());
+  ASSERT_TRUE(io.ImportMetafile(tmp.file("drawing.wmf"), 33, 21).ok());
+  EXPECT_EQ(bitmap.Width(), 33);
+  EXPECT_EQ(bitmap.Height(), 21);
+  ASSERT_EQ(asked.size(), 2u);
+  EXPECT_EQ(asked[1], tmp.file("drawing.wmf") + " 33x21");
+}
+
 }  // namespace
 }  // namespace pictavo::imaging
