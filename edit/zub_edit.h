@@ -13,6 +13,10 @@
 #include "platform/status.h"
 #include "settings/main_settings.h"
 
+namespace pictavo::imaging {
+class HandOverCache;
+}
+
 namespace pictavo::editing {
 
 class TZubEdit {
@@ -25,6 +29,8 @@ class TZubEdit {
   std::string temp_folder;  // the job's temporary folder
   // The job's picture caps for the pictures the actions make; null = the defaults.
   const imaging::PictureLimits* picture_limits = nullptr;
+  // The worker's hand-over cache, reached by the edit's loader and saver; null = none.
+  imaging::HandOverCache* hand_over = nullptr;
 
   // Output: whether the edited picture has an alpha channel (cleared at the start of Edit).
   bool has_alpha = false;

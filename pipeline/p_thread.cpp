@@ -224,7 +224,7 @@ void TPThread::ProcessFile() {
     if (failure_.empty()) failure_ = e.what();
     ok = false;
   }
-  imaging::ForgetKeptSave();  // a picture no stage took is not held over to the next file
+  hand_over_.Forget();  // a picture no stage took is not held over to the next file
   const double seconds =
       std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   print_log(kStepPrefix + M(Msg::kProcessingTime) + " " + OneDecimal(seconds) + " " + M(Msg::kSec));
@@ -297,7 +297,7 @@ bool TPThread::CheckFile() {
 bool TPThread::Read() {
   std::this_thread::sleep_for(std::chrono::milliseconds(context_.poll_ms));
   // The read and edit stages' scratch TIFFs are loaded by the next stage at once.
-  const imaging::TKeepSavesForNextLoad keep_scratch;
+  const imaging::TKeepSavesForNextLoad keep_scratch(hand_over_);
   const std::string& tag = route_.source_tag;
   const imaging::TIOFileType sniffed = SniffFile(source_);
   bool as_is = false;
@@ -332,12 +332,13 @@ bool TPThread::Read() {
     r.settings_file = context_.cfg_file;
     r.temp_folder = context_.temp_folder;
     r.picture_limits = &picture_limits_;
+    r.hand_over = &hand_over_;
     const Status status = r.Run();
     if (!status.ok()) return Fail(line, Msg::kCouldNotRead, ReadFailureReason(status));
     work_file_ = r.out_file;
   }
 
-  PageSelection sel = SelectPages(work_file_, context_.settings, context_.temp_folder);
+  PageSelection sel = SelectPages(work_file_, context_.settings, context_.temp_folder, &hand_over_);
   if (sel.all_blank) {
     print_log(line + " " + M(Msg::kDone) + kStepPrefix + "All pages are blank. File was skipped.");
     skipped_ = true;
@@ -357,7 +358,7 @@ bool TPThread::Read() {
 }
 
 bool TPThread::Edit() {
-  const imaging::TKeepSavesForNextLoad keep_scratch;
+  const imaging::TKeepSavesForNextLoad keep_scratch(hand_over_);
   const settings::TMainSettings& s = context_.settings;
   const bool has_actions = !context_.act_file.empty();
   if (!has_actions) {
@@ -367,8 +368,8 @@ bool TPThread::Edit() {
   // to a lossy format between the actions and the writer.
   if (work_file_ == source_ || !InList(TypeTag(work_file_), ";tif;tiff;")) {
     const std::string copy = ScratchName(".tif");
-    const int denom = ShrinkOnLoad(work_file_, context_.act_file);
-    if (Status st = CopyAsTiff(work_file_, copy, denom); !st.ok())
+    const int denom = ShrinkOnLoad(work_file_, context_.act_file, &hand_over_);
+    if (Status st = CopyAsTiff(work_file_, copy, denom, &hand_over_); !st.ok())
       return Fail(std::string(), Msg::kCouldNotApplyActions, st.message());
     if (work_file_ != source_) {
       std::error_code ec;
@@ -383,6 +384,7 @@ bool TPThread::Edit() {
   e.act_file = context_.act_file;
   e.temp_folder = context_.temp_folder;
   e.picture_limits = &picture_limits_;
+  e.hand_over = &hand_over_;
   std::string edit_log;
   const Status status =
       e.Run(edit_log, M(Msg::kDone), M(Msg::kPage), M(Msg::kSkipped), M(Msg::kFail));
@@ -425,11 +427,12 @@ bool TPThread::Convert() {
   c.settings = &context_.settings;
   c.temp_folder = context_.temp_folder;
   c.direct = &d;
+  c.hand_over = &hand_over_;
   // A JPEG holds 8 bits per sample: a deeper picture is narrowed while it is decoded, unless the
   // colour settings first turn it into something else.
   std::optional<imaging::TEightBitLoads> eight_bit;
   if ((ext == "jpg" || ext == "jpeg") && context_.settings.colors.option_flags.Is(1))
-    eight_bit.emplace();
+    eight_bit.emplace(hand_over_);
   Status status = c.Run();
   eight_bit.reset();
   written_ = c.written_files;

@@ -155,7 +155,7 @@ int DrawShapes(TZubRead& r, const std::vector<Shape>& shapes) {
       DrawLine(bmp, px(s.points[i - 1]), py(s.points[i - 1]), px(s.points[i]), py(s.points[i]),
                pen);
   }
-  imaging::TImageEnIO io(&bmp);
+  imaging::TImageEnIO io(&bmp, r.hand_over);
   return io.SaveToFile(r.out_file).ok() && tools::Produced(r.out_file) ? 0 : 1;
 }
 

@@ -117,7 +117,7 @@ int deep_tiff_read(TZubRead& r) {
     // for other layouts (tiles, planes, extra samples) cuts 16-bit samples to 8 bits itself.
     imaging::TIEBitmap bitmap;
     bitmap.SetLimits(r.picture_limits);
-    imaging::TImageEnIO io(&bitmap);
+    imaging::TImageEnIO io(&bitmap, r.hand_over);
     const bool deep = io.LoadFromFile(r.src_file).ok() &&
                       (bitmap.PixelFormat() == imaging::TIEPixelFormat::ie48RGB ||
                        bitmap.PixelFormat() == imaging::TIEPixelFormat::ie16g);

@@ -162,13 +162,13 @@ int ReadMetafile(TZubRead& r) {
   if (!IsDrawableMetafile(r.src_file) || !HasTool(r, "wmf2gd.bin")) return 1;
   imaging::TIEBitmap bitmap;
   bitmap.SetLimits(r.picture_limits);
-  imaging::TImageEnIO io(&bitmap);
+  imaging::TImageEnIO io(&bitmap, r.hand_over);
   const int zoom = r.settings && r.settings->vector.zoom > 0 ? r.settings->vector.zoom : 100;
   if (!RasteriseMetafile(r, io, 0, 0) || bitmap.IsEmpty()) return 1;
   if (zoom != 100) {
     imaging::TIEBitmap scaled;
     scaled.SetLimits(r.picture_limits);
-    imaging::TImageEnIO again(&scaled);
+    imaging::TImageEnIO again(&scaled, r.hand_over);
     if (RasteriseMetafile(r, again, bitmap.Width() * zoom / 100, 0) && !scaled.IsEmpty())
       return again.SaveToFile(r.out_file).ok() && tools::Produced(r.out_file) ? 0 : 1;
   }

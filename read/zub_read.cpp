@@ -89,7 +89,7 @@ bool KeyIn(std::string_view list, const std::string& key) {
 pictavo::Status CheckReadResult(const TZubRead& r, const std::string& key) {
   imaging::TIEBitmap probe;
   probe.SetLimits(r.picture_limits);
-  imaging::TImageEnIO io(&probe);
+  imaging::TImageEnIO io(&probe, r.hand_over);
   if (pictavo::Status st = io.HeaderFromFile(r.out_file); !st.ok())
     return pictavo::Status::Error("the reader's picture cannot be opened: " + st.message());
   const int w = io.Params().Width, h = io.Params().Height;
@@ -146,7 +146,7 @@ int WalkRoutes(TZubRead& r, std::span<const ReadRoute> routes, const std::string
   // 8.
   imaging::TIEBitmap bitmap;
   bitmap.SetLimits(r.picture_limits);
-  imaging::TImageEnIO io(&bitmap);
+  imaging::TImageEnIO io(&bitmap, r.hand_over);
   try {
     // 9. A failed row leaves the status non-zero, so later rows holding the key try in turn.
     for (size_t i = 0; i < routes.size(); ++i) {
@@ -308,7 +308,7 @@ int TZubRead::get_colors(bool first_page_only) {
   if (!tools::Produced(preview.path())) return -1;
   imaging::TIEBitmap bitmap;
   bitmap.SetLimits(picture_limits);
-  imaging::TImageEnIO io(&bitmap);
+  imaging::TImageEnIO io(&bitmap, hand_over);
   if (!io.LoadFromFile(preview.path()).ok() || bitmap.IsEmpty()) return -1;
   std::set<uint32_t> colors;
   for (int y = 0; y < bitmap.Height(); ++y)

@@ -14,6 +14,10 @@
 #include "platform/status.h"
 #include "settings/main_settings.h"
 
+namespace pictavo::imaging {
+class HandOverCache;
+}
+
 namespace pictavo::reader {
 
 struct ReadRoute;
@@ -34,6 +38,8 @@ class TZubRead {
   std::string temp_folder;  // the job's temporary folder (scratch names are made there)
   // The job's picture caps for what the engine decodes in-process; null = the defaults.
   const imaging::PictureLimits* picture_limits = nullptr;
+  // The worker's hand-over cache, reached by every loader and saver of the read; null = none.
+  imaging::HandOverCache* hand_over = nullptr;
   // The engine's folder, whose "utl" sub-folder holds the tools; empty = the running
   // executable's folder. Tests point it at a folder of their own.
   std::string engine_folder;

@@ -236,7 +236,7 @@ bool SaveFramesApart(TZubConvert& self, const std::string& key, int frames,
     for (int f = next++; f < frames && !failed; f = next++) {
       try {
         TIEBitmap bmp;
-        TImageEnIO io(&bmp);
+        TImageEnIO io(&bmp, self.hand_over);
         io.Params().ImageIndex = f;
         bool cmyk = false;  // only TIFF targets are made CMYK, and they hold every frame
         if (!io.LoadFromFile(self.src_file).ok() || bmp.IsEmpty()) {
@@ -276,7 +276,7 @@ int simple_write(TZubConvert& self) {
   imaging::SetColorManagement(s.save.icc_option == 1);
 
   TIEBitmap bmp;
-  TImageEnIO io(&bmp);
+  TImageEnIO io(&bmp, self.hand_over);
   int frames = 1;
   const std::string src_ext = platform::LowerExtension(self.src_file);
   if (src_ext == ".tif" || src_ext == ".tiff" || src_ext == ".gif") {

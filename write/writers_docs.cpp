@@ -55,7 +55,7 @@ std::string PaperSwitches(int code, bool landscape) {
 // The picture as a one-page-per-frame PDF made by the engine; JPEG at `jpeg_quality` for photos.
 bool PictureToPdf(TZubConvert& self, const std::string& pdf, int jpeg_quality) {
   imaging::TIEBitmap bmp;
-  imaging::TImageEnIO io(&bmp);
+  imaging::TImageEnIO io(&bmp, self.hand_over);
   io.Params().ImageIndex = 0;
   if (!io.ParamsFromFile(self.src_file).ok()) return false;
   const int frames = std::max(1, io.Params().ImageCount);
@@ -195,7 +195,7 @@ int to_pdf_with_ocr(TZubConvert& self) {
   std::vector<std::string> pages;
   {
     imaging::TIEBitmap bmp;
-    imaging::TImageEnIO io(&bmp);
+    imaging::TImageEnIO io(&bmp, self.hand_over);
     io.Params().ImageIndex = 0;
     int frames = 1;
     if (io.ParamsFromFile(self.src_file).ok()) frames = std::max(1, io.Params().ImageCount);
@@ -236,7 +236,7 @@ int to_pdf_with_ocr(TZubConvert& self) {
 int svg_raster_write(TZubConvert& self) {
   const auto& svg = self.settings->svg;
   imaging::TIEBitmap bmp;
-  imaging::TImageEnIO io(&bmp);
+  imaging::TImageEnIO io(&bmp, self.hand_over);
   if (!io.LoadFromFile(self.src_file).ok() || bmp.IsEmpty()) return 1;
   self.snow(io);
   const int w = bmp.Width(), h = bmp.Height();
@@ -260,7 +260,7 @@ int svg_raster_write(TZubConvert& self) {
       imaging::TIEBitmap alpha;
       if (!alpha.Allocate(w, h, imaging::TIEPixelFormat::ie8g).ok()) return 1;
       for (int y = 0; y < h; ++y) std::copy_n(bmp.AlphaScanline(y), w, alpha.Scanline(y));
-      imaging::TImageEnIO mask_io(&alpha);
+      imaging::TImageEnIO mask_io(&alpha, self.hand_over);
       mask_io.Params().JPEG_Quality = io.Params().JPEG_Quality;
       std::vector<uint8_t> mask;
       if (!mask_io.SaveToBuffer(imaging::TIOFileType::ioJPEG, mask).ok()) return 1;

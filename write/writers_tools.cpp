@@ -42,7 +42,7 @@ bool LoadSource(TZubConvert& self, imaging::TIEBitmap& bmp, imaging::TImageEnIO&
 // Loads src_file and saves it as `tmp`, as SaveLoaded.
 int SaveIntermediate(TZubConvert& self, const std::string& tmp) {
   imaging::TIEBitmap bmp;
-  imaging::TImageEnIO io(&bmp);
+  imaging::TImageEnIO io(&bmp, self.hand_over);
   return LoadSource(self, bmp, io) ? SaveLoaded(io, tmp) : 0;
 }
 
@@ -51,7 +51,7 @@ int SaveIntermediate(TZubConvert& self, const std::string& tmp) {
 int EncodeThrough(TZubConvert& self, const std::string& ext, std::string_view tool,
                   const BuildCommand& build, const InProcess& in_process = nullptr) {
   imaging::TIEBitmap bmp;
-  imaging::TImageEnIO io(&bmp);
+  imaging::TImageEnIO io(&bmp, self.hand_over);
   if (!LoadSource(self, bmp, io)) return 1;
   if (in_process && self.HasTool(tool)) {
     std::vector<uint8_t> bytes;

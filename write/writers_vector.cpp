@@ -22,7 +22,7 @@ using tools::Quoted;
 // The picture as a 1-bit PBM for the tracer. Returns false when it cannot be made.
 bool SaveBitmapForTracing(TZubConvert& self, const std::string& pbm) {
   imaging::TIEBitmap bmp;
-  imaging::TImageEnIO io(&bmp);
+  imaging::TImageEnIO io(&bmp, self.hand_over);
   if (!io.LoadFromFile(self.src_file).ok() || bmp.IsEmpty()) return false;
   self.snow(io);
   bmp.RemoveAlphaChannel(0xFFFFFF);  // transparent parts are background

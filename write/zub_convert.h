@@ -17,8 +17,9 @@ namespace pictavo::direct {
 class TZubDirect;
 }
 namespace pictavo::imaging {
+class HandOverCache;
 class TImageEnIO;
-}
+}  // namespace pictavo::imaging
 
 namespace pictavo::writer {
 
@@ -39,7 +40,9 @@ class TZubConvert {
   std::string src_file;   // the raster file to write; a writer may replace it by an intermediate
   std::string dest_file;  // the file to create
   settings::TMainSettings* settings = nullptr;
-  std::string temp_folder;               // the job's temporary folder
+  std::string temp_folder;  // the job's temporary folder
+  // The worker's hand-over cache, reached by the writers' loaders and savers; null = none.
+  imaging::HandOverCache* hand_over = nullptr;
   direct::TZubDirect* direct = nullptr;  // for the vector routes; a local one is used when null
   // The job's source format: the bare lower-case extension of the original source file ("webp").
   // A WebP source sends the common raster group through the raster converter.
