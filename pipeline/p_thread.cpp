@@ -283,6 +283,7 @@ bool TPThread::CheckFile() {
   r.settings_file = context_.cfg_file;
   r.temp_folder = context_.temp_folder;
   r.picture_limits = &picture_limits_;
+  r.job = context_.job;
   const Status status = r.Run();
   std::error_code ec;
   fs::remove(r.out_file, ec);
@@ -332,6 +333,8 @@ bool TPThread::Read() {
     r.settings_file = context_.cfg_file;
     r.temp_folder = context_.temp_folder;
     r.picture_limits = &picture_limits_;
+    r.job = context_.job;
+    r.job = context_.job;
     r.hand_over = &hand_over_;
     const Status status = r.Run();
     if (!status.ok()) return Fail(line, Msg::kCouldNotRead, ReadFailureReason(status));
@@ -428,6 +431,7 @@ bool TPThread::Convert() {
   c.temp_folder = context_.temp_folder;
   c.direct = &d;
   c.hand_over = &hand_over_;
+  c.job = context_.job;
   // A JPEG holds 8 bits per sample: a deeper picture is narrowed while it is decoded, unless the
   // colour settings first turn it into something else.
   std::optional<imaging::TEightBitLoads> eight_bit;
@@ -504,6 +508,7 @@ void TPThread::PrepareDirect(direct::TZubDirect& d) {
   d.settings = &context_.settings;
   d.exe_folder = platform::ExecutableFolder();
   d.temp_folder = context_.temp_folder;
+  d.job = context_.job;
   // Results appear in the scratch folder, never beside the source.
   d.dest_folder = context_.temp_folder;
 }

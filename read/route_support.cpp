@@ -104,7 +104,7 @@ int SavePicture(TZubRead& r, const std::string& picture) {
 int RunThenSave(TZubRead& r, std::string_view tool, const std::string& command_line,
                 const std::string& result) {
   if (!HasTool(r, tool)) return 1;
-  tools::RunTool(command_line);
+  tools::RunTool(r.Job(), command_line);
   return SavePicture(r, result);
 }
 

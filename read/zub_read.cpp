@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "engine/tools/route_kit.h"
+#include "engine/tools/runner.h"
 #include "engine/tools/trouble.h"
 #include "imaging/format_sniff.h"
 #include "imaging/ie_bitmap.h"
@@ -304,7 +305,7 @@ int TZubRead::get_colors(bool first_page_only) {
                     "-dGraphicsAlphaBits=1 -dTextAlphaBits=1 -r16 ";
   if (first_page_only) cmd += "-dFirstPage=1 -dLastPage=1 ";
   cmd += "-sOutputFile=\"" + preview.path() + "\" \"" + src_file + "\"";
-  tools::RunTool(cmd);
+  tools::RunTool(Job(), cmd);
   if (!tools::Produced(preview.path())) return -1;
   imaging::TIEBitmap bitmap;
   bitmap.SetLimits(picture_limits);
@@ -317,6 +318,10 @@ int TZubRead::get_colors(bool first_page_only) {
       colors.insert(c.r | (c.g << 8) | (static_cast<uint32_t>(c.b) << 16));
     }
   return static_cast<int>(colors.size());
+}
+
+tools::JobContext TZubRead::Job() const {
+  return job ? *job : tools::ProcessJobContext();
 }
 
 }  // namespace pictavo::reader

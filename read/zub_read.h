@@ -10,6 +10,7 @@
 #include <span>
 #include <string>
 
+#include "engine/tools/job_context.h"
 #include "imaging/picture_limits.h"
 #include "platform/status.h"
 #include "settings/main_settings.h"
@@ -40,6 +41,10 @@ class TZubRead {
   const imaging::PictureLimits* picture_limits = nullptr;
   // The worker's hand-over cache, reached by every loader and saver of the read; null = none.
   imaging::HandOverCache* hand_over = nullptr;
+  // The job's context (tool time-outs, stop flag) for the tools this stage runs; must outlive
+  // the run. Null = the process's (tools::ProcessJobContext).
+  const tools::JobContext* job = nullptr;
+  tools::JobContext Job() const;
   // The engine's folder, whose "utl" sub-folder holds the tools; empty = the running
   // executable's folder. Tests point it at a folder of their own.
   std::string engine_folder;

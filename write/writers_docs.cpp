@@ -158,7 +158,7 @@ int adobe_write(TZubConvert& self) {
     if (!ai && ext == "pdf" && s.pdf_write.create_pdf_a)
       cmd += " " + Quoted(self.Tool("pdfa_def.ps"));
     cmd += " " + Quoted(pdf);
-    tools::RunTool(cmd);
+    tools::RunTool(self.Job(), cmd);
     if (out.Commit()) status = 0;
   }
   tools::RemovePath(pdf);
@@ -177,9 +177,9 @@ int pcl_write(TZubConvert& self) {
   if (PictureToPdf(self, pdf, 100)) {
     self.HasTool("pdfpsai.bin");
     ScratchResult out(self.dest_file);
-    tools::RunTool(Quoted(self.Tool("pdfpsai.bin")) + " -dNOSAFER -dBATCH -dNOPAUSE " + device +
-                   PaperSwitches(w.paper, false) + " -sOutputFile=" + Quoted(out.path()) + " " +
-                   Quoted(pdf));
+    tools::RunTool(self.Job(), Quoted(self.Tool("pdfpsai.bin")) + " -dNOSAFER -dBATCH -dNOPAUSE " +
+                                   device + PaperSwitches(w.paper, false) +
+                                   " -sOutputFile=" + Quoted(out.path()) + " " + Quoted(pdf));
     if (out.Commit()) status = 0;
   }
   tools::RemovePath(pdf);
@@ -225,8 +225,8 @@ int to_pdf_with_ocr(TZubConvert& self) {
     ScratchResult out(self.dest_file);
     // The engine names its output base; it adds ".pdf" itself.
     const std::string base = out.path().substr(0, out.path().size() - 4);
-    tools::RunTool(Quoted(self.Tool("tesseract\\tesseract.exe")) + " " + Quoted(input) + " " +
-                   Quoted(base) + " -l " + lang + " pdf");
+    tools::RunTool(self.Job(), Quoted(self.Tool("tesseract\\tesseract.exe")) + " " + Quoted(input) +
+                                   " " + Quoted(base) + " -l " + lang + " pdf");
     if (out.Commit()) status = 0;
   }
   fs::remove_all(folder, ec);
@@ -245,7 +245,7 @@ int svg_raster_write(TZubConvert& self) {
   if (svg.raster_lossless) {
     const std::string png = self.Scratch(".png");
     if (!io.SaveToFile(png).ok()) return 1;
-    tools::RunTool(Quoted(self.Tool("pngoptim.bin")) + " " + Quoted(png));
+    tools::RunTool(self.Job(), Quoted(self.Tool("pngoptim.bin")) + " " + Quoted(png));
     const std::string data = ReadAll(png);
     tools::RemovePath(png);
     if (data.empty()) return 1;
