@@ -232,6 +232,7 @@ int TZubEdit::Edit(std::string& log, const std::string& done_text, const std::st
     ctx.bmp = bmp.get();
     ctx.settings = settings;
     ctx.temp_folder = temp_folder;
+    ctx.job = job;
     ctx.work_file = work_file;
     ctx.exif_orientation = io->Params().EXIF_Orientation;
     ApplyActions(ctx, parsed, selected, actions_option, texts, log);

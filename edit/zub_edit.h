@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/tools/job_context.h"
 #include "imaging/ie_bitmap.h"
 #include "imaging/io_params.h"
 #include "platform/status.h"
@@ -31,6 +32,9 @@ class TZubEdit {
   const imaging::PictureLimits* picture_limits = nullptr;
   // The worker's hand-over cache, reached by the edit's loader and saver; null = none.
   imaging::HandOverCache* hand_over = nullptr;
+  // The job's context (tool time-outs, stop flag) for the actions' tools; must outlive the run.
+  // Null = the process's (tools::ProcessJobContext).
+  const tools::JobContext* job = nullptr;
 
   // Output: whether the edited picture has an alpha channel (cleared at the start of Edit).
   bool has_alpha = false;

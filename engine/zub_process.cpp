@@ -107,7 +107,7 @@ std::string TZubProcess::ExpandContainer(const std::string& file) {
     command = tools::Quoted(tools::ToolPath("7za.bin")) + " e -y " + tools::Quoted(file) + " -o" +
               tools::Quoted(out);
   }
-  (void)tools::RunAndWait(command, tools::kHidden);
+  (void)tools::RunAndWait(job_, command, tools::kHidden);
   extracted_folders_.push_back(out);
   return out;
 }

@@ -388,6 +388,7 @@ bool TPThread::Edit() {
   e.temp_folder = context_.temp_folder;
   e.picture_limits = &picture_limits_;
   e.hand_over = &hand_over_;
+  e.job = context_.job;
   std::string edit_log;
   const Status status =
       e.Run(edit_log, M(Msg::kDone), M(Msg::kPage), M(Msg::kSkipped), M(Msg::kFail));
@@ -557,7 +558,7 @@ bool TPThread::SaveAll() {
     std::string log;
     // A PDF is finished while it is still a scratch file, so the result appears complete.
     if (platform::AsciiLower(fs::path(w.file_name).extension().string()) == ".pdf")
-      FinishPdf(w.file_name, s, context_.temp_folder, *context_.messages, log);
+      FinishPdf(w.file_name, s, context_.temp_folder, *context_.messages, log, context_.job);
     SaveResult r =
         SaveWritten(w.file_name, dest, source_, index_, s, *context_.messages, log, note);
     all_skipped = all_skipped && r.skipped;
