@@ -134,7 +134,7 @@ int32_t pdf2pdf_pages(TZubDirect& self, Path src, Path dest) {
     if (pdf_page(self, src, page, p) == 0) pages.push_back(page);
   }
   // The selected pages are handed on as one document.
-  if (!pages.empty()) (void)tools::MergePdfFiles(pages, dest, self.temp_folder);
+  if (!pages.empty()) (void)tools::MergePdfFiles(pages, dest, self.temp_folder, self.job);
   tools::RemovePath(folder);
   return Result(dest);
 }
@@ -198,7 +198,7 @@ int32_t adobe(TZubDirect& self, Path given_src, Path dest) {
         if (count == 1)
           CopyFile(pages[0], dest);
         else
-          (void)tools::MergePdfFiles(pages, dest, self.temp_folder);
+          (void)tools::MergePdfFiles(pages, dest, self.temp_folder, self.job);
       }
     }
   } else if (target == "ps") {
@@ -361,7 +361,8 @@ int32_t text2pdf(TZubDirect& self, Path given_src, Path dest) {
 int32_t wpdf(TZubDirect& self, Path dest) {
   const auto& sb = self.settings->skip_blank_settings;
   if (sb.skip_blank && is_pdf(dest))
-    (void)tools::RemoveBlankPages(dest, sb.skip_blank_accuracy, self.temp_folder);
+    (void)tools::RemoveBlankPages(dest, sb.skip_blank_accuracy, self.temp_folder, nullptr,
+                                  self.job);
   return 0;
 }
 

@@ -81,8 +81,8 @@ std::string OverJobLimits(const std::string& file, const imaging::PictureLimits&
 // The same for a PDF, whose largest page at the reading resolution would be rendered by the
 // interpreter before the engine sees a pixel of it.
 std::string PdfAbovePixelLimit(const std::string& file, const settings::TMainSettings& settings,
-                               const imaging::PictureLimits& limits) {
-  const tools::PageSize page = tools::PdfLargestPage(file, settings.main.temp_folder);
+                               const imaging::PictureLimits& limits, const tools::JobContext* job) {
+  const tools::PageSize page = tools::PdfLargestPage(file, settings.main.temp_folder, job);
   const int dpi = std::clamp(settings.pdf_eps_ps.res > 0 ? settings.pdf_eps_ps.res : 300, 10, 2400);
   const double w = page.width / 72.0 * dpi, h = page.height / 72.0 * dpi;
   const uint64_t limit = limits.max_pixels;
@@ -319,8 +319,9 @@ bool TPThread::Read() {
       sniffed == imaging::TIOFileType::ioPDF ||
       (sniffed == imaging::TIOFileType::ioUnknown && reader::TZubRead::is_pdf(source_));
   if (sniffed != imaging::TIOFileType::ioUnknown || pdf) {
-    const std::string why = pdf ? PdfAbovePixelLimit(source_, context_.settings, picture_limits_)
-                                : OverJobLimits(source_, picture_limits_);
+    const std::string why =
+        pdf ? PdfAbovePixelLimit(source_, context_.settings, picture_limits_, context_.job)
+            : OverJobLimits(source_, picture_limits_);
     if (!why.empty()) return refuse(why);
   }
   if (as_is) {
@@ -484,7 +485,7 @@ Status TPThread::CheckWritten(const std::string& ext) {
   const std::string tool_folder = platform::ExecutableFolder() + "utl" + platform::kPathDelim;
   for (const WrittenFile& w : written_) {
     const verify::Content got =
-        verify::Inspect(w.file_name, ext, tool_folder, context_.temp_folder);
+        verify::Inspect(w.file_name, ext, tool_folder, context_.temp_folder, context_.job);
     Status why;
     if (!got.opened.ok()) {
       why = Status::Error("the " + platform::AsciiUpper(ext) +
