@@ -404,7 +404,7 @@ void TZubProcess::Execute() {
   const std::vector<std::string> files = BuildFileList(s);
   files_total_ = static_cast<int>(files.size());
   // Every result's name is settled before the first file runs; see pipeline/job_plan.h.
-  pipeline::JobPlan plan(s, files);
+  pipeline::JobPlan plan(s, files, 0, &job_);
   // A job that only checks its files writes nothing, so it needs no destination.
   const bool check_only = code.kind == kCheckOnlyKind || s.main.check_files;
   const std::map<std::string, std::string> unwritable =
