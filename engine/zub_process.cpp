@@ -191,7 +191,7 @@ bool TZubProcess::ReadJobSettings(settings::TMainSettings& s, JobCode& code) {
   if (!cfg_ok) return false;
   // The limits hold before the first tool runs (the archive expansion of the input list is one).
   job_.limits = tools::LimitsFromSettings(s.limits);
-  tools::SetJobLimits(job_.limits);
+  tools::ExportUnpackLimit(job_.limits.max_unpacked_mb);
   if (platform::LowerExtension(act_file) != ".act" || !fs::exists(act_file, ec)) act_file.clear();
   if (std::string why; !act_file.empty() && !platform::ReadTextFile(act_file, &why)) {
     Log(std::string(kWarning) + "cannot read " + act_file + ": " + why +

@@ -30,9 +30,6 @@ constexpr milliseconds kPauseAfterTool(100);
 
 std::atomic<bool> g_stop{false};
 std::atomic<EventPump> g_pump{nullptr};
-// No time-out until the engine sets its limits: `pictavo convert` runs a whole job as one tool.
-std::atomic<int> g_timeout_s[kToolPaces] = {0, 0, 0, 0};
-std::atomic<uint64_t> g_max_unpacked_mb{JobLimits{}.max_unpacked_mb};
 
 void Pump() {
   if (EventPump pump = g_pump.load()) pump();
@@ -185,18 +182,9 @@ std::atomic<bool>& StopFlag() {
   return g_stop;
 }
 
-void SetJobLimits(const JobLimits& limits) {
-  for (int pace = 0; pace < kToolPaces; ++pace) g_timeout_s[pace].store(limits.timeout_s[pace]);
-  g_max_unpacked_mb.store(limits.max_unpacked_mb);
+void ExportUnpackLimit(uint64_t max_unpacked_mb) {
   // Set before any worker starts, so no thread reads the environment meanwhile.
-  platform::SetEnvironmentVariable(kMaxUnpackedVariable, std::to_string(limits.max_unpacked_mb));
-}
-
-JobLimits CurrentJobLimits() {
-  JobLimits limits;
-  for (int pace = 0; pace < kToolPaces; ++pace) limits.timeout_s[pace] = g_timeout_s[pace].load();
-  limits.max_unpacked_mb = g_max_unpacked_mb.load();
-  return limits;
+  platform::SetEnvironmentVariable(kMaxUnpackedVariable, std::to_string(max_unpacked_mb));
 }
 
 void SetEventPump(EventPump pump) {
@@ -210,7 +198,8 @@ void SetProcessPriority(int cpu_priority) {
 
 JobContext ProcessJobContext() {
   JobContext context;
-  context.limits = CurrentJobLimits();
+  // No time-outs: `pictavo convert` runs a whole job as one tool, and a job's own runs name it.
+  for (int& timeout_s : context.limits.timeout_s) timeout_s = 0;
   context.stop = &g_stop;
   return context;
 }

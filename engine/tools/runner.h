@@ -74,8 +74,8 @@ int RunAndWaitTimeout(const JobContext& context, const std::string& command_line
 int RunBatch(const JobContext& context, const std::string& command_line,
              const std::string& temp_folder);
 
-// The context of the runs that do not name theirs: the limits last given to SetJobLimits (no
-// time-outs before that) and the process-wide stop flag.
+// The context of the runs that do not name theirs (the front end, tests): no time-outs, and the
+// process-wide stop flag.
 JobContext ProcessJobContext();
 
 }  // namespace pictavo::tools

@@ -254,13 +254,12 @@ TEST(Runner, EachKindOfToolHasItsOwnTimeOut) {
   std::filesystem::create_directories(dir.path() / "utl" / "tesseract");
   for (const char* tool : {"convert.bin", "soffice.bin", "tesseract/tesseract.exe"})
     std::filesystem::create_symlink(kFake, dir.path() / "utl" / tool);
-  const JobLimits saved = CurrentJobLimits();
-  JobLimits limits;
+  JobContext job;
+  JobLimits& limits = job.limits;
   limits.timeout_s[static_cast<int>(ToolPace::kCodec)] = 1;
   limits.timeout_s[static_cast<int>(ToolPace::kRender)] = 30;
   limits.timeout_s[static_cast<int>(ToolPace::kOffice)] = 2;
   limits.timeout_s[static_cast<int>(ToolPace::kOcr)] = 30;
-  SetJobLimits(limits);
   struct Case {
     const char* tool;
     double seconds;
@@ -275,7 +274,8 @@ TEST(Runner, EachKindOfToolHasItsOwnTimeOut) {
     SCOPED_TRACE(c.tool);
     TroubleRecorder stage;
     const auto start = Clock::now();
-    EXPECT_EQ(RunAndWait(Quoted(dir.file(std::string("utl/") + c.tool)) + " sleep 30 " +
+    EXPECT_EQ(RunAndWait(job,
+                         Quoted(dir.file(std::string("utl/") + c.tool)) + " sleep 30 " +
                              Quoted(dir.file("pids.txt")),
                          kHidden),
               kTerminated);
@@ -285,9 +285,9 @@ TEST(Runner, EachKindOfToolHasItsOwnTimeOut) {
   }
   // A quick OCR run is not held to the codecs' limit.
   TroubleRecorder ocr;
-  EXPECT_EQ(RunAndWait(Quoted(dir.file("utl/tesseract/tesseract.exe")) + " exit 0", kHidden), 0);
+  EXPECT_EQ(RunAndWait(job, Quoted(dir.file("utl/tesseract/tesseract.exe")) + " exit 0", kHidden),
+            0);
   EXPECT_EQ(ocr.Reason(), "");
-  SetJobLimits(saved);
 }
 
 // A front end whose one tool is the engine passes a stop on: the engine ends as it would by
