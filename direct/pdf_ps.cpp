@@ -97,7 +97,7 @@ int32_t pdf_page(TZubDirect& self, Path src, Path dest, int page) {
   self.first_page = self.last_page = page;
   const std::string cmd = Interpreter(self) + PdfWriteArgs(self, src, dest, false);
   self.first_page = self.last_page = -1;
-  return tools::RunFor(cmd, dest) ? 0 : kDirectFailed;
+  return tools::RunFor(self.Job(), cmd, dest) ? 0 : kDirectFailed;
 }
 
 int32_t pdf2pdf(TZubDirect& self, Path src, Path dest) {
@@ -115,7 +115,7 @@ int32_t pdf2pdf(TZubDirect& self, Path src, Path dest) {
     self.counter = static_cast<int>(self.more_files.size());
     return status;
   }
-  return tools::RunFor(Interpreter(self) + PdfWriteArgs(self, src, dest, false), dest)
+  return tools::RunFor(self.Job(), Interpreter(self) + PdfWriteArgs(self, src, dest, false), dest)
              ? 0
              : kDirectFailed;
 }
@@ -134,7 +134,7 @@ int32_t pdf2pdf_pages(TZubDirect& self, Path src, Path dest) {
     if (pdf_page(self, src, page, p) == 0) pages.push_back(page);
   }
   // The selected pages are handed on as one document.
-  if (!pages.empty()) (void)tools::MergePdfFiles(pages, dest, self.temp_folder);
+  if (!pages.empty()) (void)tools::MergePdfFiles(pages, dest, self.temp_folder, self.job);
   tools::RemovePath(folder);
   return Result(dest);
 }
@@ -159,7 +159,7 @@ int32_t adobe(TZubDirect& self, Path given_src, Path dest) {
                             " -dAutoFilterColorImages=false -dAutoFilterGrayImages=false"
                             " -dColorImageFilter=/FlateEncode -dGrayImageFilter=/FlateEncode" +
                             FontPathOption(self);
-    if (tools::RunFor(cmd, pdf)) src = pdf;
+    if (tools::RunFor(self.Job(), cmd, pdf)) src = pdf;
   }
 
   int32_t status = kDirectFailed;
@@ -171,11 +171,11 @@ int32_t adobe(TZubDirect& self, Path given_src, Path dest) {
       NoteTool(self, "uni\\uniconvertor.cmd");
       const std::string cmd =
           Quoted(self.Tool("uni\\uniconvertor.cmd")) + " " + Quoted(src) + " " + Quoted(tmp);
-      if (!tools::RunFor(cmd, tmp, self.Tool("uni\\"))) return done(kDirectFailed);
+      if (!tools::RunFor(self.Job(), cmd, tmp, self.Tool("uni\\"))) return done(kDirectFailed);
       src = tmp;
     }
     const bool ai = target == "ai" || self.ai_output;
-    status = tools::RunFor(Interpreter(self) + PdfWriteArgs(self, src, dest, ai), dest)
+    status = tools::RunFor(self.Job(), Interpreter(self) + PdfWriteArgs(self, src, dest, ai), dest)
                  ? 0
                  : kDirectFailed;
     if (status == 0 && self.svg_round_trip && target == "pdf") {
@@ -198,13 +198,13 @@ int32_t adobe(TZubDirect& self, Path given_src, Path dest) {
         if (count == 1)
           CopyFile(pages[0], dest);
         else
-          (void)tools::MergePdfFiles(pages, dest, self.temp_folder);
+          (void)tools::MergePdfFiles(pages, dest, self.temp_folder, self.job);
       }
     }
   } else if (target == "ps") {
     const std::string cmd = Interpreter(self) + kBase +
                             " -sDEVICE=ps2write -sOutputFile=" + Quoted(dest) + " " + Quoted(src);
-    status = tools::RunFor(cmd, dest) ? 0 : kDirectFailed;
+    status = tools::RunFor(self.Job(), cmd, dest) ? 0 : kDirectFailed;
   } else if (target == "eps" || target == "epi") {
     // eps2write writes one file per page; the pages are numbered into the name.
     const std::string base = self.Scratch("");
@@ -212,7 +212,7 @@ int32_t adobe(TZubDirect& self, Path given_src, Path dest) {
     std::string cmd = Interpreter(self) + kBase +
                       " -sDEVICE=eps2write -sOutputFile=" + Quoted(pattern) + " " + Quoted(src);
     if (source_ext == "eps" || source_ext == "ai") cmd += " -dEPSCrop";
-    tools::RunAndWaitTimeout(cmd, tools::kHidden, std::string(), 0);
+    tools::RunAndWaitTimeout(self.Job(), cmd, tools::kHidden, std::string(), 0);
     std::vector<std::string> pages;
     for (int p = 1; tools::Produced(base + Pad3(p) + ".eps"); ++p)
       pages.push_back(base + Pad3(p) + ".eps");
@@ -235,10 +235,12 @@ int32_t crop_pdf(TZubDirect& self, Path src, Path dest) {
   const std::string eps = self.Scratch(".eps");
   const std::string pdf = self.Scratch(".pdf");
   int32_t status = kDirectFailed;
-  if (tools::RunFor(Interpreter(self) + kBase + " -sDEVICE=eps2write -sOutputFile=" + Quoted(eps) +
+  if (tools::RunFor(self.Job(),
+                    Interpreter(self) + kBase + " -sDEVICE=eps2write -sOutputFile=" + Quoted(eps) +
                         " " + Quoted(src),
                     eps) &&
-      tools::RunFor(Interpreter(self) + " -dEPSCrop" + kBase +
+      tools::RunFor(self.Job(),
+                    Interpreter(self) + " -dEPSCrop" + kBase +
                         " -sDEVICE=pdfwrite -sOutputFile=" + Quoted(pdf) + " " + Quoted(eps),
                     pdf)) {
     std::error_code ec;
@@ -269,7 +271,7 @@ bool is_pdf_gray(TZubDirect& self, Path path) {
                           " -r4 -sOutputFile=" +
                           Quoted(tif) + " " + Quoted(path);
   bool gray = false;
-  if (tools::RunFor(cmd, tif)) {
+  if (tools::RunFor(self.Job(), cmd, tif)) {
     imaging::TIEBitmap bmp;
     imaging::TImageEnIO io(&bmp);
     if (io.LoadFromFile(tif).ok() && bmp.Width() > 0) {
@@ -294,7 +296,7 @@ int32_t convert_pdf2pcl(TZubDirect& self, Path src, Path dest) {
   const char* device = self.settings->pcl_write.monochrome == 1 ? "pxlmono" : "pxlcolor";
   const std::string cmd = Interpreter(self) + " -dNOSAFER -dBATCH -dNOPAUSE -sDEVICE=" + device +
                           " -sOutputFile=" + Quoted(dest) + " " + Quoted(src);
-  return tools::RunFor(cmd, dest) ? 0 : kDirectFailed;
+  return tools::RunFor(self.Job(), cmd, dest) ? 0 : kDirectFailed;
 }
 
 int32_t convert_pcl_pdf(TZubDirect& self, Path src, Path dest) {
@@ -303,7 +305,7 @@ int32_t convert_pcl_pdf(TZubDirect& self, Path src, Path dest) {
   NoteTool(self, "pcl6.exe");
   const std::string cmd = Quoted(self.Tool("pcl6.exe")) + " -dNOPAUSE -sDEVICE=" + device +
                           " -sOutputFile=" + Quoted(dest) + " " + Quoted(src);
-  return tools::RunBatchFor(cmd, self.temp_folder, dest) ? 0 : kDirectFailed;
+  return tools::RunBatchFor(self.Job(), cmd, self.temp_folder, dest) ? 0 : kDirectFailed;
 }
 
 int32_t convert_xps_pdf(TZubDirect& self, Path src, Path dest) {
@@ -313,7 +315,7 @@ int32_t convert_xps_pdf(TZubDirect& self, Path src, Path dest) {
                           " -dNOPAUSE -sDEVICE=ps2write -sOutputFile=" + Quoted(ps) + " " +
                           Quoted(src);
   int32_t status = kDirectFailed;
-  if (tools::RunFor(cmd, ps)) status = adobe(self, ps, dest);
+  if (tools::RunFor(self.Job(), cmd, ps)) status = adobe(self, ps, dest);
   tools::RemovePath(ps);
   return status;
 }
@@ -332,7 +334,7 @@ int32_t pdf2swf(TZubDirect& self, Path src, Path dest) {
   }
   NoteTool(self, "pdf2vec.bin");
   const std::string cmd = Quoted(self.Tool("pdf2vec.bin")) + " " + Quoted(pdf) + " " + Quoted(dest);
-  const bool ok = tools::RunFor(cmd, dest, self.ToolFolder());
+  const bool ok = tools::RunFor(self.Job(), cmd, dest, self.ToolFolder());
   tools::RemovePath(tmp);
   return ok ? 0 : kDirectFailed;
 }
@@ -351,7 +353,7 @@ int32_t text2pdf(TZubDirect& self, Path given_src, Path dest) {
   if (t.landscape == 1) cmd += " -L";
   cmd += " " + Quoted(src) + " > " + Quoted(dest);
   NoteTool(self, "text2pdf.exe");
-  const bool ok = tools::RunBatchFor(cmd, self.temp_folder, dest) && is_pdf(dest);
+  const bool ok = tools::RunBatchFor(self.Job(), cmd, self.temp_folder, dest) && is_pdf(dest);
   tools::RemovePath(cleaned);
   return ok ? 0 : kDirectFailed;
 }
@@ -359,7 +361,8 @@ int32_t text2pdf(TZubDirect& self, Path given_src, Path dest) {
 int32_t wpdf(TZubDirect& self, Path dest) {
   const auto& sb = self.settings->skip_blank_settings;
   if (sb.skip_blank && is_pdf(dest))
-    (void)tools::RemoveBlankPages(dest, sb.skip_blank_accuracy, self.temp_folder);
+    (void)tools::RemoveBlankPages(dest, sb.skip_blank_accuracy, self.temp_folder, nullptr,
+                                  self.job);
   return 0;
 }
 
@@ -380,7 +383,8 @@ int32_t adobe2vec(TZubDirect& self, Path given_src, Path dest) {
     const std::string ps = self.Scratch(".ps");
     scratch.push_back(ps);
     NoteTool(self, "gxpswin32.exe");
-    if (!tools::RunFor(Quoted(self.Tool("gxpswin32.exe")) +
+    if (!tools::RunFor(self.Job(),
+                       Quoted(self.Tool("gxpswin32.exe")) +
                            " -dNOPAUSE -sDEVICE=ps2write -sOutputFile=" + Quoted(ps) + " " +
                            Quoted(src),
                        ps))
@@ -401,7 +405,8 @@ int32_t adobe2vec(TZubDirect& self, Path given_src, Path dest) {
   if (target == "pcl") return done(convert_pdf2pcl(self, src, dest));
   auto pstoedit = [&](const char* format, Path out) {
     NoteTool(self, "pstoedit.bin");
-    return tools::RunFor(Quoted(self.Tool("pstoedit.bin")) + " -q -f " + format + " " +
+    return tools::RunFor(self.Job(),
+                         Quoted(self.Tool("pstoedit.bin")) + " -q -f " + format + " " +
                              Quoted(src) + " " + Quoted(out),
                          out);
   };

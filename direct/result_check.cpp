@@ -52,7 +52,8 @@ std::string Upper(const std::string& ext) {
 pictavo::Status CheckDirectResult(const TZubDirect& d, const std::string& source,
                                   const std::string& result, int outputs) {
   const std::string tool_folder = d.ToolFolder();
-  const verify::Content got = verify::Inspect(result, d.dest_ext, tool_folder, d.temp_folder);
+  const verify::Content got =
+      verify::Inspect(result, d.dest_ext, tool_folder, d.temp_folder, d.job);
   if (!got.opened.ok())
     return pictavo::Status::Error("the " + Upper(d.dest_ext) +
                                   " result cannot be read: " + got.opened.message());
@@ -67,7 +68,7 @@ pictavo::Status CheckDirectResult(const TZubDirect& d, const std::string& source
     return pictavo::Status::OK();
 
   // The source is looked at only for what the target is judged by.
-  const verify::Content had = verify::Inspect(source, d.src_ext, tool_folder, d.temp_folder);
+  const verify::Content had = verify::Inspect(source, d.src_ext, tool_folder, d.temp_folder, d.job);
   // A document's pages are known once a routine made a PDF of it on the way.
   const int source_pages = had.pages > 0 ? had.pages : d.source_pages;
   if (pages_matter && source_pages > 1) {

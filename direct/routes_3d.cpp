@@ -11,7 +11,8 @@ using tools::Quoted;
 int32_t convert_3d_stl(TZubDirect& self, Path src, Path dest) {
   constexpr char kAssimp[] = "assimp64\\assimp.exe";
   self.HasTool(kAssimp);
-  return tools::RunFor(Quoted(self.Tool(kAssimp)) + " export " + Quoted(src) + " " + Quoted(dest),
+  return tools::RunFor(self.Job(),
+                       Quoted(self.Tool(kAssimp)) + " export " + Quoted(src) + " " + Quoted(dest),
                        dest)
              ? 0
              : kDirectFailed;

@@ -66,7 +66,7 @@ int32_t ogr_convert(TZubDirect& self, Path src, Path dest, const std::string& dr
   if (driver == "ESRI Shapefile" && (ext == "dxf" || ext == "dwg" || ext == "dgn"))
     cmd += " -skipfailures -nlt MULTILINESTRING";
   if (driver == "MapInfo File" && ExtOf(dest) == "mif") cmd += " -dsco FORMAT=MIF";
-  return tools::RunFor(cmd, dest, self.Tool("ogr\\")) ? 0 : kDirectFailed;
+  return tools::RunFor(self.Job(), cmd, dest, self.Tool("ogr\\")) ? 0 : kDirectFailed;
 }
 
 int32_t convert_dwg_dxf(TZubDirect& self, Path src, Path dest, int version) {
@@ -95,7 +95,7 @@ int32_t convert_dwg_dxf_layers(TZubDirect& self, Path src, Path dest, int versio
     const std::string cmd = Quoted(self.Tool(kOgr)) + " -f " + Quoted("dxf") + " " +
                             Quoted(layer_file) + " " + Quoted(whole) + " -sql " +
                             Quoted("SELECT * FROM entities WHERE layer = '" + layer + "'");
-    tools::RunFor(cmd, layer_file, self.Tool("ogr\\"));
+    tools::RunFor(self.Job(), cmd, layer_file, self.Tool("ogr\\"));
     const std::string out = index == 0 ? dest : self.Scratch(out_ext);
     ++index;
     if (tools::Produced(layer_file) && convert_dwg_dxf(self, layer_file, out, version) == 0) {

@@ -32,7 +32,7 @@ int32_t office2pdf(TZubDirect& self, Path src, Path dest) {
                           " --convert-to pdf --outdir " + Quoted(outdir) + " " + Quoted(src);
   const std::string made = (fs::path(outdir) / (fs::path(src).stem().string() + ".pdf")).string();
   int32_t status = kDirectFailed;
-  if (tools::RunFor(cmd, made)) {
+  if (tools::RunFor(self.Job(), cmd, made)) {
     fs::rename(made, dest, ec);
     status = tools::Produced(dest) ? 0 : kDirectFailed;
   }

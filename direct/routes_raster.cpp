@@ -15,7 +15,8 @@ namespace {
 int32_t Magick(TZubDirect& self, const std::string& src_arg, Path dest,
                const std::string& options = std::string()) {
   self.HasTool("convert.bin");
-  return tools::RunFor(Quoted(self.Tool("convert.bin")) + " " + Quoted(src_arg) + options + " " +
+  return tools::RunFor(self.Job(),
+                       Quoted(self.Tool("convert.bin")) + " " + Quoted(src_arg) + options + " " +
                            Quoted(dest),
                        dest)
              ? 0
@@ -26,7 +27,8 @@ int32_t Magick(TZubDirect& self, const std::string& src_arg, Path dest,
 int32_t Slide(TZubDirect& self, Path src, Path dest, int level) {
   constexpr char kVips[] = "vips\\vips.exe";
   self.HasTool(kVips);
-  return tools::RunFor(Quoted(self.Tool(kVips)) + " openslideload " + Quoted(src) + " " +
+  return tools::RunFor(self.Job(),
+                       Quoted(self.Tool(kVips)) + " openslideload " + Quoted(src) + " " +
                            Quoted(dest) + " --level " + std::to_string(std::max(level, 1) - 1),
                        dest)
              ? 0
@@ -38,6 +40,7 @@ int32_t Slide(TZubDirect& self, Path src, Path dest, int level) {
 int32_t gif2webp(TZubDirect& self, Path src, Path dest) {
   self.HasTool("gif2webp.exe");
   return tools::RunFor(
+             self.Job(),
              Quoted(self.Tool("gif2webp.exe")) + " -quiet " + Quoted(src) + " -o " + Quoted(dest),
              dest)
              ? 0
@@ -74,7 +77,8 @@ int32_t i_magick(TZubDirect& self, Path src, Path dest) {
   const std::string tif = self.Scratch(".tif");
   self.HasTool("dcm_read_new.bin");
   int32_t status = kDirectFailed;
-  if (tools::RunFor(Quoted(self.Tool("dcm_read_new.bin")) + " " + Quoted(src) +
+  if (tools::RunFor(self.Job(),
+                    Quoted(self.Tool("dcm_read_new.bin")) + " " + Quoted(src) +
                         " /tifc=1 /convert=" + Quoted(tif) + " /silent",
                     tif))
     status = Magick(self, tif, dest);
@@ -89,6 +93,7 @@ int32_t cal2pdf(TZubDirect& self, Path src, Path dest) {
   if (status == 0) {
     self.HasTool("img2pdf.bin");
     status = tools::RunFor(
+                 self.Job(),
                  Quoted(self.Tool("img2pdf.bin")) + " -o " + Quoted(dest) + " " + Quoted(tif), dest)
                  ? 0
                  : kDirectFailed;

@@ -92,6 +92,7 @@ int32_t convert_psd2svg(TZubDirect& self, Path src, Path dest) {
   self.HasTool("convert.bin");
   int32_t status = kDirectFailed;
   if (tools::RunFor(
+          self.Job(),
           Quoted(self.Tool("convert.bin")) + " " + Quoted(src + "[0]") + " " + Quoted(png), png)) {
     auto bytes = ReadAll(png);
     if (bytes && bytes->size() > 24) {
@@ -116,7 +117,8 @@ int32_t convert_psd2svg(TZubDirect& self, Path src, Path dest) {
 
 int32_t svg2png(TZubDirect& self, Path src, Path dest) {
   self.HasTool("rsvg-convert.bin");
-  return tools::RunFor(Quoted(self.Tool("rsvg-convert.bin")) + " -f png -o " + Quoted(dest) + " " +
+  return tools::RunFor(self.Job(),
+                       Quoted(self.Tool("rsvg-convert.bin")) + " -f png -o " + Quoted(dest) + " " +
                            Quoted(src),
                        dest)
              ? 0
@@ -125,7 +127,8 @@ int32_t svg2png(TZubDirect& self, Path src, Path dest) {
 
 int32_t convert_svg2pdf(TZubDirect& self, Path src, Path dest) {
   self.HasTool("rsvg-convert.bin");
-  return tools::RunFor(Quoted(self.Tool("rsvg-convert.bin")) + " -f pdf -o " + Quoted(dest) + " " +
+  return tools::RunFor(self.Job(),
+                       Quoted(self.Tool("rsvg-convert.bin")) + " -f pdf -o " + Quoted(dest) + " " +
                            Quoted(src),
                        dest)
              ? 0
@@ -134,7 +137,8 @@ int32_t convert_svg2pdf(TZubDirect& self, Path src, Path dest) {
 
 int32_t pdf2svg_pop(TZubDirect& self, Path src, Path dest) {
   self.HasTool("pdftocairo.bin");
-  return tools::RunFor(Quoted(self.Tool("pdftocairo.bin")) + " -svg -f 1 -l 1 " + Quoted(src) +
+  return tools::RunFor(self.Job(),
+                       Quoted(self.Tool("pdftocairo.bin")) + " -svg -f 1 -l 1 " + Quoted(src) +
                            " " + Quoted(dest),
                        dest)
              ? 0
@@ -143,7 +147,8 @@ int32_t pdf2svg_pop(TZubDirect& self, Path src, Path dest) {
 
 int32_t inkscape2svg(TZubDirect& self, Path src, Path dest) {
   self.HasTool("inkscape.bin");
-  return tools::RunFor(Quoted(self.Tool("inkscape.bin")) +
+  return tools::RunFor(self.Job(),
+                       Quoted(self.Tool("inkscape.bin")) +
                            " --export-type=svg --export-plain-svg --export-filename=" +
                            Quoted(dest) + " " + Quoted(src),
                        dest)
@@ -182,7 +187,7 @@ int32_t vec2adobe(TZubDirect& self, Path src, Path dest, int mode) {
       self.HasTool("hp2xx.bin");
       cmd = Quoted(self.Tool("hp2xx.bin")) + " -q -m eps -f " + Quoted(eps) + " " + Quoted(src);
     }
-    if (!tools::RunFor(cmd, eps)) return finish(kDirectFailed);
+    if (!tools::RunFor(self.Job(), cmd, eps)) return finish(kDirectFailed);
     return finish(adobe(self, eps, pdf));
   }
   if (ext == "pcl") return finish(convert_pcl_pdf(self, src, pdf));
@@ -190,11 +195,12 @@ int32_t vec2adobe(TZubDirect& self, Path src, Path dest, int mode) {
   if (In(kOfficeDrawings, ext)) return finish(office2pdf(self, src, pdf));
   if (In(kGerber, ext)) {
     self.HasTool("gerbv.bin");
-    return finish(
-        tools::RunFor(
-            Quoted(self.Tool("gerbv.bin")) + " -x pdf -o " + Quoted(pdf) + " " + Quoted(src), pdf)
-            ? 0
-            : kDirectFailed);
+    return finish(tools::RunFor(self.Job(),
+                                Quoted(self.Tool("gerbv.bin")) + " -x pdf -o " + Quoted(pdf) + " " +
+                                    Quoted(src),
+                                pdf)
+                      ? 0
+                      : kDirectFailed);
   }
   (void)mode;  // both modes make the same PDF here: it is already suited to the SVG round trip
   return finish(NoProgram(self, "vec2adobe from " + ext));

@@ -11,6 +11,7 @@
 #include "direct/result_check.h"
 #include "direct/routines.h"
 #include "engine/tools/probes.h"
+#include "engine/tools/runner.h"
 #include "engine/tools/tool_paths.h"
 #include "engine/tools/trouble.h"
 #include "platform/fs.h"
@@ -137,7 +138,7 @@ bool UnpackMetafile(TZubDirect& self) {
   fs::create_directories(folder, ec);
   const std::string cmd =
       Quoted(self.Tool("7za.bin")) + " x -y " + Quoted(self.src_file) + " -o" + Quoted(folder);
-  tools::RunTool(cmd);
+  tools::RunTool(self.Job(), cmd);
   const std::string expected = (fs::path(folder) / fs::path(self.src_file).stem()).string() +
                                (self.src_tag == ";wmz;" ? ".wmf" : ".emf");
   if (!tools::Produced(expected)) {
@@ -174,7 +175,7 @@ void TZubDirect::Prepare() {
     const std::string tmp = Scratch(".cgm");
     const std::string cmd =
         Quoted(Tool("vec2vec_direct.bin")) + " " + Quoted(src_file) + " " + Quoted(tmp);
-    if (tools::RunFor(cmd, tmp, ToolFolder())) {
+    if (tools::RunFor(Job(), cmd, tmp, ToolFolder())) {
       src_file = tmp;
       prepared = true;
     }
@@ -215,7 +216,7 @@ void TZubDirect::Prepare() {
     const std::string cmd = Quoted(Tool("pdfpsai.bin")) +
                             " -dBATCH -dNOPAUSE -sDEVICE=pdfwrite -dCompatibilityLevel=1.4 -o " +
                             Quoted(tmp) + " " + Quoted(src_file);
-    if (tools::RunFor(cmd, tmp)) {
+    if (tools::RunFor(Job(), cmd, tmp)) {
       src_file = tmp;
       prepared = true;
     }
@@ -386,6 +387,10 @@ int32_t TZubDirect::Direct() {
   src_file = given_src;
   CleanScratch();
   return status;
+}
+
+tools::JobContext TZubDirect::Job() const {
+  return job ? *job : tools::ProcessJobContext();
 }
 
 }  // namespace pictavo::direct

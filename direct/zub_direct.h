@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/tools/job_context.h"
 #include "engine/tools/written_files.h"
 #include "platform/status.h"
 #include "settings/main_settings.h"
@@ -34,9 +35,13 @@ class TZubDirect {
   std::string src_file;  // may be replaced during the call by a prepared temporary copy
   std::string dest_file;
   settings::TMainSettings* settings = nullptr;
-  std::string exe_folder;          // the engine's folder, with a trailing delimiter
-  std::string dest_folder;         // when empty, Direct() uses the source's folder
-  std::string temp_folder;         // the job's temporary folder
+  std::string exe_folder;   // the engine's folder, with a trailing delimiter
+  std::string dest_folder;  // when empty, Direct() uses the source's folder
+  std::string temp_folder;  // the job's temporary folder
+  // The job's context (tool time-outs, stop flag) for the tools this stage runs; must outlive
+  // the run. Null = the process's (tools::ProcessJobContext).
+  const tools::JobContext* job = nullptr;
+  tools::JobContext Job() const;
   tools::WrittenFiles more_files;  // further outputs of routines that write several files
 
   // The status of the routine that ran (0 success), or 99 when no pair matches (nothing is left

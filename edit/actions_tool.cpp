@@ -48,7 +48,8 @@ int action_auto_contrast(ActionContext& ctx) {
     TIEBitmap copy = bmp;
     imaging::TImageEnIO io(&copy);
     if (io.SaveToFile(in).ok()) {
-      tools::RunAndWait(tools::Quoted(tool) + " -autocontrast -quiet -out tiff -o " +
+      tools::RunAndWait(ctx.job ? *ctx.job : tools::ProcessJobContext(),
+                        tools::Quoted(tool) + " -autocontrast -quiet -out tiff -o " +
                             tools::Quoted(out) + " " + tools::Quoted(in),
                         tools::kHidden);
       TIEBitmap loaded;
@@ -87,7 +88,8 @@ int action_upscale(ActionContext& ctx, int scale, int model) {
     imaging::TImageEnIO io(&copy);
     bool done = false;
     if (io.SaveToFile(in).ok()) {
-      tools::RunAndWait(tools::Quoted(tool) + " -i " + tools::Quoted(in) + " -o " +
+      tools::RunAndWait(ctx.job ? *ctx.job : tools::ProcessJobContext(),
+                        tools::Quoted(tool) + " -i " + tools::Quoted(in) + " -o " +
                             tools::Quoted(out) + " -s " + std::to_string(scale) + " -m " +
                             tools::Quoted(models),
                         tools::kHidden);

@@ -158,7 +158,7 @@ std::vector<std::string> TZubEdit::ActionLines(bool& transparency_only) const {
 
 bool TZubEdit::WritePage(imaging::TIEBitmap& page, const imaging::TIOParamsVals& params,
                          bool to_pages, const std::string& scratch) {
-  imaging::TImageEnIO writer(&page);
+  imaging::TImageEnIO writer(&page, hand_over);
   writer.Params().Assign(params);
   writer.Params().ImageIndex = 0;
   SetSavingDepth(writer, page);
@@ -180,7 +180,7 @@ int TZubEdit::Edit(std::string& log, const std::string& done_text, const std::st
   const EditTexts texts{done_text, skipped_text, failed_text};
   auto bmp = std::make_unique<imaging::TIEBitmap>();
   bmp->SetLimits(picture_limits);
-  auto io = std::make_unique<imaging::TImageEnIO>(bmp.get());
+  auto io = std::make_unique<imaging::TImageEnIO>(bmp.get(), hand_over);
 
   bool transparency_only = false;
   const std::vector<std::string> list = ActionLines(transparency_only);
@@ -232,6 +232,7 @@ int TZubEdit::Edit(std::string& log, const std::string& done_text, const std::st
     ctx.bmp = bmp.get();
     ctx.settings = settings;
     ctx.temp_folder = temp_folder;
+    ctx.job = job;
     ctx.work_file = work_file;
     ctx.exif_orientation = io->Params().EXIF_Orientation;
     ApplyActions(ctx, parsed, selected, actions_option, texts, log);

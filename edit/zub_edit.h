@@ -8,10 +8,15 @@
 #include <string>
 #include <vector>
 
+#include "engine/tools/job_context.h"
 #include "imaging/ie_bitmap.h"
 #include "imaging/io_params.h"
 #include "platform/status.h"
 #include "settings/main_settings.h"
+
+namespace pictavo::imaging {
+class HandOverCache;
+}
 
 namespace pictavo::editing {
 
@@ -25,6 +30,11 @@ class TZubEdit {
   std::string temp_folder;  // the job's temporary folder
   // The job's picture caps for the pictures the actions make; null = the defaults.
   const imaging::PictureLimits* picture_limits = nullptr;
+  // The worker's hand-over cache, reached by the edit's loader and saver; null = none.
+  imaging::HandOverCache* hand_over = nullptr;
+  // The job's context (tool time-outs, stop flag) for the actions' tools; must outlive the run.
+  // Null = the process's (tools::ProcessJobContext).
+  const tools::JobContext* job = nullptr;
 
   // Output: whether the edited picture has an alpha channel (cleared at the start of Edit).
   bool has_alpha = false;

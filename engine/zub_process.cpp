@@ -107,7 +107,7 @@ std::string TZubProcess::ExpandContainer(const std::string& file) {
     command = tools::Quoted(tools::ToolPath("7za.bin")) + " e -y " + tools::Quoted(file) + " -o" +
               tools::Quoted(out);
   }
-  (void)tools::RunAndWait(command, tools::kHidden);
+  (void)tools::RunAndWait(job_, command, tools::kHidden);
   extracted_folders_.push_back(out);
   return out;
 }
@@ -191,7 +191,7 @@ bool TZubProcess::ReadJobSettings(settings::TMainSettings& s, JobCode& code) {
   if (!cfg_ok) return false;
   // The limits hold before the first tool runs (the archive expansion of the input list is one).
   job_.limits = tools::LimitsFromSettings(s.limits);
-  tools::SetJobLimits(job_.limits);
+  tools::ExportUnpackLimit(job_.limits.max_unpacked_mb);
   if (platform::LowerExtension(act_file) != ".act" || !fs::exists(act_file, ec)) act_file.clear();
   if (std::string why; !act_file.empty() && !platform::ReadTextFile(act_file, &why)) {
     Log(std::string(kWarning) + "cannot read " + act_file + ": " + why +
@@ -404,7 +404,7 @@ void TZubProcess::Execute() {
   const std::vector<std::string> files = BuildFileList(s);
   files_total_ = static_cast<int>(files.size());
   // Every result's name is settled before the first file runs; see pipeline/job_plan.h.
-  pipeline::JobPlan plan(s, files);
+  pipeline::JobPlan plan(s, files, 0, &job_);
   // A job that only checks its files writes nothing, so it needs no destination.
   const bool check_only = code.kind == kCheckOnlyKind || s.main.check_files;
   const std::map<std::string, std::string> unwritable =

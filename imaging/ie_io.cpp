@@ -68,51 +68,43 @@ pictavo::Status WriteAtomically(const std::string& path, const std::vector<uint8
       /*flush_to_disk=*/false);
 }
 
-// The last one-page TIFF this thread saved, with what identifies the file as written.
-struct HandOver {
-  bool valid = false;
-  std::string path;
-  std::uintmax_t size = 0;
-  std::filesystem::file_time_type written;
-  TIEBitmap bitmap;
-  TIOParamsVals params;
-};
-thread_local HandOver t_hand_over;
-
-thread_local bool t_eight_bit_loads = false;
-thread_local bool t_keep_saves = false;
-
-bool SameFileAsWritten(const HandOver& h, const std::string& path) {
+bool SameFileAsWritten(bool valid, const std::string& kept_path, std::uintmax_t kept_size,
+                       std::filesystem::file_time_type kept_written, const std::string& path) {
   std::error_code ec;
-  if (!h.valid || h.path != path) return false;
+  if (!valid || kept_path != path) return false;
   const std::uintmax_t size = std::filesystem::file_size(path, ec);
-  if (ec || size != h.size) return false;
+  if (ec || size != kept_size) return false;
   const auto written = std::filesystem::last_write_time(path, ec);
-  return !ec && written == h.written;
+  return !ec && written == kept_written;
 }
 
 }  // namespace
 
-TEightBitLoads::TEightBitLoads() : previous_(t_eight_bit_loads) {
-  t_eight_bit_loads = true;
+HandOverCache::HandOverCache() = default;
+HandOverCache::~HandOverCache() = default;
+
+void HandOverCache::Forget() {
+  valid_ = false;
+  bitmap_.Clear();
+}
+
+TEightBitLoads::TEightBitLoads(HandOverCache& cache)
+    : cache_(cache), previous_(cache.eight_bit_loads_) {
+  cache_.eight_bit_loads_ = true;
 }
 TEightBitLoads::~TEightBitLoads() {
-  t_eight_bit_loads = previous_;
+  cache_.eight_bit_loads_ = previous_;
 }
 
-TKeepSavesForNextLoad::TKeepSavesForNextLoad() : previous_(t_keep_saves) {
-  t_keep_saves = true;
+TKeepSavesForNextLoad::TKeepSavesForNextLoad(HandOverCache& cache)
+    : cache_(cache), previous_(cache.keep_saves_) {
+  cache_.keep_saves_ = true;
 }
 TKeepSavesForNextLoad::~TKeepSavesForNextLoad() {
-  t_keep_saves = previous_;
+  cache_.keep_saves_ = previous_;
 }
 
-void ForgetKeptSave() {
-  t_hand_over.valid = false;
-  t_hand_over.bitmap.Clear();
-}
-
-TImageEnIO::TImageEnIO(TIEBitmap* bitmap) : bmp_(bitmap) {
+TImageEnIO::TImageEnIO(TIEBitmap* bitmap, HandOverCache* cache) : bmp_(bitmap), cache_(cache) {
   RememberLayout();
 }
 TImageEnIO::~TImageEnIO() = default;
@@ -156,7 +148,7 @@ pictavo::Status TImageEnIO::Decode(const uint8_t* data, size_t size, bool params
   opt.max_pixels =
       std::min(opt.max_pixels, (bmp_->Limits() ? *bmp_->Limits() : kDefaults).max_pixels);
   const bool managed = ColorManagementEnabled();
-  opt.eight_bit = t_eight_bit_loads;
+  opt.eight_bit = cache_ && cache_->eight_bit_loads_;
   opt.color_managed = managed;
   TIEBitmap decoded = bmp_->WorkBitmap();
   pictavo::Status st = row->decode(data, size, opt, params_only ? nullptr : &decoded, params_);
@@ -332,14 +324,14 @@ pictavo::Status TImageEnIO::Save(const std::string& path, bool release) {
   std::vector<uint8_t> bytes;
   if (auto st = Encode(type, bytes, release); !st.ok()) return st;
   if (auto st = WriteAtomically(path, bytes); !st.ok()) return st;
-  if (type == TIOFileType::ioTIFF && t_keep_saves) KeepForNextLoad(path, std::move(bytes));
+  if (type == TIOFileType::ioTIFF && cache_ && cache_->keep_saves_)
+    KeepForNextLoad(path, std::move(bytes));
   return pictavo::Status::OK();
 }
 
 void TImageEnIO::KeepForNextLoad(const std::string& path, std::vector<uint8_t> tiff) {
-  HandOver& h = t_hand_over;
-  h.valid = false;
-  h.bitmap.Clear();
+  HandOverCache& h = *cache_;
+  h.Forget();
   // Only what a load gives back exactly: 24-bit RGB without alpha, written as 24-bit RGB with a
   // lossless compression, that a load would not colour-convert.
   if (bmp_->PixelFormat() != TIEPixelFormat::ie24RGB || bmp_->HasAlphaChannel()) return;
@@ -354,28 +346,30 @@ void TImageEnIO::KeepForNextLoad(const std::string& path, std::vector<uint8_t> t
   if (ColorManagementEnabled() && !params.ICC.IsEmpty() && !params.ICC.IsSRGB()) return;
   std::vector<uint8_t>().swap(tiff);  // gone before the copy: the peak is two pictures, not three
   std::error_code ec;
-  h.size = std::filesystem::file_size(path, ec);
+  h.size_ = std::filesystem::file_size(path, ec);
   if (ec) return;
-  h.written = std::filesystem::last_write_time(path, ec);
+  h.written_ = std::filesystem::last_write_time(path, ec);
   if (ec) return;
-  h.bitmap = *bmp_;
-  h.params = std::move(params);
-  h.path = path;
-  h.valid = true;
+  h.bitmap_ = *bmp_;
+  h.params_ = std::move(params);
+  h.path_ = path;
+  h.valid_ = true;
 }
 
 bool TImageEnIO::TakeHandOver(const std::string& path, bool params_only) {
-  HandOver& h = t_hand_over;
-  if (params_.ImageIndex != 0 || !SameFileAsWritten(h, path)) return false;
-  TIOParamsVals params = h.params;
+  if (!cache_) return false;
+  HandOverCache& h = *cache_;
+  if (params_.ImageIndex != 0 || !SameFileAsWritten(h.valid_, h.path_, h.size_, h.written_, path))
+    return false;
+  TIOParamsVals params = h.params_;
   params.ImageIndex = params_.ImageIndex;
   params.JPEG_ScaleDenom = params_.JPEG_ScaleDenom;
   params_ = std::move(params);
   if (!params_only) {
     const PictureLimits* limits = bmp_->Limits();
-    *bmp_ = std::move(h.bitmap);
+    *bmp_ = std::move(h.bitmap_);
     bmp_->SetLimits(limits);  // the picture is handed over, not the limits of its saver
-    h.valid = false;
+    h.valid_ = false;
   }
   RememberLayout();
   return true;

@@ -8,10 +8,12 @@
 // is then empty.
 //
 // One object serves one worker; objects in different workers share nothing except the
-// process-wide colour-management switch (see ie_icc.h).
+// process-wide colour-management switch (see ie_icc.h). Objects of one worker share its
+// HandOverCache, when they are given it.
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -43,42 +45,75 @@ TIORawLayout RawLayoutFromSettings(int bits_per_channel, int row_align_bits, int
 
 class PdfWriter;
 
-// While one lives on a thread, loads on that thread may give a picture of 16 bits per sample
-// (so far: RGB TIFF without alpha) at 8 bits, rounded as TIEBitmap::ConvertTo rounds. For a step
-// whose every result holds at most 8 bits per sample: the wide picture would only be narrowed
-// again, after costing twice the memory. The parameters still report the file's own depth.
+// What the stages of one worker share through their loaders and savers: the last scratch TIFF
+// saved, kept in memory for the next stage's load, and the modes the worker sets for a stage
+// (TEightBitLoads, TKeepSavesForNextLoad). Owned by the worker, reached by the TImageEnIO
+// objects its stages create; a TImageEnIO without one neither keeps nor takes a picture and
+// loads at the file's own depth. Not thread-safe: one cache serves one thread at a time.
+class HandOverCache {
+ public:
+  HandOverCache();
+  ~HandOverCache();
+  HandOverCache(const HandOverCache&) = delete;
+  HandOverCache& operator=(const HandOverCache&) = delete;
+
+  // Drops the picture kept for a next load (at the end of a job's file).
+  void Forget();
+
+ private:
+  friend class TImageEnIO;
+  friend class TEightBitLoads;
+  friend class TKeepSavesForNextLoad;
+
+  // The last one-page TIFF saved through this cache, with what identifies the file as written.
+  bool valid_ = false;
+  std::string path_;
+  std::uintmax_t size_ = 0;
+  std::filesystem::file_time_type written_;
+  TIEBitmap bitmap_;
+  TIOParamsVals params_;
+
+  bool eight_bit_loads_ = false;
+  bool keep_saves_ = false;
+};
+
+// While one lives, loads through `cache` may give a picture of 16 bits per sample (so far: RGB
+// TIFF without alpha) at 8 bits, rounded as TIEBitmap::ConvertTo rounds. For a step whose every
+// result holds at most 8 bits per sample: the wide picture would only be narrowed again, after
+// costing twice the memory. The parameters still report the file's own depth.
 class TEightBitLoads {
  public:
-  TEightBitLoads();
+  explicit TEightBitLoads(HandOverCache& cache);
   ~TEightBitLoads();
   TEightBitLoads(const TEightBitLoads&) = delete;
   TEightBitLoads& operator=(const TEightBitLoads&) = delete;
 
  private:
+  HandOverCache& cache_;
   bool previous_;
 };
 
-// While one lives on a thread, a one-page TIFF that the thread saves is also kept in memory,
-// and the thread's next load or parameter probe of that very file, unchanged since, takes it
+// While one lives, a one-page TIFF saved through `cache` is also kept in memory, and the next
+// load or parameter probe of that very file through the same cache, unchanged since, takes it
 // from there instead of decoding it again. For the stages of a job, whose scratch result the
 // next stage loads at once; a save that nothing loads again would only hold a copy.
 class TKeepSavesForNextLoad {
  public:
-  TKeepSavesForNextLoad();
+  explicit TKeepSavesForNextLoad(HandOverCache& cache);
   ~TKeepSavesForNextLoad();
   TKeepSavesForNextLoad(const TKeepSavesForNextLoad&) = delete;
   TKeepSavesForNextLoad& operator=(const TKeepSavesForNextLoad&) = delete;
 
  private:
+  HandOverCache& cache_;
   bool previous_;
 };
 
-// Drops what this thread keeps for a next load (at the end of a job's file).
-void ForgetKeptSave();
-
 class TImageEnIO {
  public:
-  explicit TImageEnIO(TIEBitmap* bitmap);  // "Create": bound to `bitmap`, which must outlive it
+  // "Create": bound to `bitmap`, which must outlive it, and to the worker's `cache` (may be
+  // null: no hand-over, loads at the file's own depth), which must outlive it too.
+  explicit TImageEnIO(TIEBitmap* bitmap, HandOverCache* cache = nullptr);
   ~TImageEnIO();
   TImageEnIO(const TImageEnIO&) = delete;
   TImageEnIO& operator=(const TImageEnIO&) = delete;
@@ -142,14 +177,15 @@ class TImageEnIO {
   pictavo::Status Save(const std::string& path, bool release);
   pictavo::Status PrepareForSave(TIOFileType type, TIEBitmap& work, const TIEBitmap*& use);
   void RememberLayout();
-  // The hand-over between stages: a one-page TIFF that this thread has just saved is kept in
-  // memory, and a load (or parameter probe) of that very file, unchanged since, takes it from
-  // there instead of decoding it again.
+  // The hand-over between stages: a one-page TIFF just saved through the cache is kept in
+  // memory, and a load (or parameter probe) of that very file through the same cache, unchanged
+  // since, takes it from there instead of decoding it again.
   void KeepForNextLoad(const std::string& path, std::vector<uint8_t> tiff);
   bool TakeHandOver(const std::string& path, bool params_only);
 
   TIEBitmap* bmp_;
   MetafileRasteriser rasterise_metafile_;
+  HandOverCache* cache_;
   TIOParamsVals params_;
   // The depth the parameters had after the last load: a change by the caller is a request.
   int loaded_bps_ = 0;

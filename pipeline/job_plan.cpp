@@ -32,11 +32,12 @@ std::string Tag(const std::string& path) {
   return ";" + ext + ";";
 }
 
-int HeaderPages(const std::string& source, const settings::TMainSettings& s) {
+int HeaderPages(const std::string& source, const settings::TMainSettings& s,
+                const tools::JobContext* job) {
   const std::string tag = Tag(source);
   if (!InList(tag, kPagedSources)) return -1;
   const verify::Content c = verify::Inspect(source, tag.substr(1, tag.size() - 2),
-                                            tools::ToolFolder(), s.main.temp_folder);
+                                            tools::ToolFolder(), s.main.temp_folder, job);
   return c.opened.ok() ? c.pages : -1;
 }
 
@@ -51,7 +52,7 @@ bool PagesAreFiles(const settings::TMainSettings& s, const std::string& source,
 }
 
 JobPlan::JobPlan(const settings::TMainSettings& s, std::vector<std::string> sources,
-                 int first_index)
+                 int first_index, const tools::JobContext* job)
     : settings_(&s), first_index_(first_index) {
   std::string target = platform::AsciiLower(s.main.dest_ext);
   if (size_t gt = target.find('>'); gt != std::string::npos) target.erase(0, gt + 1);
@@ -68,7 +69,7 @@ JobPlan::JobPlan(const settings::TMainSettings& s, std::vector<std::string> sour
     req.index = first_index_ + index;
     req.probe = &NamingProbe();
     f.names = s.create_dest_filename(req);
-    const int pages = PagesAreFiles(s, f.source, target) ? HeaderPages(f.source, s) : -1;
+    const int pages = PagesAreFiles(s, f.source, target) ? HeaderPages(f.source, s, job) : -1;
     if (pages > 1) {
       for (int p = 0; p < pages; ++p) {
         std::string taken_by;

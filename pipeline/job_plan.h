@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/tools/job_context.h"
 #include "platform/thread_annotations.h"
 #include "settings/main_settings.h"
 
@@ -39,8 +40,9 @@ class JobPlan {
   // Plans `sources` in the job's order for the job's target ("Main"/"Dest_ext"). `settings`
   // must outlive the plan.
   // `first_index`: the running number of the first source (the template's counter).
+  // `job`: the context the page-count probes' tools run under; null = the process's.
   JobPlan(const settings::TMainSettings& settings, std::vector<std::string> sources,
-          int first_index = 0);
+          int first_index = 0, const tools::JobContext* job = nullptr);
 
   const std::vector<PlannedFile>& files() const { return files_; }
 

@@ -81,8 +81,8 @@ std::string OverJobLimits(const std::string& file, const imaging::PictureLimits&
 // The same for a PDF, whose largest page at the reading resolution would be rendered by the
 // interpreter before the engine sees a pixel of it.
 std::string PdfAbovePixelLimit(const std::string& file, const settings::TMainSettings& settings,
-                               const imaging::PictureLimits& limits) {
-  const tools::PageSize page = tools::PdfLargestPage(file, settings.main.temp_folder);
+                               const imaging::PictureLimits& limits, const tools::JobContext* job) {
+  const tools::PageSize page = tools::PdfLargestPage(file, settings.main.temp_folder, job);
   const int dpi = std::clamp(settings.pdf_eps_ps.res > 0 ? settings.pdf_eps_ps.res : 300, 10, 2400);
   const double w = page.width / 72.0 * dpi, h = page.height / 72.0 * dpi;
   const uint64_t limit = limits.max_pixels;
@@ -224,7 +224,7 @@ void TPThread::ProcessFile() {
     if (failure_.empty()) failure_ = e.what();
     ok = false;
   }
-  imaging::ForgetKeptSave();  // a picture no stage took is not held over to the next file
+  hand_over_.Forget();  // a picture no stage took is not held over to the next file
   const double seconds =
       std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   print_log(kStepPrefix + M(Msg::kProcessingTime) + " " + OneDecimal(seconds) + " " + M(Msg::kSec));
@@ -283,6 +283,7 @@ bool TPThread::CheckFile() {
   r.settings_file = context_.cfg_file;
   r.temp_folder = context_.temp_folder;
   r.picture_limits = &picture_limits_;
+  r.job = context_.job;
   const Status status = r.Run();
   std::error_code ec;
   fs::remove(r.out_file, ec);
@@ -297,7 +298,7 @@ bool TPThread::CheckFile() {
 bool TPThread::Read() {
   std::this_thread::sleep_for(std::chrono::milliseconds(context_.poll_ms));
   // The read and edit stages' scratch TIFFs are loaded by the next stage at once.
-  const imaging::TKeepSavesForNextLoad keep_scratch;
+  const imaging::TKeepSavesForNextLoad keep_scratch(hand_over_);
   const std::string& tag = route_.source_tag;
   const imaging::TIOFileType sniffed = SniffFile(source_);
   bool as_is = false;
@@ -318,8 +319,9 @@ bool TPThread::Read() {
       sniffed == imaging::TIOFileType::ioPDF ||
       (sniffed == imaging::TIOFileType::ioUnknown && reader::TZubRead::is_pdf(source_));
   if (sniffed != imaging::TIOFileType::ioUnknown || pdf) {
-    const std::string why = pdf ? PdfAbovePixelLimit(source_, context_.settings, picture_limits_)
-                                : OverJobLimits(source_, picture_limits_);
+    const std::string why =
+        pdf ? PdfAbovePixelLimit(source_, context_.settings, picture_limits_, context_.job)
+            : OverJobLimits(source_, picture_limits_);
     if (!why.empty()) return refuse(why);
   }
   if (as_is) {
@@ -332,12 +334,15 @@ bool TPThread::Read() {
     r.settings_file = context_.cfg_file;
     r.temp_folder = context_.temp_folder;
     r.picture_limits = &picture_limits_;
+    r.job = context_.job;
+    r.job = context_.job;
+    r.hand_over = &hand_over_;
     const Status status = r.Run();
     if (!status.ok()) return Fail(line, Msg::kCouldNotRead, ReadFailureReason(status));
     work_file_ = r.out_file;
   }
 
-  PageSelection sel = SelectPages(work_file_, context_.settings, context_.temp_folder);
+  PageSelection sel = SelectPages(work_file_, context_.settings, context_.temp_folder, &hand_over_);
   if (sel.all_blank) {
     print_log(line + " " + M(Msg::kDone) + kStepPrefix + "All pages are blank. File was skipped.");
     skipped_ = true;
@@ -357,7 +362,7 @@ bool TPThread::Read() {
 }
 
 bool TPThread::Edit() {
-  const imaging::TKeepSavesForNextLoad keep_scratch;
+  const imaging::TKeepSavesForNextLoad keep_scratch(hand_over_);
   const settings::TMainSettings& s = context_.settings;
   const bool has_actions = !context_.act_file.empty();
   if (!has_actions) {
@@ -367,8 +372,8 @@ bool TPThread::Edit() {
   // to a lossy format between the actions and the writer.
   if (work_file_ == source_ || !InList(TypeTag(work_file_), ";tif;tiff;")) {
     const std::string copy = ScratchName(".tif");
-    const int denom = ShrinkOnLoad(work_file_, context_.act_file);
-    if (Status st = CopyAsTiff(work_file_, copy, denom); !st.ok())
+    const int denom = ShrinkOnLoad(work_file_, context_.act_file, &hand_over_);
+    if (Status st = CopyAsTiff(work_file_, copy, denom, &hand_over_); !st.ok())
       return Fail(std::string(), Msg::kCouldNotApplyActions, st.message());
     if (work_file_ != source_) {
       std::error_code ec;
@@ -383,6 +388,8 @@ bool TPThread::Edit() {
   e.act_file = context_.act_file;
   e.temp_folder = context_.temp_folder;
   e.picture_limits = &picture_limits_;
+  e.hand_over = &hand_over_;
+  e.job = context_.job;
   std::string edit_log;
   const Status status =
       e.Run(edit_log, M(Msg::kDone), M(Msg::kPage), M(Msg::kSkipped), M(Msg::kFail));
@@ -425,11 +432,13 @@ bool TPThread::Convert() {
   c.settings = &context_.settings;
   c.temp_folder = context_.temp_folder;
   c.direct = &d;
+  c.hand_over = &hand_over_;
+  c.job = context_.job;
   // A JPEG holds 8 bits per sample: a deeper picture is narrowed while it is decoded, unless the
   // colour settings first turn it into something else.
   std::optional<imaging::TEightBitLoads> eight_bit;
   if ((ext == "jpg" || ext == "jpeg") && context_.settings.colors.option_flags.Is(1))
-    eight_bit.emplace();
+    eight_bit.emplace(hand_over_);
   Status status = c.Run();
   eight_bit.reset();
   written_ = c.written_files;
@@ -476,7 +485,7 @@ Status TPThread::CheckWritten(const std::string& ext) {
   const std::string tool_folder = platform::ExecutableFolder() + "utl" + platform::kPathDelim;
   for (const WrittenFile& w : written_) {
     const verify::Content got =
-        verify::Inspect(w.file_name, ext, tool_folder, context_.temp_folder);
+        verify::Inspect(w.file_name, ext, tool_folder, context_.temp_folder, context_.job);
     Status why;
     if (!got.opened.ok()) {
       why = Status::Error("the " + platform::AsciiUpper(ext) +
@@ -501,6 +510,7 @@ void TPThread::PrepareDirect(direct::TZubDirect& d) {
   d.settings = &context_.settings;
   d.exe_folder = platform::ExecutableFolder();
   d.temp_folder = context_.temp_folder;
+  d.job = context_.job;
   // Results appear in the scratch folder, never beside the source.
   d.dest_folder = context_.temp_folder;
 }
@@ -549,7 +559,7 @@ bool TPThread::SaveAll() {
     std::string log;
     // A PDF is finished while it is still a scratch file, so the result appears complete.
     if (platform::AsciiLower(fs::path(w.file_name).extension().string()) == ".pdf")
-      FinishPdf(w.file_name, s, context_.temp_folder, *context_.messages, log);
+      FinishPdf(w.file_name, s, context_.temp_folder, *context_.messages, log, context_.job);
     SaveResult r =
         SaveWritten(w.file_name, dest, source_, index_, s, *context_.messages, log, note);
     all_skipped = all_skipped && r.skipped;

@@ -15,6 +15,7 @@
 
 #include "engine/tools/job_context.h"
 #include "engine/tools/written_files.h"
+#include "imaging/ie_io.h"
 #include "imaging/picture_limits.h"
 #include "pipeline/job_plan.h"
 #include "pipeline/routing.h"
@@ -126,6 +127,8 @@ class TPThread {
   JobContext context_;
   // The job's picture caps, as the imaging calls of this worker's stages take them.
   imaging::PictureLimits picture_limits_;
+  // The stages' hand-over of scratch pictures and their load modes; the worker's thread only.
+  imaging::HandOverCache hand_over_;
 
   mutable platform::Mutex mutex_;
   std::condition_variable_any wake_;  // busy_ or terminate_ became true

@@ -20,7 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-int PageCount(const std::string& path) {
+int PageCount(const std::string& path, imaging::HandOverCache* cache) {
   // JPEG and PNG hold one picture: the header is not worth a whole read and metadata parse.
   std::ifstream in(path, std::ios::binary);
   uint8_t head[32] = {};
@@ -28,7 +28,7 @@ int PageCount(const std::string& path) {
   const imaging::TIOFileType type = imaging::SniffFormat(head, static_cast<size_t>(in.gcount()));
   if (type == imaging::TIOFileType::ioJPEG || type == imaging::TIOFileType::ioPNG) return 1;
   imaging::TIEBitmap bmp;
-  imaging::TImageEnIO io(&bmp);
+  imaging::TImageEnIO io(&bmp, cache);
   if (!io.ParamsFromFile(path).ok()) return 1;
   return std::max(io.Params().ImageCount, 1);
 }
@@ -56,7 +56,8 @@ bool ParseAction(std::string line, std::string& key, std::vector<int>& numbers) 
 
 }  // namespace
 
-int ShrinkOnLoad(const std::string& picture, const std::string& act_file) {
+int ShrinkOnLoad(const std::string& picture, const std::string& act_file,
+                 imaging::HandOverCache* cache) {
   if (act_file.empty()) return 1;
   const std::optional<std::string> text = platform::ReadTextFile(act_file);
   if (!text) return 1;
@@ -77,7 +78,7 @@ int ShrinkOnLoad(const std::string& picture, const std::string& act_file) {
   if (lines.size() != 1 || !ParseAction(lines[0], key, n)) return 1;
 
   imaging::TIEBitmap bmp;
-  imaging::TImageEnIO io(&bmp);
+  imaging::TImageEnIO io(&bmp, cache);
   if (!io.ParamsFromFile(picture).ok()) return 1;
   const imaging::TIOParamsVals& p = io.Params();
   // Only a single-page JPEG whose rows are not turned by its orientation tag.
@@ -133,11 +134,12 @@ bool IsBlankPage(const imaging::TIEBitmap& page, int accuracy) {
   return share <= (100 - accuracy) / 100.0 * 0.001;
 }
 
-Status CopyAsTiff(const std::string& source, const std::string& tiff, int jpeg_scale_denom) {
-  const int pages = PageCount(source);
+Status CopyAsTiff(const std::string& source, const std::string& tiff, int jpeg_scale_denom,
+                  imaging::HandOverCache* cache) {
+  const int pages = PageCount(source, cache);
   for (int i = 0; i < pages; ++i) {
     imaging::TIEBitmap bmp;
-    imaging::TImageEnIO io(&bmp);
+    imaging::TImageEnIO io(&bmp, cache);
     io.Params().ImageIndex = i;
     io.Params().JPEG_ScaleDenom = jpeg_scale_denom;
     if (Status st = io.LoadFromFile(source); !st.ok()) return st;
@@ -150,9 +152,9 @@ Status CopyAsTiff(const std::string& source, const std::string& tiff, int jpeg_s
 }
 
 PageSelection SelectPages(const std::string& picture, const settings::TMainSettings& s,
-                          const std::string& temp_folder) {
+                          const std::string& temp_folder, imaging::HandOverCache* cache) {
   PageSelection sel;
-  sel.pages = PageCount(picture);
+  sel.pages = PageCount(picture, cache);
   const bool by_list =
       s.multipage_settings.loading_option != 1 && !s.multipage_settings.loading_pages.empty();
   const bool skip_blank = s.skip_blank_settings.skip_blank;
@@ -165,7 +167,7 @@ PageSelection SelectPages(const std::string& picture, const settings::TMainSetti
     if (by_list && !settings::TMainSettings::in_list(i + 1, s.multipage_settings.loading_pages))
       continue;
     imaging::TIEBitmap bmp;
-    imaging::TImageEnIO io(&bmp);
+    imaging::TImageEnIO io(&bmp, cache);
     io.Params().ImageIndex = i;
     if (!io.LoadFromFile(picture).ok()) continue;
     if (skip_blank && IsBlankPage(bmp, s.skip_blank_settings.skip_blank_accuracy)) continue;

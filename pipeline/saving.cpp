@@ -270,7 +270,8 @@ void FinishOriginal(const std::string& source, bool processed, const settings::T
 }
 
 bool FinishPdf(const std::string& pdf, const settings::TMainSettings& s,
-               const std::string& temp_folder, const settings::MessageTable& m, std::string& log) {
+               const std::string& temp_folder, const settings::MessageTable& m, std::string& log,
+               const tools::JobContext* job) {
   const auto& w = s.pdf_write;
   if (tools::FindCount(pdf, "/Encrypt", false) > 0) return true;  // finished by its writer
   std::string switches;
@@ -303,7 +304,7 @@ bool FinishPdf(const std::string& pdf, const settings::TMainSettings& s,
                     " -sOutputFile=" + tools::Quoted(out);
   if (pdf_a) cmd += " " + tools::Quoted(tools::ToolPath("pdfa_def.ps"));
   cmd += " " + tools::Quoted(pdf);
-  (void)tools::RunAndWait(cmd, tools::kHidden);
+  (void)tools::RunAndWait(job ? *job : tools::ProcessJobContext(), cmd, tools::kHidden);
   std::error_code ec;
   if (!fs::exists(out, ec) || fs::file_size(out, ec) == 0) {
     fs::remove(out, ec);

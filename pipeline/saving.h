@@ -9,6 +9,7 @@
 
 #include <string>
 
+#include "engine/tools/job_context.h"
 #include "platform/status.h"
 #include "settings/main_settings.h"
 #include "settings/message_table.h"
@@ -65,9 +66,10 @@ void FinishOriginal(const std::string& source, bool processed,
 // resolution ("image_res_pdf", in dpi, when above 0), in one pass of the interpreter
 // "utl/pdfpsai.bin". A PDF that is already encrypted is left as it is. On failure the file
 // stays unfinished and a line says so. True when nothing was needed or the pass succeeded.
+// `job`: the job's context for the interpreter's run; null = the process's.
 bool FinishPdf(const std::string& pdf, const settings::TMainSettings& settings,
                const std::string& temp_folder, const settings::MessageTable& messages,
-               std::string& log);
+               std::string& log, const tools::JobContext* job = nullptr);
 
 // "\r\n" + three blanks: how every step line of a file begins.
 inline constexpr char kStepPrefix[] = "\r\n   ";

@@ -54,7 +54,7 @@ int SavePictures(TZubRead& r, const std::vector<std::string>& pictures) {
   for (const std::string& picture : pictures) {
     imaging::TIEBitmap bitmap;
     bitmap.SetLimits(r.picture_limits);
-    imaging::TImageEnIO io(&bitmap);
+    imaging::TImageEnIO io(&bitmap, r.hand_over);
     if (!io.LoadFromFile(picture).ok() || bitmap.IsEmpty()) continue;
     if (io.SaveToFile(r.out_file).ok()) break;
   }
@@ -85,7 +85,7 @@ int HandOnTiffs(TZubRead& r, const std::vector<std::string>& tiffs) {
     } else {
       imaging::TIEBitmap none;
       none.SetLimits(r.picture_limits);
-      imaging::TImageEnIO probe(&none);
+      imaging::TImageEnIO probe(&none, r.hand_over);
       std::error_code ec;
       if (probe.ParamsFromFile(made.front()).ok() && probe.Params().ImageCount >= 1) {
         fs::rename(made.front(), r.out_file, ec);
@@ -104,7 +104,7 @@ int SavePicture(TZubRead& r, const std::string& picture) {
 int RunThenSave(TZubRead& r, std::string_view tool, const std::string& command_line,
                 const std::string& result) {
   if (!HasTool(r, tool)) return 1;
-  tools::RunTool(command_line);
+  tools::RunTool(r.Job(), command_line);
   return SavePicture(r, result);
 }
 

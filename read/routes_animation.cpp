@@ -153,12 +153,12 @@ int ReadApng(TZubRead& r) {
   canvas.AddAlphaChannel(0);
 
   Scratch pages(r, ".tif");
-  TImageEnIO out(&canvas);
+  TImageEnIO out(&canvas, r.hand_over);
   int written = 0;
   for (const ApngFrame& f : apng.frames) {
     TIEBitmap frame;
     frame.SetLimits(r.picture_limits);
-    TImageEnIO io(&frame);
+    TImageEnIO io(&frame, r.hand_over);
     const std::vector<uint8_t> png = FramePng(apng, f);
     if (!io.LoadFromBuffer(png.data(), png.size()).ok() || frame.IsEmpty()) continue;
     const TIEBitmap before = f.dispose == 2 ? canvas : TIEBitmap();

@@ -22,8 +22,8 @@ bool Unpack(const TZubRead& r, const std::string& archive, const std::string& fo
   if (!HasTool(r, "7za.bin")) return false;
   std::error_code ec;
   fs::create_directories(folder, ec);
-  tools::RunTool(ToolArg(r, "7za.bin") + (keep_folders ? " x -y " : " e -y ") +
-                 platform::Quoted(archive) + " -o" + platform::Quoted(folder));
+  tools::RunTool(r.Job(), ToolArg(r, "7za.bin") + (keep_folders ? " x -y " : " e -y ") +
+                              platform::Quoted(archive) + " -o" + platform::Quoted(folder));
   return !ListFiles(folder, true).empty();
 }
 
@@ -113,8 +113,8 @@ int new_dat_read(TZubRead& r) {
   const std::optional<std::string> head = platform::ReadFilePrefix(r.src_file, 4);
   if (!head || *head != std::string("\x78\x9f\x3e\x22", 4) || !HasTool(r, "wmopener.exe")) return 1;
   Scratch folder(r, "");
-  tools::RunTool(ToolArg(r, "wmopener.exe") + " " + platform::Quoted(r.src_file) + " " +
-                 platform::Quoted(folder.path()));
+  tools::RunTool(r.Job(), ToolArg(r, "wmopener.exe") + " " + platform::Quoted(r.src_file) + " " +
+                              platform::Quoted(folder.path()));
   return ReadBestInside(r, ListFiles(folder.path(), true));
 }
 

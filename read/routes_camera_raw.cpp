@@ -32,12 +32,13 @@ std::string RawSwitches(const TZubRead& r) {
 int DecodeWith(TZubRead& r, std::string_view decoder) {
   if (!HasTool(r, decoder)) return 1;
   Scratch out(r, ".tif");
-  tools::RunTool(ToolArg(r, decoder) + " " + RawSwitches(r) + "-Z " + platform::Quoted(out.path()) +
-                 " " + platform::Quoted(r.src_file));
+  tools::RunTool(r.Job(), ToolArg(r, decoder) + " " + RawSwitches(r) + "-Z " +
+                              platform::Quoted(out.path()) + " " + platform::Quoted(r.src_file));
   if (!tools::Produced(out.path())) return 1;
   if (HasTool(r, "exiftool.exe"))
-    tools::RunTool(ToolArg(r, "exiftool.exe") + " -overwrite_original -TagsFromFile " +
-                   platform::Quoted(r.src_file) + " \"-all:all\" " + platform::Quoted(out.path()));
+    tools::RunTool(r.Job(), ToolArg(r, "exiftool.exe") + " -overwrite_original -TagsFromFile " +
+                                platform::Quoted(r.src_file) + " \"-all:all\" " +
+                                platform::Quoted(out.path()));
   return SavePicture(r, out.path());
 }
 
@@ -59,7 +60,8 @@ int cr3_read(TZubRead& r) {
   // The full-size JPEG that every CR3 carries, extracted by ExifTool.
   if (!HasTool(r, "exiftool.exe")) return 1;
   Scratch preview(r, ".jpg");
-  tools::RunBatch(ToolArg(r, "exiftool.exe") + " -b -JpgFromRaw " + platform::Quoted(r.src_file) +
+  tools::RunBatch(r.Job(),
+                  ToolArg(r, "exiftool.exe") + " -b -JpgFromRaw " + platform::Quoted(r.src_file) +
                       " > " + platform::Quoted(preview.path()),
                   r.TempFolder());
   return SavePicture(r, preview.path());

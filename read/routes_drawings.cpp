@@ -155,7 +155,7 @@ int DrawShapes(TZubRead& r, const std::vector<Shape>& shapes) {
       DrawLine(bmp, px(s.points[i - 1]), py(s.points[i - 1]), px(s.points[i]), py(s.points[i]),
                pen);
   }
-  imaging::TImageEnIO io(&bmp);
+  imaging::TImageEnIO io(&bmp, r.hand_over);
   return io.SaveToFile(r.out_file).ok() && tools::Produced(r.out_file) ? 0 : 1;
 }
 
@@ -180,9 +180,9 @@ int ReadGisOrCad(TZubRead& r) {
   Scratch csv(r, "");
   // Curves become polylines; Z and M are dropped; a feature GDAL cannot convert is skipped
   // rather than ending the layer.
-  tools::RunTool(ToolArg(r, "ogr/ogr2ogr.exe") + " -f CSV -lco GEOMETRY=AS_WKT -dim XY" +
-                 " -nlt CONVERT_TO_LINEAR -skipfailures " + platform::Quoted(csv.path()) + " " +
-                 platform::Quoted(r.src_file));
+  tools::RunTool(r.Job(), ToolArg(r, "ogr/ogr2ogr.exe") + " -f CSV -lco GEOMETRY=AS_WKT -dim XY" +
+                              " -nlt CONVERT_TO_LINEAR -skipfailures " +
+                              platform::Quoted(csv.path()) + " " + platform::Quoted(r.src_file));
   std::vector<Shape> shapes;
   std::error_code ec;
   if (fs::is_directory(csv.path(), ec)) {
@@ -197,8 +197,9 @@ int ReadHpgl(TZubRead& r) {
   if (!HasTool(r, "hp2xx.bin")) return 1;
   Scratch eps(r, ".eps");
   Scratch swap(r, ".swp");  // hp2xx's own swap file, otherwise made in the current folder
-  tools::RunTool(ToolArg(r, "hp2xx.bin") + " -q -m eps -s " + platform::Quoted(swap.path()) +
-                 " -f " + platform::Quoted(eps.path()) + " " + platform::Quoted(r.src_file));
+  tools::RunTool(r.Job(), ToolArg(r, "hp2xx.bin") + " -q -m eps -s " +
+                              platform::Quoted(swap.path()) + " -f " +
+                              platform::Quoted(eps.path()) + " " + platform::Quoted(r.src_file));
   return tools::Produced(eps.path()) ? RenderPostScript(r, eps.path(), 100, true) : 1;
 }
 
@@ -217,8 +218,8 @@ int ReadGerber(TZubRead& r) {
 int ReadEmf(TZubRead& r) {
   if (!HasTool(r, "emf2svg.bin") || !HasTool(r, "rsvg-convert.bin")) return 1;
   Scratch svg(r, ".svg");
-  tools::RunTool(ToolArg(r, "emf2svg.bin") + " -i " + platform::Quoted(r.src_file) + " -o " +
-                 platform::Quoted(svg.path()));
+  tools::RunTool(r.Job(), ToolArg(r, "emf2svg.bin") + " -i " + platform::Quoted(r.src_file) +
+                              " -o " + platform::Quoted(svg.path()));
   if (!tools::Produced(svg.path())) return 1;
   Scratch png(r, ".png");
   const std::string zoom = std::to_string(Zoom(r) / 100.0);
@@ -231,8 +232,8 @@ int ReadEmf(TZubRead& r) {
 int ReadWmfThroughEps(TZubRead& r) {
   if (!HasTool(r, "wmf2eps.bin")) return 1;
   Scratch eps(r, ".eps");
-  tools::RunTool(ToolArg(r, "wmf2eps.bin") + " --eps -o " + platform::Quoted(eps.path()) + " " +
-                 platform::Quoted(r.src_file));
+  tools::RunTool(r.Job(), ToolArg(r, "wmf2eps.bin") + " --eps -o " + platform::Quoted(eps.path()) +
+                              " " + platform::Quoted(r.src_file));
   return tools::Produced(eps.path()) ? RenderPostScript(r, eps.path(), 100, true) : 1;
 }
 
@@ -260,7 +261,7 @@ int ReadOffice(TZubRead& r) {
                           " -env:UserInstallation=" + platform::Quoted(FileUrl(profile)) +
                           " --headless --norestore --nolockcheck --convert-to pdf --outdir " +
                           platform::Quoted(outdir) + " " + platform::Quoted(r.src_file);
-  tools::RunAndWaitTimeout(cmd, tools::kHidden, work.path(), 0);
+  tools::RunAndWaitTimeout(r.Job(), cmd, tools::kHidden, work.path(), 0);
   for (const std::string& file : ListFiles(outdir, false))
     if (platform::LowerExtension(file) == ".pdf" && tools::Produced(file))
       return RenderPostScript(r, file, 100, false);

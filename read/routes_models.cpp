@@ -107,14 +107,14 @@ int stl_read(TZubRead& r) {
   const std::string ext = platform::LowerExtension(r.src_file);
   if (ext == ".stp" || ext == ".step") {
     if (!HasTool(r, "stp/stp2x3d.exe")) return 1;
-    tools::RunTool(ToolArg(r, "stp/stp2x3d.exe") + " " + platform::Quoted(r.src_file) + " " +
-                   platform::Quoted(x3d.path()));
+    tools::RunTool(r.Job(), ToolArg(r, "stp/stp2x3d.exe") + " " + platform::Quoted(r.src_file) +
+                                " " + platform::Quoted(x3d.path()));
     if (!tools::Produced(x3d.path())) return 1;
     model = x3d.path();
   }
   Scratch stl(r, ".stl");
-  tools::RunTool(ToolArg(r, "assimp64/assimp.exe") + " export " + platform::Quoted(model) + " " +
-                 platform::Quoted(stl.path()) + " -fstlb");
+  tools::RunTool(r.Job(), ToolArg(r, "assimp64/assimp.exe") + " export " + platform::Quoted(model) +
+                              " " + platform::Quoted(stl.path()) + " -fstlb");
   std::vector<Vec3> corners;
   if (!tools::Produced(stl.path()) || !ReadBinaryStl(stl.path(), corners)) return 1;
 
@@ -137,9 +137,10 @@ int stl_read(TZubRead& r) {
     Scratch scene(r, ".pov");
     if (!WriteScene(scene.path(), corners, ax, ay, az)) return 1;
     auto png = std::make_unique<Scratch>(r, ".png");
-    tools::RunTool(ToolArg(r, "povray.bin") + " " + platform::Quoted("+I" + scene.path()) + " " +
-                   platform::Quoted("+O" + png->path()) + " +W" + std::to_string(width) + " +H" +
-                   std::to_string(height) + " +FN -D +A0.3 -V -GA");
+    tools::RunTool(r.Job(), ToolArg(r, "povray.bin") + " " + platform::Quoted("+I" + scene.path()) +
+                                " " + platform::Quoted("+O" + png->path()) + " +W" +
+                                std::to_string(width) + " +H" + std::to_string(height) +
+                                " +FN -D +A0.3 -V -GA");
     if (tools::Produced(png->path())) pictures.push_back(png->path());
     renders.push_back(std::move(png));
   }

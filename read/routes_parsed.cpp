@@ -41,7 +41,7 @@ int RawPixels(TZubRead& r, bool with_header) {
   layout.height = s.height;
   TIEBitmap bitmap;
   bitmap.SetLimits(r.picture_limits);
-  TImageEnIO io(&bitmap);
+  TImageEnIO io(&bitmap, r.hand_over);
   if (!io.LoadFromFileBMPRAW(r.src_file, layout).ok() || bitmap.IsEmpty()) return 1;
   return io.SaveToFile(r.out_file).ok() && tools::Produced(r.out_file) ? 0 : 1;
 }
@@ -75,7 +75,7 @@ int dst_read(TZubRead& r) {
   const auto bytes = platform::ReadFileBytes(r.src_file);
   TIEBitmap bmp;
   if (!bytes || !parsed::DrawDst(*bytes, bmp)) return 1;
-  TImageEnIO io(&bmp);
+  TImageEnIO io(&bmp, r.hand_over);
   io.Params().DpiX = io.Params().DpiY = 254;
   return io.SaveToFile(r.out_file).ok() && tools::Produced(r.out_file) ? 0 : 1;
 }
@@ -122,7 +122,7 @@ int psp_read(TZubRead& r) {
     }
     TIEBitmap bmp;
     if (!doc.Flatten(bmp)) return 1;
-    TImageEnIO io(&bmp);
+    TImageEnIO io(&bmp, r.hand_over);
     return io.SaveToFile(r.out_file).ok() && tools::Produced(r.out_file) ? 0 : 1;
   } catch (...) {
     return 1;  // out of memory for a picture within the limits
@@ -145,7 +145,7 @@ int new_ppp_read(TZubRead& r) {
   const auto bytes = platform::ReadFileBytes(r.src_file);
   TIEBitmap bmp;
   if (!bytes || !parsed::DecodeGimpPattern(*bytes, bmp)) return 1;
-  TImageEnIO io(&bmp);
+  TImageEnIO io(&bmp, r.hand_over);
   return io.SaveToFile(r.out_file).ok() && tools::Produced(r.out_file) ? 0 : 1;
 }
 int new_upi_read(TZubRead&) {

@@ -43,7 +43,7 @@ int cpc_read(TZubRead& r) {
   const std::string cmd = ToolArg(r, "cpc_read.exe") + " " + platform::Quoted(r.src_file) + " " +
                           platform::Quoted(out.path()) + " < " +
                           platform::Quoted(Tool(r, "yes.txt"));
-  tools::RunBatch(cmd, r.TempFolder());
+  tools::RunBatch(r.Job(), cmd, r.TempFolder());
   return SavePicture(r, out.path());
 }
 
@@ -90,7 +90,7 @@ int dds_read(TZubRead& r) {
   fs::create_directories(folder.path(), ec);
   const std::string cmd = ToolArg(r, "texconv.exe") + " -f B8G8R8X8_UNORM -y -ft tif -o " +
                           platform::Quoted(folder.path()) + " " + platform::Quoted(r.src_file);
-  tools::RunTool(cmd);
+  tools::RunTool(r.Job(), cmd);
   const std::vector<std::string> files = ListFiles(folder.path(), false);
   return files.empty() ? 1 : SavePicture(r, files.front());
 }
@@ -117,7 +117,7 @@ int deep_tiff_read(TZubRead& r) {
     // for other layouts (tiles, planes, extra samples) cuts 16-bit samples to 8 bits itself.
     imaging::TIEBitmap bitmap;
     bitmap.SetLimits(r.picture_limits);
-    imaging::TImageEnIO io(&bitmap);
+    imaging::TImageEnIO io(&bitmap, r.hand_over);
     const bool deep = io.LoadFromFile(r.src_file).ok() &&
                       (bitmap.PixelFormat() == imaging::TIEPixelFormat::ie48RGB ||
                        bitmap.PixelFormat() == imaging::TIEPixelFormat::ie16g);
@@ -138,12 +138,13 @@ int sid_read(TZubRead& r) {
   // The MrSID decoder writes a TIFF that the raster tool then normalises.
   if (!HasTool(r, "sid_read.bin")) return 1;
   Scratch decoded(r, ".tif");
-  tools::RunTool(ToolArg(r, "sid_read.bin") + " " + platform::Quoted(r.src_file) + " " +
-                 platform::Quoted(decoded.path()));
+  tools::RunTool(r.Job(), ToolArg(r, "sid_read.bin") + " " + platform::Quoted(r.src_file) + " " +
+                              platform::Quoted(decoded.path()));
   if (!tools::Produced(decoded.path())) return 1;
   Scratch out(r, ".tif");
-  tools::RunTool(ToolArg(r, "f300_uni.exe") + " -quiet -out tiff -o " +
-                 platform::Quoted(out.path()) + " " + platform::Quoted(decoded.path()));
+  tools::RunTool(r.Job(), ToolArg(r, "f300_uni.exe") + " -quiet -out tiff -o " +
+                              platform::Quoted(out.path()) + " " +
+                              platform::Quoted(decoded.path()));
   return SavePicture(r, out.path());
 }
 

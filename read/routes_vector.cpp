@@ -6,6 +6,7 @@
 // "PDF_EPS_PS"/"Res" for documents, scaled by "Vector"/"Zoom" for drawings.
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -51,11 +52,11 @@ int RangeCount(const std::string& file) {
 }
 
 // Renders pages [first, last] of a PDF (1-based, inclusive) into `tiff`.
-void RenderRange(const std::string& command, const std::string& file, int first, int last,
-                 const std::string& tiff) {
-  tools::RunTool(command + " -dFirstPage=" + std::to_string(first) +
-                 " -dLastPage=" + std::to_string(last) + " -sOutputFile=" + platform::Quoted(tiff) +
-                 " " + platform::Quoted(file));
+void RenderRange(const tools::JobContext& job, const std::string& command, const std::string& file,
+                 int first, int last, const std::string& tiff) {
+  tools::RunTool(job, command + " -dFirstPage=" + std::to_string(first) +
+                          " -dLastPage=" + std::to_string(last) +
+                          " -sOutputFile=" + platform::Quoted(tiff) + " " + platform::Quoted(file));
 }
 
 // Every page of a long PDF, its page ranges rendered side by side and joined in page order
@@ -64,10 +65,12 @@ int RenderInRanges(TZubRead& r, const std::string& command, const std::string& f
   const int pages = tools::PdfPageCount(file);
   std::vector<std::unique_ptr<Scratch>> parts;
   std::vector<std::thread> renders;
+  const tools::JobContext job = r.Job();  // outlives the renders, which are joined below
   for (int i = 0; i < ranges; ++i) {
     const int first = 1 + pages * i / ranges, last = pages * (i + 1) / ranges;
     parts.push_back(std::make_unique<Scratch>(r, ".tif"));
-    renders.emplace_back(RenderRange, command, file, first, last, parts.back()->path());
+    renders.emplace_back(RenderRange, std::cref(job), command, file, first, last,
+                         parts.back()->path());
   }
   for (std::thread& t : renders) t.join();
   // A range that failed leaves its pages out, as a single run that stops early would.
@@ -94,15 +97,16 @@ int RenderPostScript(TZubRead& r, const std::string& file, int quality, bool dra
     Scratch out(r, "");
     std::error_code ec;
     fs::create_directories(out.path(), ec);
-    tools::RunTool(cmd + " -sOutputFile=" +
-                   platform::Quoted(out.path() + platform::kPathDelim + "page%04d.png") + " " +
-                   platform::Quoted(file));
+    tools::RunTool(r.Job(),
+                   cmd + " -sOutputFile=" +
+                       platform::Quoted(out.path() + platform::kPathDelim + "page%04d.png") + " " +
+                       platform::Quoted(file));
     return SavePictures(r, ListFiles(out.path(), false));
   }
   if (const int ranges = RangeCount(file); ranges > 1) return RenderInRanges(r, cmd, file, ranges);
   Scratch out(r, ".tif");
-  tools::RunTool(cmd + " -sOutputFile=" + platform::Quoted(out.path()) + " " +
-                 platform::Quoted(file));
+  tools::RunTool(r.Job(), cmd + " -sOutputFile=" + platform::Quoted(out.path()) + " " +
+                              platform::Quoted(file));
   return HandOnTiffs(r, {out.path()});
 }
 
@@ -111,8 +115,9 @@ namespace {
 int ReadXps(TZubRead& r) {
   if (!HasTool(r, "gxpswin32.exe")) return 1;
   Scratch ps(r, ".ps");
-  tools::RunTool(ToolArg(r, "gxpswin32.exe") + " -dNOPAUSE -sDEVICE=ps2write -sOutputFile=" +
-                 platform::Quoted(ps.path()) + " " + platform::Quoted(r.src_file));
+  tools::RunTool(r.Job(), ToolArg(r, "gxpswin32.exe") +
+                              " -dNOPAUSE -sDEVICE=ps2write -sOutputFile=" +
+                              platform::Quoted(ps.path()) + " " + platform::Quoted(r.src_file));
   return tools::Produced(ps.path()) ? RenderPostScript(r, ps.path(), 100, false) : 1;
 }
 
@@ -127,7 +132,8 @@ int ReadText(TZubRead& r, bool printer_text) {
   cmd += " -s" + std::to_string(size) + " -v" + std::to_string(size + size / 5);
   if (r.settings && r.settings->txt.landscape) cmd += " -L";
   Scratch pdf(r, ".pdf");
-  tools::RunBatch(cmd + " " + platform::Quoted(source) + " > " + platform::Quoted(pdf.path()),
+  tools::RunBatch(r.Job(),
+                  cmd + " " + platform::Quoted(source) + " > " + platform::Quoted(pdf.path()),
                   r.TempFolder());
   return tools::Produced(pdf.path()) ? RenderPostScript(r, pdf.path(), 100, false) : 1;
 }
@@ -157,7 +163,7 @@ imaging::TImageEnIO::MetafileRasteriser Wmf2gd(TZubRead& r,
     if (height > 0) cmd += " --maxheight=" + std::to_string(height);
     if (width > 0 || height > 0) cmd += height > 0 && width > 0 ? " --maxsize" : " --maxpect";
     cmd += " -o " + platform::Quoted(out.path()) + " " + platform::Quoted(metafile);
-    tools::RunAndWaitTimeout(cmd, tools::kHidden, std::string(), 120);
+    tools::RunAndWaitTimeout(r.Job(), cmd, tools::kHidden, std::string(), 120);
     return tools::Produced(out.path()) ? out.path() : std::string();
   };
 }
@@ -167,14 +173,14 @@ int ReadMetafile(TZubRead& r) {
   std::vector<std::unique_ptr<Scratch>> scratch;
   imaging::TIEBitmap bitmap;
   bitmap.SetLimits(r.picture_limits);
-  imaging::TImageEnIO io(&bitmap);
+  imaging::TImageEnIO io(&bitmap, r.hand_over);
   io.SetMetafileRasteriser(Wmf2gd(r, scratch));
   const int zoom = r.settings && r.settings->vector.zoom > 0 ? r.settings->vector.zoom : 100;
   if (!io.ImportMetafile(r.src_file).ok() || bitmap.IsEmpty()) return 1;
   if (zoom != 100) {
     imaging::TIEBitmap scaled;
     scaled.SetLimits(r.picture_limits);
-    imaging::TImageEnIO again(&scaled);
+    imaging::TImageEnIO again(&scaled, r.hand_over);
     again.SetMetafileRasteriser(Wmf2gd(r, scratch));
     if (again.ImportMetafile(r.src_file, bitmap.Width() * zoom / 100, 0).ok() && !scaled.IsEmpty())
       return again.SaveToFile(r.out_file).ok() && tools::Produced(r.out_file) ? 0 : 1;
@@ -239,8 +245,8 @@ int vec_read(TZubRead& r) {
 int uniconvertor_read(TZubRead& r) {
   if (!HasTool(r, "uni\\uniconvertor.cmd")) return 1;
   Scratch ps(r, ".ps");
-  tools::RunTool(ToolArg(r, "uni\\uniconvertor.cmd") + " " + platform::Quoted(r.src_file) + " " +
-                 platform::Quoted(ps.path()));
+  tools::RunTool(r.Job(), ToolArg(r, "uni\\uniconvertor.cmd") + " " + platform::Quoted(r.src_file) +
+                              " " + platform::Quoted(ps.path()));
   return tools::Produced(ps.path()) ? RenderPostScript(r, ps.path(), 100, true) : 1;
 }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "engine/tools/route_kit.h"
+#include "engine/tools/runner.h"
 #include "engine/tools/trouble.h"
 #include "imaging/format_sniff.h"
 #include "imaging/ie_bitmap.h"
@@ -89,7 +90,7 @@ bool KeyIn(std::string_view list, const std::string& key) {
 pictavo::Status CheckReadResult(const TZubRead& r, const std::string& key) {
   imaging::TIEBitmap probe;
   probe.SetLimits(r.picture_limits);
-  imaging::TImageEnIO io(&probe);
+  imaging::TImageEnIO io(&probe, r.hand_over);
   if (pictavo::Status st = io.HeaderFromFile(r.out_file); !st.ok())
     return pictavo::Status::Error("the reader's picture cannot be opened: " + st.message());
   const int w = io.Params().Width, h = io.Params().Height;
@@ -146,7 +147,7 @@ int WalkRoutes(TZubRead& r, std::span<const ReadRoute> routes, const std::string
   // 8.
   imaging::TIEBitmap bitmap;
   bitmap.SetLimits(r.picture_limits);
-  imaging::TImageEnIO io(&bitmap);
+  imaging::TImageEnIO io(&bitmap, r.hand_over);
   try {
     // 9. A failed row leaves the status non-zero, so later rows holding the key try in turn.
     for (size_t i = 0; i < routes.size(); ++i) {
@@ -304,11 +305,11 @@ int TZubRead::get_colors(bool first_page_only) {
                     "-dGraphicsAlphaBits=1 -dTextAlphaBits=1 -r16 ";
   if (first_page_only) cmd += "-dFirstPage=1 -dLastPage=1 ";
   cmd += "-sOutputFile=\"" + preview.path() + "\" \"" + src_file + "\"";
-  tools::RunTool(cmd);
+  tools::RunTool(Job(), cmd);
   if (!tools::Produced(preview.path())) return -1;
   imaging::TIEBitmap bitmap;
   bitmap.SetLimits(picture_limits);
-  imaging::TImageEnIO io(&bitmap);
+  imaging::TImageEnIO io(&bitmap, hand_over);
   if (!io.LoadFromFile(preview.path()).ok() || bitmap.IsEmpty()) return -1;
   std::set<uint32_t> colors;
   for (int y = 0; y < bitmap.Height(); ++y)
@@ -317,6 +318,10 @@ int TZubRead::get_colors(bool first_page_only) {
       colors.insert(c.r | (c.g << 8) | (static_cast<uint32_t>(c.b) << 16));
     }
   return static_cast<int>(colors.size());
+}
+
+tools::JobContext TZubRead::Job() const {
+  return job ? *job : tools::ProcessJobContext();
 }
 
 }  // namespace pictavo::reader

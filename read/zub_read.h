@@ -10,9 +10,14 @@
 #include <span>
 #include <string>
 
+#include "engine/tools/job_context.h"
 #include "imaging/picture_limits.h"
 #include "platform/status.h"
 #include "settings/main_settings.h"
+
+namespace pictavo::imaging {
+class HandOverCache;
+}
 
 namespace pictavo::reader {
 
@@ -34,6 +39,12 @@ class TZubRead {
   std::string temp_folder;  // the job's temporary folder (scratch names are made there)
   // The job's picture caps for what the engine decodes in-process; null = the defaults.
   const imaging::PictureLimits* picture_limits = nullptr;
+  // The worker's hand-over cache, reached by every loader and saver of the read; null = none.
+  imaging::HandOverCache* hand_over = nullptr;
+  // The job's context (tool time-outs, stop flag) for the tools this stage runs; must outlive
+  // the run. Null = the process's (tools::ProcessJobContext).
+  const tools::JobContext* job = nullptr;
+  tools::JobContext Job() const;
   // The engine's folder, whose "utl" sub-folder holds the tools; empty = the running
   // executable's folder. Tests point it at a folder of their own.
   std::string engine_folder;

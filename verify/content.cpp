@@ -79,7 +79,7 @@ Status CheckExists(const std::string& file, bool folder_allowed) {
 }  // namespace
 
 Content Inspect(const std::string& file, const std::string& ext, const std::string& tool_folder,
-                const std::string& temp_folder) {
+                const std::string& temp_folder, const tools::JobContext* job) {
   Content out;
   try {
     std::string type = platform::AsciiLower(ext);
@@ -91,7 +91,7 @@ Content Inspect(const std::string& file, const std::string& ext, const std::stri
     std::error_code ec;
     const std::string temp =
         temp_folder.empty() ? fs::temp_directory_path(ec).string() : temp_folder;
-    row->read(Source{file, type, tool_folder, temp}, out);
+    row->read(Source{file, type, tool_folder, temp, job}, out);
   } catch (const std::exception& e) {
     out.opened = Status::Error(std::string("the file could not be inspected: ") + e.what());
   } catch (...) {
@@ -109,7 +109,8 @@ ToolReport RunTool(const Source& src, std::string_view tool, const std::string& 
   if (!platform::FileExists(path)) return report;
   const std::string base = tools::NewTempName(src.temp_folder);
   const std::string out_path = base + ".out", err_path = base + ".err";
-  const int code = tools::RunBatch(tools::Quoted(path) + " " + arguments + " > " +
+  const int code = tools::RunBatch(src.job ? *src.job : tools::ProcessJobContext(),
+                                   tools::Quoted(path) + " " + arguments + " > " +
                                        tools::Quoted(out_path) + " 2> " + tools::Quoted(err_path),
                                    src.temp_folder);
   // Not started (or a report file could not be made): no verdict, as for a missing tool.

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/tools/job_context.h"
 #include "platform/status.h"
 
 namespace pictavo::verify {
@@ -66,8 +67,9 @@ struct Content {
 // refused for a tool this machine lacks. Scratch reports go to `temp_folder` and are removed.
 // An unknown type gives known = false, opened OK when the file exists and is not empty. A GIS
 // dataset may be a folder; any other type must be a non-empty regular file. Never throws.
+// The tools run under `job` (time-outs, stop flag); null = the process's context.
 Content Inspect(const std::string& file, const std::string& ext, const std::string& tool_folder,
-                const std::string& temp_folder);
+                const std::string& temp_folder, const tools::JobContext* job = nullptr);
 
 // True when every pixel of the first picture of a raster file that the imaging engine reads is
 // the same colour, within `tolerance` per 8-bit channel (alpha included; a picture whose pixels

@@ -19,6 +19,7 @@ struct Source {
   const std::string& ext;  // lower case
   const std::string& tool_folder;
   const std::string& temp_folder;
+  const tools::JobContext* job;  // the tools' context; null = the process's
 };
 
 // A reader sets `known`, `opened` and the counts it can tell.

@@ -236,7 +236,7 @@ bool SaveFramesApart(TZubConvert& self, const std::string& key, int frames,
     for (int f = next++; f < frames && !failed; f = next++) {
       try {
         TIEBitmap bmp;
-        TImageEnIO io(&bmp);
+        TImageEnIO io(&bmp, self.hand_over);
         io.Params().ImageIndex = f;
         bool cmyk = false;  // only TIFF targets are made CMYK, and they hold every frame
         if (!io.LoadFromFile(self.src_file).ok() || bmp.IsEmpty()) {
@@ -276,7 +276,7 @@ int simple_write(TZubConvert& self) {
   imaging::SetColorManagement(s.save.icc_option == 1);
 
   TIEBitmap bmp;
-  TImageEnIO io(&bmp);
+  TImageEnIO io(&bmp, self.hand_over);
   int frames = 1;
   const std::string src_ext = platform::LowerExtension(self.src_file);
   if (src_ext == ".tif" || src_ext == ".tiff" || src_ext == ".gif") {
@@ -333,15 +333,16 @@ int simple_write(TZubConvert& self) {
 
   if (tiff && cmyk) {
     const int v = std::clamp(s.tif.compression, 0, 7);
-    tools::RunTool(Quoted(self.Tool("f300_uni.exe")) + kCmykSwitch[v] +
-                   " -multi -overwrite -cmyk_space " + Quoted(out.path()));
+    tools::RunTool(self.Job(), Quoted(self.Tool("f300_uni.exe")) + kCmykSwitch[v] +
+                                   " -multi -overwrite -cmyk_space " + Quoted(out.path()));
   }
   // Only a GIF target is made an endless animation: the converter writes GIF whatever the
   // destination's name, so other targets are left as the engine wrote them.
   if (key == ";gif;" && src_ext == ".gif" && s.gif.loop && saved >= 2 && !one_file_per_frame) {
     const std::string tmp = self.Scratch(".gif");
-    tools::RunTool(Quoted(self.Tool("convert.bin")) + " -loop 0 -delay " +
-                   std::to_string(s.gif.delay_time) + " " + Quoted(out.path()) + " " + Quoted(tmp));
+    tools::RunTool(self.Job(), Quoted(self.Tool("convert.bin")) + " -loop 0 -delay " +
+                                   std::to_string(s.gif.delay_time) + " " + Quoted(out.path()) +
+                                   " " + Quoted(tmp));
     if (tools::Produced(tmp)) {
       std::error_code ec;
       fs::copy_file(tmp, out.path(), fs::copy_options::overwrite_existing, ec);
@@ -349,7 +350,7 @@ int simple_write(TZubConvert& self) {
     tools::RemovePath(tmp);
   }
   if (key == ";png;" && s.png.optimized)
-    tools::RunTool(Quoted(self.Tool("pngoptim.bin")) + " " + Quoted(out.path()));
+    tools::RunTool(self.Job(), Quoted(self.Tool("pngoptim.bin")) + " " + Quoted(out.path()));
 
   return out.Commit() ? 0 : 1;
 }

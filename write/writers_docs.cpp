@@ -55,7 +55,7 @@ std::string PaperSwitches(int code, bool landscape) {
 // The picture as a one-page-per-frame PDF made by the engine; JPEG at `jpeg_quality` for photos.
 bool PictureToPdf(TZubConvert& self, const std::string& pdf, int jpeg_quality) {
   imaging::TIEBitmap bmp;
-  imaging::TImageEnIO io(&bmp);
+  imaging::TImageEnIO io(&bmp, self.hand_over);
   io.Params().ImageIndex = 0;
   if (!io.ParamsFromFile(self.src_file).ok()) return false;
   const int frames = std::max(1, io.Params().ImageCount);
@@ -158,7 +158,7 @@ int adobe_write(TZubConvert& self) {
     if (!ai && ext == "pdf" && s.pdf_write.create_pdf_a)
       cmd += " " + Quoted(self.Tool("pdfa_def.ps"));
     cmd += " " + Quoted(pdf);
-    tools::RunTool(cmd);
+    tools::RunTool(self.Job(), cmd);
     if (out.Commit()) status = 0;
   }
   tools::RemovePath(pdf);
@@ -177,9 +177,9 @@ int pcl_write(TZubConvert& self) {
   if (PictureToPdf(self, pdf, 100)) {
     self.HasTool("pdfpsai.bin");
     ScratchResult out(self.dest_file);
-    tools::RunTool(Quoted(self.Tool("pdfpsai.bin")) + " -dNOSAFER -dBATCH -dNOPAUSE " + device +
-                   PaperSwitches(w.paper, false) + " -sOutputFile=" + Quoted(out.path()) + " " +
-                   Quoted(pdf));
+    tools::RunTool(self.Job(), Quoted(self.Tool("pdfpsai.bin")) + " -dNOSAFER -dBATCH -dNOPAUSE " +
+                                   device + PaperSwitches(w.paper, false) +
+                                   " -sOutputFile=" + Quoted(out.path()) + " " + Quoted(pdf));
     if (out.Commit()) status = 0;
   }
   tools::RemovePath(pdf);
@@ -195,7 +195,7 @@ int to_pdf_with_ocr(TZubConvert& self) {
   std::vector<std::string> pages;
   {
     imaging::TIEBitmap bmp;
-    imaging::TImageEnIO io(&bmp);
+    imaging::TImageEnIO io(&bmp, self.hand_over);
     io.Params().ImageIndex = 0;
     int frames = 1;
     if (io.ParamsFromFile(self.src_file).ok()) frames = std::max(1, io.Params().ImageCount);
@@ -225,8 +225,8 @@ int to_pdf_with_ocr(TZubConvert& self) {
     ScratchResult out(self.dest_file);
     // The engine names its output base; it adds ".pdf" itself.
     const std::string base = out.path().substr(0, out.path().size() - 4);
-    tools::RunTool(Quoted(self.Tool("tesseract\\tesseract.exe")) + " " + Quoted(input) + " " +
-                   Quoted(base) + " -l " + lang + " pdf");
+    tools::RunTool(self.Job(), Quoted(self.Tool("tesseract\\tesseract.exe")) + " " + Quoted(input) +
+                                   " " + Quoted(base) + " -l " + lang + " pdf");
     if (out.Commit()) status = 0;
   }
   fs::remove_all(folder, ec);
@@ -236,7 +236,7 @@ int to_pdf_with_ocr(TZubConvert& self) {
 int svg_raster_write(TZubConvert& self) {
   const auto& svg = self.settings->svg;
   imaging::TIEBitmap bmp;
-  imaging::TImageEnIO io(&bmp);
+  imaging::TImageEnIO io(&bmp, self.hand_over);
   if (!io.LoadFromFile(self.src_file).ok() || bmp.IsEmpty()) return 1;
   self.snow(io);
   const int w = bmp.Width(), h = bmp.Height();
@@ -245,7 +245,7 @@ int svg_raster_write(TZubConvert& self) {
   if (svg.raster_lossless) {
     const std::string png = self.Scratch(".png");
     if (!io.SaveToFile(png).ok()) return 1;
-    tools::RunTool(Quoted(self.Tool("pngoptim.bin")) + " " + Quoted(png));
+    tools::RunTool(self.Job(), Quoted(self.Tool("pngoptim.bin")) + " " + Quoted(png));
     const std::string data = ReadAll(png);
     tools::RemovePath(png);
     if (data.empty()) return 1;
@@ -260,7 +260,7 @@ int svg_raster_write(TZubConvert& self) {
       imaging::TIEBitmap alpha;
       if (!alpha.Allocate(w, h, imaging::TIEPixelFormat::ie8g).ok()) return 1;
       for (int y = 0; y < h; ++y) std::copy_n(bmp.AlphaScanline(y), w, alpha.Scanline(y));
-      imaging::TImageEnIO mask_io(&alpha);
+      imaging::TImageEnIO mask_io(&alpha, self.hand_over);
       mask_io.Params().JPEG_Quality = io.Params().JPEG_Quality;
       std::vector<uint8_t> mask;
       if (!mask_io.SaveToBuffer(imaging::TIOFileType::ioJPEG, mask).ok()) return 1;

@@ -42,7 +42,7 @@ bool LoadSource(TZubConvert& self, imaging::TIEBitmap& bmp, imaging::TImageEnIO&
 // Loads src_file and saves it as `tmp`, as SaveLoaded.
 int SaveIntermediate(TZubConvert& self, const std::string& tmp) {
   imaging::TIEBitmap bmp;
-  imaging::TImageEnIO io(&bmp);
+  imaging::TImageEnIO io(&bmp, self.hand_over);
   return LoadSource(self, bmp, io) ? SaveLoaded(io, tmp) : 0;
 }
 
@@ -51,7 +51,7 @@ int SaveIntermediate(TZubConvert& self, const std::string& tmp) {
 int EncodeThrough(TZubConvert& self, const std::string& ext, std::string_view tool,
                   const BuildCommand& build, const InProcess& in_process = nullptr) {
   imaging::TIEBitmap bmp;
-  imaging::TImageEnIO io(&bmp);
+  imaging::TImageEnIO io(&bmp, self.hand_over);
   if (!LoadSource(self, bmp, io)) return 1;
   if (in_process && self.HasTool(tool)) {
     std::vector<uint8_t> bytes;
@@ -65,7 +65,7 @@ int EncodeThrough(TZubConvert& self, const std::string& ext, std::string_view to
   if (SaveLoaded(io, tmp) > 0 && tools::Produced(tmp)) {
     self.HasTool(tool);
     ScratchResult out(self.dest_file);
-    tools::RunTool(build(tmp, out.path()));
+    tools::RunTool(self.Job(), build(tmp, out.path()));
     if (out.Commit()) status = 0;
   }
   tools::RemovePath(tmp);
@@ -97,7 +97,7 @@ int RunOnSource(TZubConvert& self, std::string_view tool,
                 const std::function<std::string(const std::string& dest)>& build) {
   self.HasTool(tool);
   ScratchResult out(self.dest_file);
-  tools::RunTool(build(out.path()));
+  tools::RunTool(self.Job(), build(out.path()));
   return out.Commit() ? 0 : 1;
 }
 
@@ -171,8 +171,8 @@ int cal_write(TZubConvert& self) {
   if (dpi > 0 && tools::Produced(tmp)) {
     self.HasTool("sc\\sc.exe");
     ScratchResult out(self.dest_file);
-    tools::RunTool(Quoted(self.Tool("sc\\sc.exe")) + " " + Quoted(tmp) + " " + Quoted(out.path()) +
-                   " CAL r" + std::to_string(dpi));
+    tools::RunTool(self.Job(), Quoted(self.Tool("sc\\sc.exe")) + " " + Quoted(tmp) + " " +
+                                   Quoted(out.path()) + " CAL r" + std::to_string(dpi));
     if (out.Commit()) status = 0;
   }
   tools::RemovePath(tmp);
@@ -237,8 +237,8 @@ int i_magick(TZubConvert& self) {
   // The general raster tool flattens the picture into a plain TIFF that the converter reads
   // whatever the source was; without it the converter reads the source itself.
   const std::string tif = self.Scratch(".tif");
-  tools::RunTool(Quoted(self.Tool("f300_uni.exe")) + " -quiet -out tiff -o " + Quoted(tif) + " " +
-                 Quoted(self.src_file));
+  tools::RunTool(self.Job(), Quoted(self.Tool("f300_uni.exe")) + " -quiet -out tiff -o " +
+                                 Quoted(tif) + " " + Quoted(self.src_file));
   const std::string input = tools::Produced(tif) ? tif : self.src_file;
   const int status = RunOnSource(self, "convert.bin", [&](const std::string& dest) {
     return Quoted(self.Tool("convert.bin")) + " " + Quoted(input) + " " + Quoted(dest);

@@ -22,7 +22,7 @@ using tools::Quoted;
 // The picture as a 1-bit PBM for the tracer. Returns false when it cannot be made.
 bool SaveBitmapForTracing(TZubConvert& self, const std::string& pbm) {
   imaging::TIEBitmap bmp;
-  imaging::TImageEnIO io(&bmp);
+  imaging::TImageEnIO io(&bmp, self.hand_over);
   if (!io.LoadFromFile(self.src_file).ok() || bmp.IsEmpty()) return false;
   self.snow(io);
   bmp.RemoveAlphaChannel(0xFFFFFF);  // transparent parts are background
@@ -42,9 +42,9 @@ bool Trace(TZubConvert& self, const std::string& pbm, const char* backend, const
   const int precision = std::clamp(self.settings->vec.ras2vec_precision, 0, 100);
   const int turd = (100 - precision) / 5;
   self.HasTool("tovec1.bin");
-  tools::RunTool(Quoted(self.Tool("tovec1.bin")) + " -a " + corners + " -t " +
-                 std::to_string(turd) + " --tight -b " + backend + " -o " + Quoted(out) + " " +
-                 Quoted(pbm));
+  tools::RunTool(self.Job(), Quoted(self.Tool("tovec1.bin")) + " -a " + corners + " -t " +
+                                 std::to_string(turd) + " --tight -b " + backend + " -o " +
+                                 Quoted(out) + " " + Quoted(pbm));
   return tools::Produced(out);
 }
 
@@ -62,6 +62,7 @@ int TraceTo(TZubConvert& self, const char* corners) {
       d.settings = self.settings;
       d.exe_folder = self.exe_folder;
       d.temp_folder = self.temp_folder;
+      d.job = self.job;
       // Map data goes through GeoJSON, which GDAL converts; other drawings through an EPS of the
       // tracing, which the PostScript routines convert (pstoedit's HPGL drivers draw nothing
       // from the tracer's PDF, but do from its EPS).

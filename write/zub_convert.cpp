@@ -33,6 +33,7 @@ direct::TZubDirect& PrepareDirect(TZubConvert& self, direct::TZubDirect& local) 
   d.settings = self.settings;
   d.exe_folder = self.exe_folder;
   d.temp_folder = self.temp_folder;
+  d.job = self.job;
   return d;
 }
 
@@ -179,8 +180,9 @@ int raster_group(TZubConvert& self) {
     if (key != ";jp2;") return simple_write(self);
     ScratchResult out(self.dest_file);
     self.HasTool("colorist.exe");
-    tools::RunTool(Quoted(self.Tool("colorist.exe")) + " convert " + Quoted(self.src_file) + " " +
-                   Quoted(out.path()) + " -f j2k -q " + std::to_string(self.settings->jp2.quality));
+    tools::RunTool(self.Job(), Quoted(self.Tool("colorist.exe")) + " convert " +
+                                   Quoted(self.src_file) + " " + Quoted(out.path()) +
+                                   " -f j2k -q " + std::to_string(self.settings->jp2.quality));
     if (out.Commit()) return 0;
     return simple_write(self);
   }
@@ -189,8 +191,8 @@ int raster_group(TZubConvert& self) {
   if (self.settings->multipage.option != 2) {
     {
       ScratchResult out(self.dest_file);
-      tools::RunTool(Quoted(self.Tool("convert.bin")) + "  " + Quoted(self.src_file) + " " +
-                     Quoted(out.path()) + rle);
+      tools::RunTool(self.Job(), Quoted(self.Tool("convert.bin")) + "  " + Quoted(self.src_file) +
+                                     " " + Quoted(out.path()) + rle);
       if (out.Commit()) return 0;
     }
     return simple_write(self);
@@ -198,8 +200,8 @@ int raster_group(TZubConvert& self) {
   // Into one common file: the converter makes a TIFF that the engine then adds to it.
   int status = kNothingWritten;
   const std::string tmp = self.Scratch(".tif");
-  tools::RunTool(Quoted(self.Tool("convert.bin")) + "  " + Quoted(self.src_file) + " " +
-                 Quoted(tmp) + rle);
+  tools::RunTool(self.Job(), Quoted(self.Tool("convert.bin")) + "  " + Quoted(self.src_file) + " " +
+                                 Quoted(tmp) + rle);
   if (tools::Produced(tmp)) {
     const std::string src = self.src_file;
     self.src_file = tmp;
@@ -225,6 +227,10 @@ int write_vector(TZubConvert& self) {
   if (ext != ".plt" && ext != ".gbr" && option == 3)
     return TraceThrough(self, ".plt", vec_write, direct::vec2vec);
   return vec_write(self);
+}
+
+tools::JobContext TZubConvert::Job() const {
+  return job ? *job : tools::ProcessJobContext();
 }
 
 }  // namespace pictavo::writer

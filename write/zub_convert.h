@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "engine/tools/job_context.h"
 #include "engine/tools/written_files.h"
 #include "platform/status.h"
 #include "settings/main_settings.h"
@@ -17,8 +18,9 @@ namespace pictavo::direct {
 class TZubDirect;
 }
 namespace pictavo::imaging {
+class HandOverCache;
 class TImageEnIO;
-}
+}  // namespace pictavo::imaging
 
 namespace pictavo::writer {
 
@@ -39,7 +41,13 @@ class TZubConvert {
   std::string src_file;   // the raster file to write; a writer may replace it by an intermediate
   std::string dest_file;  // the file to create
   settings::TMainSettings* settings = nullptr;
-  std::string temp_folder;               // the job's temporary folder
+  std::string temp_folder;  // the job's temporary folder
+  // The worker's hand-over cache, reached by the writers' loaders and savers; null = none.
+  imaging::HandOverCache* hand_over = nullptr;
+  // The job's context (tool time-outs, stop flag) for the tools this stage runs; must outlive
+  // the run. Null = the process's (tools::ProcessJobContext).
+  const tools::JobContext* job = nullptr;
+  tools::JobContext Job() const;
   direct::TZubDirect* direct = nullptr;  // for the vector routes; a local one is used when null
   // The job's source format: the bare lower-case extension of the original source file ("webp").
   // A WebP source sends the common raster group through the raster converter.

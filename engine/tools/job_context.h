@@ -74,11 +74,8 @@ struct JobContext {
   bool Stopped() const { return stop->load(); }
 };
 
-// The runners' copy of the job's time-outs and Max_unpacked_mb (handed to the tools through
-// kMaxUnpackedVariable): set once by the job before any worker starts. Until then runs have no
-// time-out (the front end runs a whole job as one tool). The picture caps are not kept here:
-// they travel with the job's context to the workers (see imaging/picture_limits.h).
-void SetJobLimits(const JobLimits& limits);
-JobLimits CurrentJobLimits();
+// Hands Max_unpacked_mb to the tools through kMaxUnpackedVariable. Process-wide, as the
+// environment the tools inherit is: set once by the job before any worker starts.
+void ExportUnpackLimit(uint64_t max_unpacked_mb);
 
 }  // namespace pictavo::tools

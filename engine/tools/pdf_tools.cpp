@@ -27,6 +27,10 @@ Status NeedTool(const char* name) {
   return Status::Error(MissingToolMessage(name));
 }
 
+JobContext RunsUnder(const JobContext* job) {
+  return job ? *job : ProcessJobContext();
+}
+
 std::string MergeCommand(const std::vector<std::string>& inputs, const std::string& output) {
   std::string cmd = Quoted(ToolPath("pdfmerge.bin"));
   for (const std::string& in : inputs) cmd += " " + Quoted(in);
@@ -44,7 +48,7 @@ std::string MakeScratchFolder(const std::string& temp_folder) {
 }  // namespace
 
 Status MergePdfFiles(const std::vector<std::string>& inputs, const std::string& output,
-                     const std::string& temp_folder) {
+                     const std::string& temp_folder, const JobContext* job) {
   if (inputs.empty()) return Status::Error("no PDF files to merge");
   if (Status s = NeedTool("pdfmerge.bin"); !s.ok()) return s;
 
@@ -75,7 +79,7 @@ Status MergePdfFiles(const std::vector<std::string>& inputs, const std::string& 
     const bool last = k + 1 == parts.size();
     const std::string out = last ? output : scratch + (k % 2 == 0 ? "merged.pdf" : "merged2.pdf");
     fs::remove(out);
-    RunAndWait(MergeCommand(list, out), kHidden);
+    RunAndWait(RunsUnder(job), MergeCommand(list, out), kHidden);
     if (!Produced(out)) break;
     previous = out;
   }
@@ -87,10 +91,11 @@ Status MergePdfFiles(const std::vector<std::string>& inputs, const std::string& 
                           : Status::Error("could not merge the PDF files into " + output);
 }
 
-Status MergePdfFolder(const std::string& folder, const std::string& output) {
+Status MergePdfFolder(const std::string& folder, const std::string& output, const JobContext* job) {
   if (Status s = NeedTool("pdfmerge.bin"); !s.ok()) return s;
   const std::string pattern = platform::IncludeTrailingDelim(folder) + "file*.pdf";
   RunAndWait(
+      RunsUnder(job),
       Quoted(ToolPath("pdfmerge.bin")) + " " + Quoted(pattern) + " cat output " + Quoted(output),
       kHidden);
   return Produced(output) ? Status::OK()
@@ -128,7 +133,7 @@ double PgmInkShare(const std::string& pgm_path) {
 }
 
 Status RemoveBlankPages(const std::string& pdf, int accuracy, const std::string& temp_folder,
-                        int* removed) {
+                        int* removed, const JobContext* job) {
   if (removed) *removed = 0;
   if (Status s = NeedTool("pdfpsai.bin"); !s.ok()) return s;
   if (Status s = NeedTool("pdfmerge.bin"); !s.ok()) return s;
@@ -142,7 +147,8 @@ Status RemoveBlankPages(const std::string& pdf, int accuracy, const std::string&
     }
   } cleanup{scratch};
 
-  RunAndWait(Quoted(ToolPath("pdfpsai.bin")) +
+  RunAndWait(RunsUnder(job),
+             Quoted(ToolPath("pdfpsai.bin")) +
                  " -dNOSAFER -dBATCH -dNOPAUSE -sDEVICE=pgmraw -r40 -sOutputFile=" +
                  Quoted(scratch + "p%05d.pgm") + " " + Quoted(pdf),
              kHidden);
@@ -165,7 +171,8 @@ Status RemoveBlankPages(const std::string& pdf, int accuracy, const std::string&
   if (blank == 0 || kept == 0) return Status::OK();
 
   const std::string result = scratch + "kept.pdf";
-  RunAndWait(Quoted(ToolPath("pdfmerge.bin")) + " " + Quoted(pdf) + " cat" + keep + " output " +
+  RunAndWait(RunsUnder(job),
+             Quoted(ToolPath("pdfmerge.bin")) + " " + Quoted(pdf) + " cat" + keep + " output " +
                  Quoted(result),
              kHidden);
   if (!Produced(result)) return Status::Error("could not write the kept pages of " + pdf);
@@ -206,7 +213,8 @@ bool EachBox(const std::string& text, const std::string& key, PageSize& largest,
 
 }  // namespace
 
-PageSize PdfLargestPage(const std::string& pdf, const std::string& temp_folder) {
+PageSize PdfLargestPage(const std::string& pdf, const std::string& temp_folder,
+                        const JobContext* job) {
   constexpr uintmax_t kLargestScanned = uintmax_t{256} << 20;
   std::error_code ec;
   const uintmax_t size = fs::file_size(pdf, ec);
@@ -221,7 +229,8 @@ PageSize PdfLargestPage(const std::string& pdf, const std::string& temp_folder) 
   }
   if (!platform::FileExists(ToolPath("pdfpsai.bin"))) return {};
   const std::string report = NewTempName(temp_folder) + ".txt";
-  RunBatch(Quoted(ToolPath("pdfpsai.bin")) + " -dNODISPLAY -dPDFINFO -dBATCH -dNOPAUSE -q " +
+  RunBatch(RunsUnder(job),
+           Quoted(ToolPath("pdfpsai.bin")) + " -dNODISPLAY -dPDFINFO -dBATCH -dNOPAUSE -q " +
                Quoted(pdf) + " 2> " + Quoted(report),
            temp_folder);
   const std::string text = platform::ReadFileBytes(report).value_or("");

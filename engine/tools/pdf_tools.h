@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/tools/job_context.h"
 #include "platform/status.h"
 
 namespace pictavo::tools {
@@ -14,13 +15,16 @@ namespace pictavo::tools {
 // When one command line would grow past kMaxCommandLine characters, the list is merged in passes:
 // the first part into "merged.pdf", then that and the next part into "merged2.pdf", alternating,
 // in a scratch folder of `temp_folder`. OK only when `output` exists and is not empty.
+// In this file, `job` is the context the tools run under (time-outs, stop flag); null = the
+// process's (ProcessJobContext).
 inline constexpr size_t kMaxCommandLine = 32000;
 Status MergePdfFiles(const std::vector<std::string>& inputs, const std::string& output,
-                     const std::string& temp_folder);
+                     const std::string& temp_folder, const JobContext* job = nullptr);
 
 // Joins the page files "file*.pdf" of `folder` (in name order) through one wild-card argument:
 //   "<tool>" "<folder>/file*.pdf" cat output "<out>"
-Status MergePdfFolder(const std::string& folder, const std::string& output);
+Status MergePdfFolder(const std::string& folder, const std::string& output,
+                      const JobContext* job = nullptr);
 
 // Removes blank pages of `pdf` in place. Each page is rendered in grey at 40 dpi by
 // "pdfpsai.bin"; a pixel darker than 240 of 255 is ink, and a page is blank when its share of ink
@@ -29,7 +33,7 @@ Status MergePdfFolder(const std::string& folder, const std::string& output);
 // scratch file that then replaces `pdf`. A file whose pages are all blank, or none blank, is left
 // as it is. `removed` (optional) receives the number of pages taken out.
 Status RemoveBlankPages(const std::string& pdf, int accuracy, const std::string& temp_folder,
-                        int* removed = nullptr);
+                        int* removed = nullptr, const JobContext* job = nullptr);
 
 // Width and height in points of the largest page (by area) of `pdf`. Read from the file's own
 // /MediaBox entries when every one of them is written out plainly; otherwise (page objects in
@@ -38,7 +42,8 @@ Status RemoveBlankPages(const std::string& pdf, int accuracy, const std::string&
 struct PageSize {
   double width = 0, height = 0;
 };
-PageSize PdfLargestPage(const std::string& pdf, const std::string& temp_folder);
+PageSize PdfLargestPage(const std::string& pdf, const std::string& temp_folder,
+                        const JobContext* job = nullptr);
 
 // The share of ink pixels (0..1) of a binary PGM (P5, 8-bit), or -1 when it cannot be read.
 double PgmInkShare(const std::string& pgm_path);

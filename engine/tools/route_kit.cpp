@@ -47,18 +47,33 @@ bool Produced(const std::string& path) {
 }
 
 int RunTool(const std::string& command_line, const std::string& working_folder) {
-  return RunAndWaitTimeout(command_line, kHidden, working_folder, 0);
+  return RunTool(ProcessJobContext(), command_line, working_folder);
 }
 
 bool RunFor(const std::string& command_line, const std::string& expected,
             const std::string& working_folder) {
-  RunTool(command_line, working_folder);
-  return Produced(expected);
+  return RunFor(ProcessJobContext(), command_line, expected, working_folder);
 }
 
 bool RunBatchFor(const std::string& command_line, const std::string& temp_folder,
                  const std::string& expected) {
-  RunBatch(command_line, temp_folder);
+  return RunBatchFor(ProcessJobContext(), command_line, temp_folder, expected);
+}
+
+int RunTool(const JobContext& context, const std::string& command_line,
+            const std::string& working_folder) {
+  return RunAndWaitTimeout(context, command_line, kHidden, working_folder, 0);
+}
+
+bool RunFor(const JobContext& context, const std::string& command_line, const std::string& expected,
+            const std::string& working_folder) {
+  RunTool(context, command_line, working_folder);
+  return Produced(expected);
+}
+
+bool RunBatchFor(const JobContext& context, const std::string& command_line,
+                 const std::string& temp_folder, const std::string& expected) {
+  RunBatch(context, command_line, temp_folder);
   return Produced(expected);
 }
 

@@ -9,6 +9,8 @@
 #include <string>
 #include <string_view>
 
+#include "engine/tools/job_context.h"
+
 namespace pictavo::tools {
 
 // The tool folder of an engine folder: `exe_folder` (trailing delimiter optional) + "utl" + the
@@ -60,6 +62,14 @@ bool RunFor(const std::string& command_line, const std::string& expected,
 // The same through the runner's batch form (redirections, several commands).
 bool RunBatchFor(const std::string& command_line, const std::string& temp_folder,
                  const std::string& expected);
+// The same three under the job's own context (time-outs and stop flag; see runner.h). The forms
+// above run under ProcessJobContext().
+int RunTool(const JobContext& context, const std::string& command_line,
+            const std::string& working_folder = std::string());
+bool RunFor(const JobContext& context, const std::string& command_line, const std::string& expected,
+            const std::string& working_folder = std::string());
+bool RunBatchFor(const JobContext& context, const std::string& command_line,
+                 const std::string& temp_folder, const std::string& expected);
 
 // Deletes a file or a whole folder when it exists; errors are ignored. An empty path is left.
 void RemovePath(const std::string& path);

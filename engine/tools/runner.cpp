@@ -30,9 +30,6 @@ constexpr milliseconds kPauseAfterTool(100);
 
 std::atomic<bool> g_stop{false};
 std::atomic<EventPump> g_pump{nullptr};
-// No time-out until the engine sets its limits: `pictavo convert` runs a whole job as one tool.
-std::atomic<int> g_timeout_s[kToolPaces] = {0, 0, 0, 0};
-std::atomic<uint64_t> g_max_unpacked_mb{JobLimits{}.max_unpacked_mb};
 
 void Pump() {
   if (EventPump pump = g_pump.load()) pump();
@@ -115,10 +112,10 @@ void NoteRun(const std::string& program_path, int code, bool timed_out, int time
 
 // Starts one command with its redirections and waits for it. No pause afterwards. With
 // `pass_stop_on`, a stop request is passed on to the program instead of killing it.
-int SpawnAndWait(const BatchCommand& cmd, const std::string& working_folder, int timeout_s,
-                 bool pass_stop_on = false) {
+int SpawnAndWait(const JobContext& context, const BatchCommand& cmd,
+                 const std::string& working_folder, int timeout_s, bool pass_stop_on = false) {
   if (cmd.argv.empty() || cmd.argv[0].empty()) return kNotStarted;
-  if (g_stop.load()) return kTerminated;  // a stopped job starts no further tools
+  if (context.Stopped()) return kTerminated;  // a stopped job starts no further tools
 
   platform::LaunchOptions launch;
   launch.argv = cmd.argv;
@@ -141,7 +138,7 @@ int SpawnAndWait(const BatchCommand& cmd, const std::string& working_folder, int
   const char* timeout_key = "";
   if (timeout_s <= 0) {
     const int pace = static_cast<int>(PaceOf(ToolFolderName(cmd.argv[0])));
-    timeout_s = g_timeout_s[pace].load();
+    timeout_s = context.limits.timeout_s[pace];
     timeout_key = kToolTimeouts[pace].key;
   }
   constexpr size_t kTail = 4096;
@@ -161,9 +158,9 @@ int SpawnAndWait(const BatchCommand& cmd, const std::string& working_folder, int
     }
     bool timed_out = timeout_s > 0 && Clock::now() >= deadline;
     if (pass_stop_on && !timed_out) {
-      const int asked = std::max(platform::StopRequestsCaught(), g_stop.load() ? 1 : 0);
+      const int asked = std::max(platform::StopRequestsCaught(), context.Stopped() ? 1 : 0);
       for (; stops_passed < asked; ++stops_passed) platform::PassStopOn(process);
-    } else if (g_stop.load() || timed_out) {
+    } else if (context.Stopped() || timed_out) {
       platform::KillProcessGroup(process);
       NoteRun(cmd.argv[0], kTerminated, timed_out, timeout_s, timeout_key, std::string());
       return kTerminated;
@@ -185,18 +182,9 @@ std::atomic<bool>& StopFlag() {
   return g_stop;
 }
 
-void SetJobLimits(const JobLimits& limits) {
-  for (int pace = 0; pace < kToolPaces; ++pace) g_timeout_s[pace].store(limits.timeout_s[pace]);
-  g_max_unpacked_mb.store(limits.max_unpacked_mb);
+void ExportUnpackLimit(uint64_t max_unpacked_mb) {
   // Set before any worker starts, so no thread reads the environment meanwhile.
-  platform::SetEnvironmentVariable(kMaxUnpackedVariable, std::to_string(limits.max_unpacked_mb));
-}
-
-JobLimits CurrentJobLimits() {
-  JobLimits limits;
-  for (int pace = 0; pace < kToolPaces; ++pace) limits.timeout_s[pace] = g_timeout_s[pace].load();
-  limits.max_unpacked_mb = g_max_unpacked_mb.load();
-  return limits;
+  platform::SetEnvironmentVariable(kMaxUnpackedVariable, std::to_string(max_unpacked_mb));
 }
 
 void SetEventPump(EventPump pump) {
@@ -208,39 +196,63 @@ void SetProcessPriority(int cpu_priority) {
   if (cpu_priority == 2) platform::SetOwnNiceLevel(0);  // fails harmlessly when already nicer
 }
 
-int RunAndWait(const std::string& command_line, int show_window) {
-  return RunAndWaitTimeout(command_line, show_window, std::string(), 0);
+JobContext ProcessJobContext() {
+  JobContext context;
+  // No time-outs: `pictavo convert` runs a whole job as one tool, and a job's own runs name it.
+  for (int& timeout_s : context.limits.timeout_s) timeout_s = 0;
+  context.stop = &g_stop;
+  return context;
 }
 
-int RunAndWaitTimeout(const std::string& command_line, int /*show_window*/,
+int RunAndWait(const std::string& command_line, int show_window) {
+  return RunAndWait(ProcessJobContext(), command_line, show_window);
+}
+
+int RunAndWaitTimeout(const std::string& command_line, int show_window,
                       const std::string& working_folder, int timeout_s) {
+  return RunAndWaitTimeout(ProcessJobContext(), command_line, show_window, working_folder,
+                           timeout_s);
+}
+
+int RunAndWait(const JobContext& context, const std::string& command_line, int show_window) {
+  return RunAndWaitTimeout(context, command_line, show_window, std::string(), 0);
+}
+
+int RunAndWaitTimeout(const JobContext& context, const std::string& command_line,
+                      int /*show_window*/, const std::string& working_folder, int timeout_s) {
   BatchCommand cmd;
   cmd.argv = SplitCommandLine(command_line);
-  return Finish(SpawnAndWait(cmd, working_folder, timeout_s));
+  return Finish(SpawnAndWait(context, cmd, working_folder, timeout_s));
 }
 
 namespace {
 
-int RunBatchCommands(const std::string& command_line, bool pass_stop_on) {
+int RunBatchCommands(const JobContext& context, const std::string& command_line,
+                     bool pass_stop_on) {
   BatchParse parsed = ParseBatch(command_line);
   if (!parsed.error.empty() || parsed.commands.empty()) return kNotStarted;
   int result = 0;
   for (const BatchCommand& cmd : parsed.commands) {
     if (cmd.only_if_previous_ok && result != 0) continue;
-    result = SpawnAndWait(cmd, std::string(), 0, pass_stop_on);
-    if (g_stop.load()) break;
+    result = SpawnAndWait(context, cmd, std::string(), 0, pass_stop_on);
+    if (context.Stopped()) break;
   }
   return result;
 }
 
 }  // namespace
 
-int RunBatch(const std::string& command_line, const std::string& /*temp_folder*/) {
-  return Finish(RunBatchCommands(command_line, false));
+int RunBatch(const std::string& command_line, const std::string& temp_folder) {
+  return RunBatch(ProcessJobContext(), command_line, temp_folder);
+}
+
+int RunBatch(const JobContext& context, const std::string& command_line,
+             const std::string& /*temp_folder*/) {
+  return Finish(RunBatchCommands(context, command_line, false));
 }
 
 int RunBatchNoPause(const std::string& command_line) {
-  const int result = RunBatchCommands(command_line, true);
+  const int result = RunBatchCommands(ProcessJobContext(), command_line, true);
   Pump();
   return result;
 }

@@ -64,4 +64,18 @@ int RunBatch(const std::string& command_line, const std::string& temp_folder);
 // stops its job, ends its tools and cleans up on the first, and ends at once on the second.
 int RunBatchNoPause(const std::string& command_line);
 
+// The runners under a job's own context: a run that names no time-out of its own gets
+// `context.limits`' time-out for its kind of tool, and `*context.stop` set ends the running tool
+// and starts no further one. Several contexts may be used side by side; each must outlive its
+// runs. The forms above without a context run under ProcessJobContext().
+int RunAndWait(const JobContext& context, const std::string& command_line, int show_window);
+int RunAndWaitTimeout(const JobContext& context, const std::string& command_line, int show_window,
+                      const std::string& working_folder, int timeout_s);
+int RunBatch(const JobContext& context, const std::string& command_line,
+             const std::string& temp_folder);
+
+// The context of the runs that do not name theirs (the front end, tests): no time-outs, and the
+// process-wide stop flag.
+JobContext ProcessJobContext();
+
 }  // namespace pictavo::tools

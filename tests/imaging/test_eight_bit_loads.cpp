@@ -190,10 +190,11 @@ TEST(EightBitLoads, DeepRgbTiffLoadsAsTheWideLoadNarrowed) {
     const TIEBitmap expected = WideThenNarrowed(path, &wide_bits);
     EXPECT_EQ(wide_bits, 16);
 
+    HandOverCache cache;
     TIEBitmap got;
-    TImageEnIO io(&got);
+    TImageEnIO io(&got, &cache);
     {
-      const TEightBitLoads eight;
+      const TEightBitLoads eight(cache);
       ASSERT_TRUE(io.LoadFromFile(path).ok());
     }
     ExpectSamePixels(got, expected);
@@ -203,7 +204,7 @@ TEST(EightBitLoads, DeepRgbTiffLoadsAsTheWideLoadNarrowed) {
 
     // Outside the scope the load is wide again.
     TIEBitmap after;
-    TImageEnIO io2(&after);
+    TImageEnIO io2(&after, &cache);
     ASSERT_TRUE(io2.LoadFromFile(path).ok());
     EXPECT_EQ(after.PixelFormat(), F::ie48RGB);
   }
@@ -218,37 +219,42 @@ TEST(EightBitLoads, PlanarTiffsLoadWhateverTheirStripHeight) {
     SCOPED_TRACE("rows per strip " + std::to_string(rows));
     const std::string deep_path = WritePlanarTiff(tmp, deep, rows);
     const TIEBitmap expected = WideThenNarrowed(deep_path);
+    HandOverCache cache;
     TIEBitmap wide, narrowed, eight;
-    ASSERT_TRUE(TImageEnIO(&wide).LoadFromFile(deep_path).ok());
+    ASSERT_TRUE(TImageEnIO(&wide, &cache).LoadFromFile(deep_path).ok());
     ExpectSamePixels(wide, deep);
     {
-      const TEightBitLoads eight_bit;
-      ASSERT_TRUE(TImageEnIO(&narrowed).LoadFromFile(deep_path).ok());
+      const TEightBitLoads eight_bit(cache);
+      ASSERT_TRUE(TImageEnIO(&narrowed, &cache).LoadFromFile(deep_path).ok());
     }
     ExpectSamePixels(narrowed, expected);
-    ASSERT_TRUE(TImageEnIO(&eight).LoadFromFile(WritePlanarTiff(tmp, shallow, rows)).ok());
+    ASSERT_TRUE(TImageEnIO(&eight, &cache).LoadFromFile(WritePlanarTiff(tmp, shallow, rows)).ok());
     ExpectSamePixels(eight, shallow);
   }
 }
 
-TEST(EightBitLoads, ScopesNestAndEndOnTheirThread) {
+TEST(EightBitLoads, ScopesNestAndHoldForTheirCacheAlone) {
   testing::TempDir tmp;
   const std::string path = SaveTiff(tmp, "deep.tif", Deep(20, 10), TIOTIFFCompression::ioTIFF_LZW);
-  const auto format = [&] {
+  HandOverCache cache, other;
+  const auto format = [&](HandOverCache* through) {
     TIEBitmap b;
-    TImageEnIO io(&b);
+    TImageEnIO io(&b, through);
     EXPECT_TRUE(io.LoadFromFile(path).ok());
     return b.PixelFormat();
   };
   {
-    const TEightBitLoads outer;
+    const TEightBitLoads outer(cache);
     {
-      const TEightBitLoads inner;
-      EXPECT_EQ(format(), F::ie24RGB);
+      const TEightBitLoads inner(cache);
+      EXPECT_EQ(format(&cache), F::ie24RGB);
     }
-    EXPECT_EQ(format(), F::ie24RGB);  // the inner scope's end leaves the outer one in force
+    EXPECT_EQ(format(&cache), F::ie24RGB);  // the inner scope's end leaves the outer one in force
+    // Another worker's loads on the same thread, and loads through no cache, stay wide.
+    EXPECT_EQ(format(&other), F::ie48RGB);
+    EXPECT_EQ(format(nullptr), F::ie48RGB);
   }
-  EXPECT_EQ(format(), F::ie48RGB);
+  EXPECT_EQ(format(&cache), F::ie48RGB);
 }
 
 TEST(EightBitLoads, PicturesThatNeedTheirDepthStayWide) {
@@ -261,25 +267,26 @@ TEST(EightBitLoads, PicturesThatNeedTheirDepthStayWide) {
       SaveTiff(tmp, "tagged.tif", Deep(31, 17), TIOTIFFCompression::ioTIFF_LZW, WideProfile());
   const bool was_managed = ColorManagementEnabled();
   SetColorManagement(true);
+  HandOverCache cache;
   {
-    const TEightBitLoads eight;
+    const TEightBitLoads eight(cache);
     TIEBitmap a;
-    TImageEnIO ia(&a);
+    TImageEnIO ia(&a, &cache);
     ASSERT_TRUE(ia.LoadFromFile(with_alpha).ok());
     EXPECT_EQ(a.PixelFormat(), F::ie48RGB);
     EXPECT_TRUE(a.HasAlphaChannel());
 
     TIEBitmap t;
-    TImageEnIO it(&t);
+    TImageEnIO it(&t, &cache);
     ASSERT_TRUE(it.LoadFromFile(tagged).ok());
     EXPECT_EQ(t.PixelFormat(), F::ie48RGB);
   }
   // Without colour management the profile is only carried along: the load may narrow.
   SetColorManagement(false);
   {
-    const TEightBitLoads eight;
+    const TEightBitLoads eight(cache);
     TIEBitmap t;
-    TImageEnIO it(&t);
+    TImageEnIO it(&t, &cache);
     ASSERT_TRUE(it.LoadFromFile(tagged).ok());
     EXPECT_EQ(t.PixelFormat(), F::ie24RGB);
     EXPECT_FALSE(it.Params().ICC.IsEmpty());

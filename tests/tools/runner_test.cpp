@@ -2,6 +2,7 @@
 
 #include <signal.h>
 
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -253,13 +254,12 @@ TEST(Runner, EachKindOfToolHasItsOwnTimeOut) {
   std::filesystem::create_directories(dir.path() / "utl" / "tesseract");
   for (const char* tool : {"convert.bin", "soffice.bin", "tesseract/tesseract.exe"})
     std::filesystem::create_symlink(kFake, dir.path() / "utl" / tool);
-  const JobLimits saved = CurrentJobLimits();
-  JobLimits limits;
+  JobContext job;
+  JobLimits& limits = job.limits;
   limits.timeout_s[static_cast<int>(ToolPace::kCodec)] = 1;
   limits.timeout_s[static_cast<int>(ToolPace::kRender)] = 30;
   limits.timeout_s[static_cast<int>(ToolPace::kOffice)] = 2;
   limits.timeout_s[static_cast<int>(ToolPace::kOcr)] = 30;
-  SetJobLimits(limits);
   struct Case {
     const char* tool;
     double seconds;
@@ -274,7 +274,8 @@ TEST(Runner, EachKindOfToolHasItsOwnTimeOut) {
     SCOPED_TRACE(c.tool);
     TroubleRecorder stage;
     const auto start = Clock::now();
-    EXPECT_EQ(RunAndWait(Quoted(dir.file(std::string("utl/") + c.tool)) + " sleep 30 " +
+    EXPECT_EQ(RunAndWait(job,
+                         Quoted(dir.file(std::string("utl/") + c.tool)) + " sleep 30 " +
                              Quoted(dir.file("pids.txt")),
                          kHidden),
               kTerminated);
@@ -284,9 +285,9 @@ TEST(Runner, EachKindOfToolHasItsOwnTimeOut) {
   }
   // A quick OCR run is not held to the codecs' limit.
   TroubleRecorder ocr;
-  EXPECT_EQ(RunAndWait(Quoted(dir.file("utl/tesseract/tesseract.exe")) + " exit 0", kHidden), 0);
+  EXPECT_EQ(RunAndWait(job, Quoted(dir.file("utl/tesseract/tesseract.exe")) + " exit 0", kHidden),
+            0);
   EXPECT_EQ(ocr.Reason(), "");
-  SetJobLimits(saved);
 }
 
 // A front end whose one tool is the engine passes a stop on: the engine ends as it would by
@@ -331,6 +332,57 @@ TEST(Runner, EventPumpRunsBetweenSlicesAndBeforeReturning) {
   SetEventPump(nullptr);
   // One call after the first slice, the second ends in the time-out, then two around the pause.
   EXPECT_GE(g_pumps, 3);
+}
+
+// Two jobs' contexts used side by side: each run gets the time-out of its own context, not one
+// left behind by the other or by the process.
+TEST(Runner, EachContextGivesItsRunsItsOwnTimeOut) {
+  TempDir dir;
+  JobContext short_limits;
+  short_limits.limits.timeout_s[static_cast<int>(ToolPace::kCodec)] = 1;
+  JobContext no_limits;
+  no_limits.limits.timeout_s[static_cast<int>(ToolPace::kCodec)] = 0;  // none
+  const std::string sleep5 = Quoted(kFake) + " sleep 5 ";
+  int short_rc = -100, none_rc = -100;
+  double short_took = 0, none_took = 0;
+  std::thread with_none([&] {
+    const auto start = Clock::now();
+    none_rc = RunAndWait(no_limits, sleep5 + Quoted(dir.file("none.txt")), kHidden);
+    none_took = SecondsSince(start);
+  });
+  const auto start = Clock::now();
+  short_rc = RunAndWait(short_limits, sleep5 + Quoted(dir.file("short.txt")), kHidden);
+  short_took = SecondsSince(start);
+  with_none.join();
+  // Wide bounds: the machine may be loaded, but 1 s against 5 s stays apart.
+  EXPECT_EQ(short_rc, kTerminated);
+  EXPECT_GE(short_took, 1.0);
+  EXPECT_LT(short_took, 4.0);
+  EXPECT_EQ(none_rc, 0);
+  EXPECT_GE(none_took, 4.5);
+}
+
+// A context's stop flag ends its own runs only; the process-wide flag is not involved.
+TEST(Runner, AContextsStopFlagEndsItsRunsAlone) {
+  TempDir dir;
+  std::atomic<bool> stop{false};
+  JobContext stopped;
+  stopped.stop = &stop;
+  JobContext going;
+  going.limits.timeout_s[static_cast<int>(ToolPace::kCodec)] = 0;
+  std::thread stopper([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    stop = true;
+  });
+  const auto start = Clock::now();
+  const int rc = RunAndWait(stopped, Quoted(kFake) + " sleep 30 " + Quoted(dir.file("p")), kHidden);
+  const double took = SecondsSince(start);
+  stopper.join();
+  EXPECT_EQ(rc, kTerminated);
+  EXPECT_LT(took, 10.0);
+  EXPECT_FALSE(StopFlag().load());
+  EXPECT_EQ(RunAndWait(going, Quoted(kFake) + " exit 0", kHidden), 0);
+  EXPECT_EQ(RunAndWait(stopped, Quoted(kFake) + " exit 0", kHidden), kTerminated);
 }
 
 }  // namespace
