@@ -225,7 +225,15 @@ void WriteImpl(std::vector<uint8_t>& file, const TIOParamsVals& p) {
   }
   image->setIptcData(id);
   if (!p.XMP_Info.empty()) {
-    image->setXmpPacket(p.XMP_Info);
+    try {
+      image->setXmpPacket(p.XMP_Info);
+    } catch (const Exiv2::AnyError&) {
+      // exiv2 refuses to parse many packets that other programs write and read (an element
+      // given twice, say); such a packet goes on as the source held it where the format takes
+      // it raw (JPEG, PNG), and must never cost the result its picture.
+      image->clearXmpData();
+      image->xmpPacket() = p.XMP_Info;
+    }
     image->writeXmpFromPacket(true);
   }
   image->writeMetadata();

@@ -251,7 +251,12 @@ bool WritePng(png_structp png, png_infop info, const WriteSetup& s, png_bytepp r
   if (s.palette) png_set_PLTE(png, info, s.palette, s.palette_len);
   png_set_pHYs(png, info, static_cast<png_uint_32>(s.dpi_x / 0.0254 + 0.5),
                static_cast<png_uint_32>(s.dpi_y / 0.0254 + 0.5), PNG_RESOLUTION_METER);
-  if (s.icc) png_set_iCCP(png, info, "ICC profile", 0, s.icc, s.icc_len);
+  if (s.icc) {
+    // libpng refuses some widely used sRGB profiles as "known incorrect"; the profile is the
+    // source's, kept as it was, and other readers take it.
+    png_set_option(png, PNG_SKIP_sRGB_CHECK_PROFILE, PNG_OPTION_ON);
+    png_set_iCCP(png, info, "ICC profile", 0, s.icc, s.icc_len);
+  }
   if (s.background) png_set_bKGD(png, info, &s.bkgd);
   png_write_info(png, info);
   if (zdata) {

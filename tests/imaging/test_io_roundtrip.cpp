@@ -509,5 +509,37 @@ TEST(ImageIoMetafile, ImportGoesThroughTheOwnersRasteriser) {
   EXPECT_EQ(asked[1], tmp.file("drawing.wmf") + " 33x21");
 }
 
+// Metadata that a library finds fault with must not cost a result its picture: an sRGB profile
+// that libpng calls "known incorrect" (the one many cameras embed) and an XMP packet that exiv2
+// cannot parse (an element given twice) are written on as the source held them.
+TEST(ImageIoMetadata, ProfilesAndPacketsLibrariesDislikeAreKept) {
+  PICTAVO_REQUIRE_CORPUS(camera, "raster/jpeg/Canon_40D.jpg");
+  testing::TempDir tmp;
+  TIEBitmap bitmap;
+  TImageEnIO io(&bitmap);
+  ASSERT_TRUE(io.LoadFromFile(camera).ok());
+  ASSERT_FALSE(io.Params().ICC.IsEmpty());
+  const TIEICC profile = io.Params().ICC;
+  io.Params().XMP_Info =
+      "<?xpacket begin='' id='W5M0MpCehiHzreSzNTczkc9d'?><x:xmpmeta xmlns:x='adobe:ns:meta/'>"
+      "<rdf:RDF xmlns:rdf='http://www.w3.org/1999/02/22-rdf-syntax-ns#'><rdf:Description "
+      "xmlns:photoshop='http://ns.adobe.com/photoshop/1.0/'><photoshop:DateCreated>2015-07-21"
+      "</photoshop:DateCreated><photoshop:LegacyIPTCDigest>2C16</photoshop:LegacyIPTCDigest>"
+      "<photoshop:LegacyIPTCDigest>2C16</photoshop:LegacyIPTCDigest></rdf:Description>"
+      "</rdf:RDF></x:xmpmeta><?xpacket end='w'?>";
+  for (const char* ext : {"png", "jpg"}) {
+    SCOPED_TRACE(ext);
+    const std::string path = tmp.file(std::string("kept.") + ext);
+    const pictavo::Status saved = io.SaveToFile(path);
+    ASSERT_TRUE(saved.ok()) << saved.message();
+    TIEBitmap back;
+    TImageEnIO reader(&back);
+    ASSERT_TRUE(reader.LoadFromFile(path).ok());
+    EXPECT_EQ(back.Width(), bitmap.Width());
+    EXPECT_TRUE(reader.Params().ICC == profile);
+    EXPECT_NE(reader.Params().XMP_Info.find("2015-07-21"), std::string::npos);
+  }
+}
+
 }  // namespace
 }  // namespace pictavo::imaging
